@@ -1,0 +1,43 @@
+#!/usr/bin/env bash
+# Installs everything Velmora needs to build, run and test on Debian bookworm.
+# Safe to re-run: packages already present are skipped.
+set -euo pipefail
+
+if [ "$(id -u)" -ne 0 ]; then
+    echo "install-deps.sh: run as root" >&2
+    exit 1
+fi
+
+export DEBIAN_FRONTEND=noninteractive
+
+PACKAGES=(cmake ninja-build g++ ccache qt6-base-dev qt6-base-dev-tools libgl-dev
+          xvfb xauth fonts-dejavu-core imagemagick)
+
+missing=()
+for p in "${PACKAGES[@]}"; do
+    dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
+done
+need_o6=0
+for p in libopen62541-1.4-dev libopen62541-1.4-tools; do
+    dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || need_o6=1
+done
+
+[ ${#missing[@]} -eq 0 ] && [ $need_o6 -eq 0 ] && exit 0
+
+# open62541 1.4 comes from the next Debian release, pinned low so that
+# nothing else is ever taken from there. Its CMake package insists on the
+# folder that the -tools package brings.
+if [ $need_o6 -eq 1 ]; then
+    src=/etc/apt/sources.list.d/velmora-trixie.list
+    pin=/etc/apt/preferences.d/velmora-trixie
+    [ -f "$src" ] || echo "deb http://deb.debian.org/debian trixie main" > "$src"
+    [ -f "$pin" ] || printf 'Package: *\nPin: release n=trixie\nPin-Priority: 100\n' > "$pin"
+fi
+
+apt-get update -qq
+if [ ${#missing[@]} -gt 0 ]; then
+    apt-get install -y -qq --no-install-recommends "${missing[@]}"
+fi
+if [ $need_o6 -eq 1 ]; then
+    apt-get install -y -qq --no-install-recommends -t trixie libopen62541-1.4-dev libopen62541-1.4-tools
+fi
