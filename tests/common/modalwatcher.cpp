@@ -1,0 +1,85 @@
+#include "tests/common/modalwatcher.h"
+
+#include <QAbstractButton>
+#include <QApplication>
+#include <QDialog>
+
+ModalWatcher::ModalWatcher(QObject* parent) : QObject(parent)
+{
+    m_timer.setInterval(10);
+    connect(&m_timer, &QTimer::timeout, this, &ModalWatcher::poll);
+    m_timer.start();
+}
+
+void ModalWatcher::answer(Handler handler)
+{
+    m_handlers.push_back(std::move(handler));
+}
+
+void ModalWatcher::answer(QMessageBox::StandardButton button)
+{
+    answer([button](QWidget* w) { pressButton(w, button); });
+}
+
+int ModalWatcher::unexpectedCount() const
+{
+    int n = 0;
+    for (const Seen& s : m_seen)
+        n += s.unexpected ? 1 : 0;
+    return n;
+}
+
+void ModalWatcher::clear()
+{
+    m_seen.clear();
+    m_handlers.clear();
+}
+
+void ModalWatcher::pressButton(QWidget* w, QMessageBox::StandardButton button)
+{
+    auto* box = qobject_cast<QMessageBox*>(w);
+    if (!box)
+        return;
+    if (QAbstractButton* b = box->button(button))
+        b->click();
+}
+
+void ModalWatcher::poll()
+{
+    QWidget* w = QApplication::activeModalWidget();
+    if (!w || !w->isVisible() || m_ignored.contains(w->objectName()))
+        return;
+    for (const QPointer<QWidget>& h : m_handled)
+        if (h == w)
+            return;
+    m_handled.removeAll(nullptr);
+    m_handled << w;
+
+    Seen s;
+    s.className = w->metaObject()->className();
+    s.objectName = w->objectName();
+    s.title = w->windowTitle();
+    if (auto* box = qobject_cast<QMessageBox*>(w))
+        s.text = box->text();
+    s.unexpected = m_handlers.empty();
+    m_seen << s;
+
+    // Answer from a fresh event so the modal's own exec loop is running.
+    Handler h;
+    if (!m_handlers.empty()) {
+        h = std::move(m_handlers.front());
+        m_handlers.pop_front();
+    } else {
+        h = [](QWidget* dlg) {
+            if (auto* d = qobject_cast<QDialog*>(dlg))
+                d->reject();
+            else
+                dlg->close();
+        };
+    }
+    QPointer<QWidget> guard(w);
+    QTimer::singleShot(0, this, [guard, h] {
+        if (guard)
+            h(guard);
+    });
+}

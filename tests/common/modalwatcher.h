@@ -1,0 +1,55 @@
+#pragma once
+
+#include <QList>
+#include <QMessageBox>
+#include <QObject>
+#include <QPointer>
+#include <QStringList>
+#include <QTimer>
+
+#include <deque>
+#include <functional>
+
+// Watches for modal boxes and dialogs while a test drives the program, records
+// what each one said and answers it with the next queued handler, so that no
+// test ever hangs on a box. A modal that arrives with no handler queued is
+// recorded as unexpected and rejected.
+class ModalWatcher : public QObject
+{
+    Q_OBJECT
+public:
+    struct Seen
+    {
+        QString className;
+        QString objectName;
+        QString title;
+        QString text;
+        bool unexpected = false;
+    };
+    using Handler = std::function<void(QWidget*)>;
+
+    explicit ModalWatcher(QObject* parent = nullptr);
+
+    void answer(Handler handler);
+    // Presses this button of the next QMessageBox.
+    void answer(QMessageBox::StandardButton button);
+
+    // Modals with these object names are left alone (the busy dialog, say).
+    void ignore(const QString& objectName) { m_ignored << objectName; }
+
+    const QList<Seen>& seen() const { return m_seen; }
+    int pending() const { return int(m_handlers.size()); }
+    int unexpectedCount() const;
+    void clear();
+
+    static void pressButton(QWidget* box, QMessageBox::StandardButton button);
+
+private:
+    void poll();
+
+    QTimer m_timer;
+    std::deque<Handler> m_handlers;
+    QList<Seen> m_seen;
+    QList<QPointer<QWidget>> m_handled;
+    QStringList m_ignored{"ProgressBar"};
+};
