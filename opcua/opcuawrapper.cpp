@@ -1,0 +1,605 @@
+#include "opcua/opcuawrapper.h"
+
+#include "app/logging.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QDirIterator>
+#include <QFile>
+#include <QThread>
+
+#include <open62541/client_config_default.h>
+#include <open62541/client_highlevel.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <vector>
+
+namespace {
+
+const char* const kGatewayApplicationUri = "urn:tarnopcua.server.application";
+const char* const kClientApplicationUri = "urn:open62541.server.application";
+const char* const kChannelsObject = "Каналы";
+const char* const kNoServer = "Сервер недоступен, действие отменено";
+const UA_UInt32 kRequestTimeoutMs = 3600000;
+
+// The library's own messages belong in the program's log, not on the console.
+void forwardLibraryLog(void*, UA_LogLevel level, UA_LogCategory, const char* msg, va_list args)
+{
+    if (level < UA_LOGLEVEL_INFO)
+        return;
+    char buffer[1024];
+    std::vsnprintf(buffer, sizeof buffer, msg, args);
+    const QString text = QStringLiteral("open62541: ") + QString::fromUtf8(buffer);
+    if (level >= UA_LOGLEVEL_WARNING)
+        VLOG_WARNING().noquote() << text;
+    else
+        VLOG_INFO().noquote() << text;
+}
+
+// Shared by every client; it owns nothing, so there is nothing to clear.
+UA_Logger g_libraryLogger = {forwardLibraryLog, nullptr, nullptr};
+
+#ifdef UA_ENABLE_ENCRYPTION
+// Without a callback the library asks for a key password on stdin, which would
+// hang the program. The program has no way to ask for one, so it declines.
+UA_StatusCode declineKeyPassword(UA_ClientConfig*, UA_ByteString*)
+{
+    VLOG_WARNING().noquote() << "Закрытый ключ защищён паролем, такие ключи не поддерживаются";
+    return UA_STATUSCODE_BADSECURITYCHECKSFAILED;
+}
+#endif
+
+// Whole file as bytes. A file that cannot be opened gives an empty string with
+// no message: the connection attempt that needs it tells the user.
+UA_ByteString loadFile(const QString& path)
+{
+    UA_ByteString bytes = UA_BYTESTRING_NULL;
+    FILE* fp = std::fopen(QFile::encodeName(path).constData(), "rb");
+    if (!fp) {
+        errno = 0;
+        return bytes;
+    }
+    std::fseek(fp, 0, SEEK_END);
+    const long size = std::ftell(fp);
+    bytes.length = size > 0 ? size_t(size) : 0;
+    bytes.data = static_cast<UA_Byte*>(UA_malloc(bytes.length * sizeof(UA_Byte)));
+    if (bytes.data) {
+        std::fseek(fp, 0, SEEK_SET);
+        const size_t read = std::fread(bytes.data, sizeof(UA_Byte), bytes.length, fp);
+        if (read != bytes.length)
+            UA_ByteString_clear(&bytes);
+    } else {
+        bytes.length = 0;
+    }
+    std::fclose(fp);
+    return bytes;
+}
+
+QString statusName(UA_StatusCode status)
+{
+    return QString::fromUtf8(UA_StatusCode_name(status));
+}
+
+} // namespace
+
+OPCUAWrapper* OPCUAWrapper::_singleOPCUAWrapper = nullptr;
+
+OPCUAWrapper::OPCUAWrapper(QObject* parent) : QObject(parent) {}
+
+OPCUAWrapper::~OPCUAWrapper()
+{
+    auto lock = lockClient();
+    deleteClient();
+    if (serverDescriptions)
+        UA_Array_delete(serverDescriptions, serverDescriptionCount,
+                        &UA_TYPES[UA_TYPES_APPLICATIONDESCRIPTION]);
+    UA_ByteString_clear(&localCertificate);
+    UA_ByteString_clear(&privateKey);
+}
+
+OPCUAWrapper* OPCUAWrapper::GetInstance()
+{
+    if (!_singleOPCUAWrapper) {
+        _singleOPCUAWrapper = new OPCUAWrapper;
+        // A worker may ask first; the object still belongs to the GUI thread,
+        // which outlives every worker.
+        if (QCoreApplication::instance() && QThread::currentThread() != qApp->thread())
+            _singleOPCUAWrapper->moveToThread(qApp->thread());
+    }
+    return _singleOPCUAWrapper;
+}
+
+OPCUAWrapper::CertificateChooser& OPCUAWrapper::certificateChooser()
+{
+    static CertificateChooser chooser;
+    return chooser;
+}
+
+void OPCUAWrapper::SetCertificateChooser(CertificateChooser chooser)
+{
+    certificateChooser() = std::move(chooser);
+}
+
+std::unique_lock<std::recursive_mutex> OPCUAWrapper::lockClient()
+{
+    ++m_clientWaiters;
+    std::unique_lock<std::recursive_mutex> lock(m_clientMutex);
+    --m_clientWaiters;
+    return lock;
+}
+
+void OPCUAWrapper::deleteClient()
+{
+    if (!clientUsable())
+        return;
+    UA_Client_delete(client);
+    m_clientAlive = false;
+}
+
+void OPCUAWrapper::report(const QString& text, bool warning)
+{
+    emit signalSetLogDlgSearchDevice(text);
+    if (warning)
+        VLOG_WARNING().noquote() << text;
+    else
+        VLOG_INFO().noquote() << text;
+}
+
+void OPCUAWrapper::failConnection(const QString& text)
+{
+    report(text, true);
+    emit signalErrorConnect();
+    deleteClient();
+    connected = false;
+}
+
+int OPCUAWrapper::connectToServer(QString url, QString endpointText, bool browse, int authKind, QString user,
+                                  QString password)
+{
+    auto lock = lockClient();
+    if (!clientUsable()) {
+        report(kNoServer, true);
+        return 1;
+    }
+    UA_ClientConfig* config = UA_Client_getConfig(client);
+    config->securityMode = endpointText.contains(QStringLiteral("None"))
+                               ? UA_MESSAGESECURITYMODE_NONE
+                               : UA_MESSAGESECURITYMODE_SIGNANDENCRYPT;
+
+    UA_String_clear(&config->securityPolicyUri);
+    const QStringList parts = endpointText.split(QStringLiteral(" ("), Qt::KeepEmptyParts);
+    if (parts.isEmpty()) {
+        failConnection("Не удалось подключиться к конечной точке. Конечная точка не опознана");
+        return 1;
+    }
+    const QString policy = parts.first();
+    config->securityPolicyUri = UA_STRING_ALLOC(policy.toUtf8().constData());
+
+    UA_ApplicationDescription_clear(&config->clientDescription);
+    config->clientDescription.applicationUri = UA_STRING_ALLOC(kClientApplicationUri);
+    config->clientDescription.applicationType = UA_APPLICATIONTYPE_CLIENT;
+    VLOG_INFO().noquote() << QStringLiteral("Выбрана конечная точка: %1").arg(policy);
+
+    if (authKind >= 1 && authKind <= 3) {
+        const CertificateChooser& choose = certificateChooser();
+        if (!choose) {
+            VLOG_WARNING().noquote() << "Выбор сертификатов недоступен, подключение отменено";
+            return 1;
+        }
+        // The chooser waits for the user on the GUI thread; the client stays free meanwhile.
+        lock.unlock();
+        CertificatePaths chosen = choose({pathCertificate, pathPrivateKey, pathTrustList});
+        if (chosen.certificate.isEmpty() || chosen.privateKey.isEmpty() || chosen.trustDirectory.isEmpty())
+            return 1;
+        lock.lock();
+        if (!clientUsable()) {
+            report(kNoServer, true);
+            return 1;
+        }
+        setPathCerts(chosen.certificate, chosen.privateKey, chosen.trustDirectory);
+        config = UA_Client_getConfig(client);
+        configureEncryption(config, chosen.trustDirectory, authKind);
+        if (authKind == 2) {
+            UA_UserNameIdentityToken* token = UA_UserNameIdentityToken_new();
+            token->userName = UA_STRING_ALLOC(user.toUtf8().constData());
+            token->password = UA_STRING_ALLOC(password.toUtf8().constData());
+            UA_ExtensionObject_clear(&config->userIdentityToken);
+            UA_ExtensionObject_setValue(&config->userIdentityToken, token,
+                                        &UA_TYPES[UA_TYPES_USERNAMEIDENTITYTOKEN]);
+        }
+    }
+
+    const UA_StatusCode status = UA_Client_connect(client, url.toUtf8().constData());
+    if (status != UA_STATUSCODE_GOOD) {
+        const QString name = statusName(status);
+        if (status == UA_STATUSCODE_BADCONNECTIONREJECTED && autoConnecting) {
+            failConnection(
+                QStringLiteral("Не удалось автоматически подключиться к конечной точке. Попробуйте в "
+                               "ручную. Код ошибки %1")
+                    .arg(name));
+            return 2;
+        }
+        if (status == UA_STATUSCODE_BADINTERNALERROR || status == UA_STATUSCODE_BADIDENTITYTOKENREJECTED)
+            failConnection(QStringLiteral("Не удалось подключиться к конечной точке. Возможно, неверная "
+                                          "политика безопасности. Код ошибки %1")
+                               .arg(name));
+        else
+            failConnection(
+                QStringLiteral("Не удалось подключиться к конечной точке. Код ошибки %1").arg(name));
+        return 1;
+    }
+
+    report("Подключение успешно завершено.", false);
+    if (browse)
+        browseNodes(client, QStringLiteral("ns=2;s=") + kChannelsObject);
+    connected = true;
+    connectedOnce = true;
+    UA_Array_delete(serverDescriptions, serverDescriptionCount, &UA_TYPES[UA_TYPES_APPLICATIONDESCRIPTION]);
+    serverDescriptions = nullptr;
+    serverDescriptionCount = 0;
+    return 0;
+}
+
+// Loads the trust list and sets up the secured channel. Returns whether the
+// encryption was configured at all (no trust files: it is not).
+bool OPCUAWrapper::configureEncryption(UA_ClientConfig* config, const QString& trustDirectory, int authKind)
+{
+    QStringList trustFiles;
+    QDirIterator it(trustDirectory, {QStringLiteral("*.der")}, QDir::Files, QDirIterator::Subdirectories);
+    while (it.hasNext())
+        trustFiles << it.next();
+    if (trustFiles.isEmpty()) {
+        VLOG_WARNING().noquote() << QStringLiteral("В каталоге %1 нет доверенных сертификатов (*.der), "
+                                                   "шифрование не настроено")
+                                        .arg(trustDirectory);
+        return false;
+    }
+
+#ifdef UA_ENABLE_ENCRYPTION
+    std::vector<UA_ByteString> trustList;
+    trustList.reserve(size_t(trustFiles.size()));
+    for (const QString& file : trustFiles)
+        trustList.push_back(loadFile(file));
+
+    config->privateKeyPasswordCallback = declineKeyPassword;
+    const UA_StatusCode status =
+        UA_ClientConfig_setDefaultEncryption(config, localCertificate, privateKey, trustList.data(),
+                                             trustList.size(), revocationList, revocationListSize);
+    for (UA_ByteString& bytes : trustList)
+        UA_ByteString_clear(&bytes);
+
+    // The library answers Good even when no secured policy could be built from
+    // the certificate and key; it only logs. Say so plainly.
+    size_t securedPolicies = 0;
+    for (size_t i = 0; i < config->securityPoliciesSize; ++i) {
+        const UA_String& uri = config->securityPolicies[i].policyUri;
+        const QString text = UA_StringToQString(uri);
+        if (!text.endsWith(QStringLiteral("#None")))
+            ++securedPolicies;
+    }
+    if (securedPolicies == 0)
+        VLOG_WARNING().noquote() << QStringLiteral("Не удалось настроить шифрование: ни одна политика "
+                                                   "безопасности не загружена. Проверьте сертификат %1 и "
+                                                   "закрытый ключ %2 (код %3)")
+                                        .arg(pathCertificate, pathPrivateKey, statusName(status));
+
+    if (authKind == 3)
+        UA_ClientConfig_setAuthenticationCert(config, localCertificate, privateKey);
+    return true;
+#else
+    Q_UNUSED(config);
+    Q_UNUSED(authKind);
+    VLOG_WARNING().noquote() << "Библиотека OPC UA собрана без шифрования";
+    return false;
+#endif
+}
+
+int OPCUAWrapper::disconnectToServer()
+{
+    auto lock = lockClient();
+    if (!client) {
+        report(kNoServer, true);
+        return 1;
+    }
+    if (!connected || !m_clientAlive) {
+        report("Ошибка отключения от сервера", true);
+        return 1;
+    }
+    UA_Client_disconnect(client);
+    deleteClient();
+    autoConnecting = false;
+    connected = false;
+    emit signalErrorConnect();
+    return 0;
+}
+
+void OPCUAWrapper::setPathCerts(QString& certificate, QString& privateKey, QString& trustDirectory)
+{
+    if (certificate.isEmpty() || privateKey.isEmpty() || trustDirectory.isEmpty())
+        return;
+    pathCertificate = certificate;
+    pathPrivateKey = privateKey;
+    pathTrustList = trustDirectory;
+    setupPkiConfiguration();
+}
+
+void OPCUAWrapper::setupPkiConfiguration()
+{
+    if (pathCertificate.isEmpty() || pathPrivateKey.isEmpty()) {
+        report("Сертификаты не найдены", true);
+        return;
+    }
+    UA_ByteString_clear(&localCertificate);
+    localCertificate = loadFile(pathCertificate);
+    UA_ByteString_clear(&privateKey);
+    privateKey = loadFile(pathPrivateKey);
+}
+
+bool OPCUAWrapper::createPkiPath(QString& path)
+{
+    const bool made = QDir().mkpath(path);
+    const QString text =
+        QStringLiteral("Создание каталога PKI: ") + path + (made ? ": Успешно" : ": Неудачно");
+    report(text, !made);
+    return made;
+}
+
+std::thread OPCUAWrapper::runIterate()
+{
+    return std::thread(&OPCUAWrapper::iterate, this);
+}
+
+void OPCUAWrapper::iterate()
+{
+    while (statusIterate) {
+        {
+            auto lock = lockClient();
+            if (!clientUsable())
+                break;
+            UA_Client_run_iterate(client, 10);
+        }
+        // A caller waiting for the client goes before the next pass.
+        while (m_clientWaiters > 0 && statusIterate)
+            std::this_thread::yield();
+    }
+}
+
+void OPCUAWrapper::setStatusIterate(bool status)
+{
+    statusIterate = status;
+}
+
+void OPCUAWrapper::clearClient()
+{
+    auto lock = lockClient();
+    deleteClient();
+}
+
+int OPCUAWrapper::findServers(QString url)
+{
+    auto lock = lockClient();
+    // An older client and its results are not needed any more.
+    deleteClient();
+    if (serverDescriptions)
+        UA_Array_delete(serverDescriptions, serverDescriptionCount,
+                        &UA_TYPES[UA_TYPES_APPLICATIONDESCRIPTION]);
+    serverDescriptions = nullptr;
+    serverDescriptionCount = 0;
+
+    UA_ClientConfig config;
+    std::memset(&config, 0, sizeof config);
+    config.logging = &g_libraryLogger;
+    UA_ClientConfig_setDefault(&config);
+    config.timeout = kRequestTimeoutMs;
+    client = UA_Client_newWithConfig(&config);
+    m_clientAlive = client != nullptr;
+    if (!client) {
+        report(QStringLiteral("Не удалось найти сервер. Обнаружение сервера включено? Код ошибки %1")
+                   .arg(statusName(UA_STATUSCODE_BADOUTOFMEMORY)),
+               true);
+        emit signalErrorConnect();
+        return 1;
+    }
+
+    const UA_StatusCode status = UA_Client_findServers(client, url.toUtf8().constData(), 0, nullptr, 0,
+                                                       nullptr, &serverDescriptionCount, &serverDescriptions);
+    if (status == UA_STATUSCODE_GOOD) {
+        QList<QString> servers;
+        for (size_t i = 0; i < serverDescriptionCount; ++i) {
+            const UA_ApplicationDescription& description = serverDescriptions[i];
+            for (size_t j = 0; j < description.discoveryUrlsSize; ++j)
+                servers << UA_StringToQString(description.discoveryUrls[j]);
+        }
+        servers.prepend(url);
+        report("Поиск сервера успешно завершен.", false);
+        emit signalSetServerDlgSearchDevice(servers);
+        return 0;
+    }
+
+    report(QStringLiteral("Не удалось найти сервер. Обнаружение сервера включено? Код ошибки %1")
+               .arg(statusName(status)),
+           true);
+    emit signalErrorConnect();
+    return status == UA_STATUSCODE_BADCONNECTIONREJECTED && autoConnecting ? 2 : 1;
+}
+
+int OPCUAWrapper::getEndpoints(QString url)
+{
+    auto lock = lockClient();
+    QList<QString> texts;
+    if (!clientUsable()) {
+        report(kNoServer, true);
+        emit signalErrorConnect();
+        return 1;
+    }
+    size_t size = 0;
+    UA_EndpointDescription* endpoints = nullptr;
+    const UA_StatusCode status = UA_Client_getEndpoints(client, url.toUtf8().constData(), &size, &endpoints);
+    if (status != UA_STATUSCODE_GOOD) {
+        const QString name = statusName(status);
+        emit signalSetLogDlgSearchDevice(
+            QStringLiteral("Не удалось получить конечные точки. Код ошибки %1").arg(name));
+        VLOG_WARNING().noquote()
+            << QStringLiteral("Не удалось подключиться к конечной точке. Код ошибки %1").arg(name);
+        emit signalErrorConnect();
+    }
+    for (size_t i = 0; i < size; ++i) {
+        const UA_EndpointDescription& endpoint = endpoints[i];
+        // Only the gateway's own endpoints are offered.
+        if (UA_StringToQString(endpoint.server.applicationUri) != QLatin1String(kGatewayApplicationUri))
+            continue;
+        texts << QStringLiteral("%1 (%2)").arg(UA_StringToQString(endpoint.securityPolicyUri),
+                                               UA_SecurityModeToQString(endpoint.securityMode));
+    }
+    UA_Array_delete(endpoints, size, &UA_TYPES[UA_TYPES_ENDPOINTDESCRIPTION]);
+
+    if (!texts.isEmpty()) {
+        report("Получение конечных точек успешно завершено.", false);
+        emit signalSetEndpointDlgSearchDevice(texts);
+        return 0;
+    }
+    report("Не удалось найти конечные точки на сервере.", true);
+    emit signalErrorConnect();
+    return 1;
+}
+
+void OPCUAWrapper::browseNodes(UA_Client* browseClient, QString nodeId)
+{
+    auto lock = lockClient();
+    if (!browseClient || (browseClient == client && !m_clientAlive))
+        return;
+
+    UA_BrowseRequest request;
+    UA_BrowseRequest_init(&request);
+    request.nodesToBrowse = UA_BrowseDescription_new();
+    request.nodesToBrowseSize = 1;
+    const QByteArray text = nodeId.toUtf8();
+    UA_String parseText = {size_t(text.size()),
+                           reinterpret_cast<UA_Byte*>(const_cast<char*>(text.constData()))};
+    UA_NodeId_parse(&request.nodesToBrowse[0].nodeId, parseText);
+    request.nodesToBrowse[0].resultMask = UA_BROWSERESULTMASK_ALL;
+
+    UA_BrowseResponse response = UA_Client_Service_browse(browseClient, request);
+    for (size_t i = 0; i < response.resultsSize; ++i) {
+        const UA_BrowseResult& result = response.results[i];
+        for (size_t j = 0; j < result.referencesSize; ++j) {
+            const UA_NodeId& target = result.references[j].nodeId.nodeId;
+            if (target.identifierType != UA_NODEIDTYPE_STRING)
+                continue;
+            const QString identifier = UA_StringToQString(target.identifier.string);
+            const QString ns = QString::number(target.namespaceIndex);
+            emit signalSetLogDlgSearchDevice(
+                QStringLiteral("Найдена нода: %1 - ns=%2;s=%3").arg(identifier, ns, identifier));
+            const QString found = QStringLiteral("ns=%1;s=%2").arg(ns, identifier);
+            vecNodes.append(found);
+            browseNodes(browseClient, found);
+        }
+    }
+    UA_BrowseRequest_clear(&request);
+    UA_BrowseResponse_clear(&response);
+}
+
+QString OPCUAWrapper::UA_StringToQString(UA_String string)
+{
+    if (string.length == 0)
+        return QString();
+    Q_ASSERT(string.data);
+    const char* begin = reinterpret_cast<const char*>(string.data);
+    const char* end = std::find(begin, begin + string.length, '\0');
+    return QString::fromUtf8(begin, qsizetype(end - begin));
+}
+
+QString OPCUAWrapper::UA_SecurityModeToQString(UA_MessageSecurityMode mode)
+{
+    switch (mode) {
+    case UA_MESSAGESECURITYMODE_NONE:
+        return QStringLiteral("None");
+    case UA_MESSAGESECURITYMODE_SIGN:
+        return QStringLiteral("Sign");
+    case UA_MESSAGESECURITYMODE_SIGNANDENCRYPT:
+        return QStringLiteral("Sign and Encrypt");
+    default:
+        return QString();
+    }
+}
+
+QList<QString> OPCUAWrapper::getVecNodes()
+{
+    return vecNodes;
+}
+
+// One call of a method of the channels object with a single string argument;
+// the outputs are not used.
+UA_StatusCode OPCUAWrapper::callMethod(const char* methodName, const QByteArray& argument)
+{
+    auto lock = lockClient();
+    if (!clientUsable())
+        return UA_STATUSCODE_BADSERVERNOTCONNECTED;
+
+    // Through a NUL-terminated text: the argument ends at the first NUL.
+    UA_String text = UA_String_fromChars(argument.constData());
+    UA_Variant input;
+    UA_Variant_init(&input);
+    UA_Variant_setScalarCopy(&input, &text, &UA_TYPES[UA_TYPES_STRING]);
+    UA_String_clear(&text);
+
+    QByteArray objectId(kChannelsObject);
+    QByteArray methodId = objectId + '.' + methodName;
+    size_t outputSize = 0;
+    UA_Variant* output = nullptr;
+    const UA_StatusCode status =
+        UA_Client_call(client, UA_NODEID_STRING(2, objectId.data()), UA_NODEID_STRING(2, methodId.data()), 1,
+                       &input, &outputSize, &output);
+    if (status == UA_STATUSCODE_GOOD)
+        UA_Array_delete(output, outputSize, &UA_TYPES[UA_TYPES_VARIANT]);
+    UA_Variant_clear(&input);
+    return status;
+}
+
+bool OPCUAWrapper::callNodeMethod(const char* methodName, const QList<QString>& args)
+{
+    const QString joined = args.join(QLatin1Char(';'));
+    const UA_StatusCode status = callMethod(methodName, joined.toUtf8());
+    if (status != UA_STATUSCODE_GOOD) {
+        VLOG_WARNING().noquote() << QStringLiteral("Ошибка вызова метода %1, код ошибки - %2")
+                                        .arg(QLatin1String(methodName))
+                                        .arg(status);
+        return false;
+    }
+    VLOG_INFO().noquote()
+        << QStringLiteral("Вызов метода %1 успешно завершен").arg(QLatin1String(methodName));
+    return true;
+}
+
+bool OPCUAWrapper::callAddNode(QList<QString> args)
+{
+    return callNodeMethod("addNode", args);
+}
+
+bool OPCUAWrapper::callEditNode(QList<QString> args)
+{
+    return callNodeMethod("editNode", args);
+}
+
+bool OPCUAWrapper::callDeleteNode(QList<QString> args)
+{
+    return callNodeMethod("deleteNode", args);
+}
+
+bool OPCUAWrapper::callMethodStartStopExchange()
+{
+    // The server is not asked for its state: the flag is what this program believes.
+    const UA_StatusCode status = callMethod(exchangeRunning ? "stopExchange" : "startExchange", "emul");
+    if (status != UA_STATUSCODE_GOOD) {
+        VLOG_WARNING().noquote()
+            << QStringLiteral("Ошибка вызова метода startExchange/stopExchange, код ошибки - %1").arg(status);
+        return false;
+    }
+    exchangeRunning = !exchangeRunning;
+    VLOG_INFO().noquote() << "Вызов метода startExchange/stopExchange успешно завершен";
+    return true;
+}

@@ -1,0 +1,109 @@
+#pragma once
+
+#include <QList>
+#include <QMap>
+#include <QObject>
+#include <QString>
+#include <QVariantList>
+
+#include <open62541/client.h>
+
+#include <atomic>
+#include <functional>
+#include <mutex>
+#include <thread>
+
+// The three files a secured connection needs, as the user chose them.
+struct CertificatePaths
+{
+    QString certificate;
+    QString privateKey;
+    QString trustDirectory;
+};
+
+// The one OPC UA client of the program.
+class OPCUAWrapper : public QObject
+{
+    Q_OBJECT
+public:
+    // Asked for the certificate files when a secured connection is set up; gets the
+    // paths known so far and answers the chosen ones (an empty one means cancel).
+    // The client has no widgets: the application installs a chooser that runs the
+    // dialog on the GUI thread.
+    using CertificateChooser = std::function<CertificatePaths(const CertificatePaths& known)>;
+
+    explicit OPCUAWrapper(QObject* parent = nullptr);
+    ~OPCUAWrapper() override;
+
+    static OPCUAWrapper* GetInstance();
+    static void SetCertificateChooser(CertificateChooser chooser);
+
+    int connectToServer(QString url, QString endpointText, bool browse, int authKind, QString user,
+                        QString password);
+    int disconnectToServer();
+    void setPathCerts(QString& certificate, QString& privateKey, QString& trustDirectory);
+    void setupPkiConfiguration();
+    bool createPkiPath(QString& path);
+    std::thread runIterate();
+    void iterate();
+    void setStatusIterate(bool status);
+    void clearClient();
+
+    int findServers(QString url);
+    int getEndpoints(QString url);
+    void browseNodes(UA_Client* client, QString nodeId);
+    static QString UA_StringToQString(UA_String string);
+    static QString UA_SecurityModeToQString(UA_MessageSecurityMode mode);
+    QList<QString> getVecNodes();
+
+    bool callAddNode(QList<QString> args);
+    bool callEditNode(QList<QString> args);
+    bool callDeleteNode(QList<QString> args);
+    bool callMethodStartStopExchange();
+
+    bool connected = false;
+    bool autoConnecting = false;
+    bool connectedOnce = false;
+    QList<QString> vecNodes;
+    UA_Client* client = nullptr;
+    UA_ApplicationDescription* serverDescriptions = nullptr;
+    size_t serverDescriptionCount = 0;
+    UA_ByteString localCertificate = UA_BYTESTRING_NULL;
+    UA_ByteString privateKey = UA_BYTESTRING_NULL;
+    UA_ByteString* revocationList = nullptr;
+    size_t revocationListSize = 0;
+    QString pathCertificate;
+    QString pathPrivateKey;
+    QString pathTrustList;
+    std::atomic<bool> statusIterate{true};
+    bool exchangeRunning = false;
+    UA_UInt32 subscriptionId = 0;
+    QMap<int, QList<QString>> mapNodes;
+
+signals:
+    void signalSetLogDlgSearchDevice(QString message);
+    void signalSetServerDlgSearchDevice(QList<QString> servers);
+    void signalSetEndpointDlgSearchDevice(QList<QString> endpoints);
+    void signalDataChange(QVariantList mess);
+    void signalErrorConnect();
+
+private:
+    static OPCUAWrapper* _singleOPCUAWrapper;
+    static CertificateChooser& certificateChooser();
+
+    // Every use of the client goes through this lock, whichever thread makes it.
+    std::unique_lock<std::recursive_mutex> lockClient();
+    // A deleted client keeps its pointer (the disconnect logic reads it), so
+    // whether it may still be used is tracked here.
+    bool clientUsable() const { return client && m_clientAlive; }
+    void deleteClient();
+    void report(const QString& text, bool warning);
+    void failConnection(const QString& text);
+    bool configureEncryption(UA_ClientConfig* config, const QString& trustDirectory, int authKind);
+    UA_StatusCode callMethod(const char* methodName, const QByteArray& argument);
+    bool callNodeMethod(const char* methodName, const QList<QString>& args);
+
+    std::recursive_mutex m_clientMutex;
+    std::atomic<int> m_clientWaiters{0};
+    bool m_clientAlive = false;
+};
