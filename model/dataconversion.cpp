@@ -1,0 +1,62 @@
+#include "model/dataconversion.h"
+
+#include <cerrno>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <iconv.h>
+#include <iostream>
+
+namespace DataConversion {
+
+std::string wstringtoUTF8(const std::wstring& text)
+{
+    std::vector<char> bytes(text.size() * sizeof(uint32_t));
+    for (size_t i = 0; i < text.size(); ++i) {
+        const uint32_t cp = static_cast<uint32_t>(text[i]);
+        for (size_t b = 0; b < 4; ++b)
+            bytes[i * 4 + b] = static_cast<char>((cp >> (8 * b)) & 0xFF);
+    }
+    return UTF32LEtoUTF8(bytes);
+}
+
+std::string UTF32LEtoUTF8(std::vector<char>& bytes)
+{
+    iconv_t cd = iconv_open("UTF-8", "UTF-32LE");
+    if (cd == reinterpret_cast<iconv_t>(-1)) {
+        std::cerr << "Unable to create ICONV engine: " << strerror(errno) << std::endl;
+        return std::string();
+    }
+    // A code point never takes more UTF-8 bytes than its four UTF-32 bytes.
+    std::vector<char> out(bytes.size() + 1, 0);
+    char* in = bytes.data();
+    size_t inLeft = bytes.size();
+    char* outPtr = out.data();
+    size_t outLeft = bytes.size();
+    const size_t rc = iconv(cd, &in, &inLeft, &outPtr, &outLeft);
+    const int err = errno;
+    iconv_close(cd);
+    if (rc == static_cast<size_t>(-1)) {
+        std::cerr << "Unable to convert from UTF32: " << strerror(err) << std::endl;
+        return std::string();
+    }
+    return std::string(out.data());
+}
+
+std::string UTF8toCP1251(const char*)
+{
+    return std::string();
+}
+
+std::string IncrementName(std::string name)
+{
+    const size_t pos = name.find_last_not_of("0123456789");
+    const size_t digitsAt = pos == std::string::npos ? 0 : pos + 1;
+    const std::string digits = name.substr(digitsAt);
+    const int32_t number = static_cast<int32_t>(std::strtol(digits.c_str(), nullptr, 10));
+    // Wraps at the 32-bit limit like the stored counter it stands for.
+    const int32_t next = static_cast<int32_t>(static_cast<uint32_t>(number) + 1u);
+    return name.substr(0, digitsAt) + std::to_string(next);
+}
+
+} // namespace DataConversion

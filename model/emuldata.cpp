@@ -1,0 +1,3 @@
+#include "model/emuldata.h"
+
+CEmulation::~CEmulation() = default;

@@ -1,0 +1,3 @@
+#include "model/portioinfo.h"
+
+CPortIOInfo::~CPortIOInfo() = default;

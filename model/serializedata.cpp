@@ -1,0 +1,3 @@
+#include "model/serializedata.h"
+
+CSerializeData::~CSerializeData() = default;

@@ -1,0 +1,3 @@
+#include "model/transforminfo.h"
+
+CTransformationInfo::~CTransformationInfo() = default;
