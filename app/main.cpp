@@ -1,0 +1,31 @@
+#include "app/guithread.h"
+#include "app/logging.h"
+#include "app/mainwindow.h"
+#include "model/usernotifier.h"
+
+#include <QApplication>
+#include <QDir>
+#include <QMessageBox>
+#include <QMetaType>
+#include <QStringList>
+
+int main(int argc, char* argv[])
+{
+    qRegisterMetaType<QStringList>("QStringList");
+
+    // The log comes before the application object so that even Qt's start-up
+    // messages reach the file.
+    QDir().mkpath(logFolderPath());
+    openLogFile();
+    qInstallMessageHandler(messageHandler);
+
+    QApplication app(argc, argv);
+    MainWindow window;
+    // Boxes that the model and file code raise, shown over the window on the GUI thread.
+    CUserNotifier::Install([&window](const QString& title, const QString& text) {
+        GuiThread::run([&] { QMessageBox::warning(&window, title, text); });
+    });
+    window.show();
+    VLOG_INFO().noquote() << "Приложение запущено";
+    return app.exec();
+}

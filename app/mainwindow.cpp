@@ -1,0 +1,240 @@
+#include "app/mainwindow.h"
+
+#include "app/aboutdialog.h"
+#include "app/guithread.h"
+#include "app/logging.h"
+#include "ui_mainwindow.h"
+
+#include <QAbstractButton>
+#include <QAction>
+#include <QCloseEvent>
+#include <QHeaderView>
+#include <QLabel>
+#include <QMessageBox>
+#include <QProcess>
+#include <QThread>
+#include <QTimer>
+
+#include <cstdlib>
+
+MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent), ui(new Ui_MainWindow)
+{
+    ui->setupUi(this);
+    ui->splitter->setStretchFactor(0, 0);
+    ui->splitter->setStretchFactor(1, 1);
+    ui->tableView_2->horizontalHeader()->setSectionResizeMode(QHeaderView::Stretch);
+
+    connect(this, &MainWindow::signalTagAdd, this, &MainWindow::slotTagAdd);
+
+    m_monitoringTimer = new QTimer(this);
+
+    m_statusLabel = new QLabel("Сервер не запущен", this);
+    statusBar()->addWidget(m_statusLabel);
+
+    setEnabledToolbar(TreeItemRoot);
+
+    ui->treeWidget->setContextMenuPolicy(Qt::CustomContextMenu);
+    ui->tableView->setContextMenuPolicy(Qt::CustomContextMenu);
+    connect(ui->tableView, &QWidget::customContextMenuRequested, this,
+            &MainWindow::tableWidget_2_customContextMenuRequested);
+    connect(ui->tableView, &QAbstractItemView::doubleClicked, this, &MainWindow::slotEditTagTableDoubleClick);
+    connect(ui->tableWidget, &QAbstractItemView::doubleClicked, this, &MainWindow::slotEditItemTableDoubleClick);
+
+    // Widget-level shortcuts of the tree: actions of their own, untouched by
+    // setEnabledToolbar, so they stay live while the menu commands are off.
+    auto addTreeShortcut = [this](const QString& text, const QKeySequence& key, void (MainWindow::*slot)()) {
+        auto* a = new QAction(text, ui->treeWidget);
+        a->setShortcut(key);
+        a->setShortcutContext(Qt::WidgetShortcut);
+        connect(a, &QAction::triggered, this, slot);
+        ui->treeWidget->addAction(a);
+    };
+    addTreeShortcut("Копировать", QKeySequence("Ctrl+C"), &MainWindow::on_copy_action_triggered);
+    addTreeShortcut("Вставить", QKeySequence("Ctrl+V"), &MainWindow::on_paste_action_triggered);
+    addTreeShortcut("Удалить", QKeySequence(Qt::Key_Delete), &MainWindow::on_delete_action_triggered);
+
+    auto* rootRow = new QTreeWidgetItem(ui->treeWidget, TreeItemRoot);
+    rootRow->setText(0, "Каналы");
+    rootRow->setIcon(0, QIcon(":/res/images/res/channels.png"));
+    m_treeItems[rootRow] = &m_root;
+
+    ui->tabWidget->setCurrentIndex(0);
+    ui->tabWidget->setTabEnabled(1, false);
+    ui->tabWidget->setTabEnabled(2, false);
+
+    m_serverProcess = new QProcess(this);
+    m_serverProcess->setReadChannel(QProcess::StandardOutput);
+    connect(m_serverProcess, &QProcess::readyReadStandardOutput, this, &MainWindow::slotServerOutput);
+}
+
+MainWindow::~MainWindow()
+{
+    if (m_monitoring)
+        on_monitoring_action_triggered();
+    delete ui;
+}
+
+void MainWindow::setEnabledToolbar(int mode)
+{
+    ui->save_action->setEnabled(m_saveSeen);
+    ui->save_action->setEnabled(m_configOpen);
+
+    // Columns of the state table: root, channel, device, group, monitoring on.
+    enum Column { Root, Channel, Device, Group, MonitoringOn };
+    Column column;
+    switch (mode) {
+    case TreeItemRoot:
+        column = Root;
+        break;
+    case TreeItemChannel:
+        column = Channel;
+        break;
+    case TreeItemDevice:
+        column = Device;
+        break;
+    case TreeItemGroup:
+    case ToolbarMonitoringOff:
+        column = Group;
+        break;
+    case ToolbarMonitoringOn:
+        column = MonitoringOn;
+        break;
+    default:
+        return;
+    }
+    if (mode == TreeItemChannel || mode == TreeItemDevice || mode == TreeItemGroup)
+        m_saveSeen = true;
+    if (m_monitoring && mode != ToolbarMonitoringOff)
+        column = MonitoringOn;
+
+    struct Row
+    {
+        QAction* action;
+        bool enabled[5];
+    };
+    const Row rows[] = {
+        {ui->open_action, {1, 1, 1, 1, 0}},
+        {ui->action_export_conf, {1, 1, 1, 1, 0}},
+        {ui->action_import_conf, {1, 1, 1, 1, 0}},
+        {ui->copy_action, {0, 1, 1, 1, 0}},
+        {ui->paste_action, {0, 1, 1, 1, 0}},
+        {ui->action, {1, 1, 1, 1, 0}},
+        {ui->edit_action, {0, 0, 1, 1, 0}},
+        {ui->save_action, {m_saveSeen, 1, 1, 1, 0}},
+        {ui->add_channel_action, {1, 1, 1, 1, 0}},
+        {ui->add_device_action, {0, 1, 1, 1, 0}},
+        {ui->add_group_action, {0, 0, 1, 1, 0}},
+        {ui->add_tag_action, {0, 0, 0, 1, 0}},
+        {ui->delete_action, {0, 1, 1, 1, 0}},
+        {ui->monitoring_action, {0, 0, 0, 1, 1}},
+    };
+    for (const Row& r : rows)
+        r.action->setEnabled(r.enabled[column]);
+}
+
+CItem* MainWindow::GetHostElement(CItem* item, enItemType kind)
+{
+    for (CItem* node = item; node; node = node->GetParent()) {
+        if (node->GetType() == kind)
+            return node;
+    }
+    return nullptr;
+}
+
+void MainWindow::runInBackground(std::function<void()> work)
+{
+    auto* carrier = new QObject;
+    auto* thread = new QThread;
+    carrier->moveToThread(thread);
+    connect(thread, &QThread::started, carrier, [work, carrier, thread] {
+        work();
+        carrier->deleteLater();
+        thread->quit();
+    });
+    connect(thread, &QThread::finished, thread, &QObject::deleteLater);
+    thread->start(QThread::InheritPriority);
+}
+
+QString MainWindow::ipAddrIntToQstring(int addr)
+{
+    const auto a = static_cast<unsigned>(addr);
+    return QString("%1.%2.%3.%4").arg(a & 0xFF).arg((a >> 8) & 0xFF).arg((a >> 16) & 0xFF).arg((a >> 24) & 0xFF);
+}
+
+int MainWindow::askQuestion(const QString& text, bool withNo)
+{
+    QMessageBox box(QMessageBox::Question, "Внимание", text,
+                    withNo ? QMessageBox::Ok | QMessageBox::No | QMessageBox::Cancel
+                           : QMessageBox::Ok | QMessageBox::Cancel,
+                    this);
+    box.setWindowIcon(QIcon(":/res/images/res/Velmora.ico"));
+    box.button(QMessageBox::Cancel)->setText("Отмена");
+    if (withNo)
+        box.button(QMessageBox::No)->setText("Нет");
+    return box.exec();
+}
+
+void MainWindow::closeEvent(QCloseEvent* event)
+{
+    if (m_serverProcess->state() == QProcess::Running) {
+        if (askQuestion("Сервер запущен, хотите остановить сервер и выйти?", false) != QMessageBox::Ok) {
+            event->ignore();
+            return;
+        }
+        m_serverProcess->kill();
+        m_serverProcess->waitForFinished(30000);
+        if (m_serverProcess->state() == QProcess::Running &&
+            askQuestion("При остановке сервера произошла ошибка! Хотите выйти?", false) != QMessageBox::Ok) {
+            event->ignore();
+            return;
+        }
+    }
+    if (m_dirty) {
+        const int answer = askQuestion("Хотите сохранить изменения настроек?", true);
+        if (answer == QMessageBox::Ok) {
+            on_save_action_triggered();
+        } else if (answer == QMessageBox::Cancel) {
+            event->ignore();
+            return;
+        }
+    }
+    event->accept();
+}
+
+void MainWindow::on_close_action_triggered()
+{
+    // With the server running the question is asked here and again in
+    // closeEvent; the double question is the program's known behaviour.
+    if (m_serverProcess->state() == QProcess::Running &&
+        askQuestion("Сервер запущен, хотите остановить сервер и выйти?", false) != QMessageBox::Ok)
+        return;
+    close();
+}
+
+void MainWindow::on_about_action_triggered()
+{
+    AboutDialog dialog(this);
+    dialog.exec();
+}
+
+void MainWindow::on_action_help_triggered()
+{
+    std::thread t(&MainWindow::openHelpUnix, this);
+    t.detach();
+}
+
+void MainWindow::openHelpUnix()
+{
+    const int result = std::system("kchmviewer velmora_help.chm");
+    const int code = result / 256;
+    if (code == 0)
+        return;
+    const QString text = QString("Не удалось открыть справку!\nКод ошибки - %1").arg(code);
+    GuiThread::run([this, text] { QMessageBox::warning(this, "Ошибка", text); });
+    VLOG_WARNING().noquote() << text;
+}
+
+void MainWindow::slotCreateCertificates(QMap<QString, QString> mapSettingsCert)
+{
+    m_certSettings = mapSettingsCert;
+}

@@ -1,0 +1,148 @@
+#pragma once
+
+#include "model/treeitemroot.h"
+
+#include <QList>
+#include <QMainWindow>
+#include <QMap>
+#include <QString>
+#include <QVariant>
+
+#include <functional>
+#include <map>
+#include <thread>
+#include <vector>
+
+class QLabel;
+class QProcess;
+class QTimer;
+class QTreeWidgetItem;
+class OPCUAWrapper;
+class TableModelVariable;
+class TableModelMonitoring;
+class Ui_MainWindow;
+
+// Tree row types; with the two monitoring modes they are also the modes of
+// setEnabledToolbar. Not the node kind (enItemType).
+enum enTreeItemKind
+{
+    ToolbarMonitoringOn = 5,
+    ToolbarMonitoringOff = 6,
+    TreeItemRoot = 1001,
+    TreeItemChannel = 1002,
+    TreeItemDevice = 1003,
+    TreeItemGroup = 1004,
+};
+
+// The one controller of the program: owns the tree, the widgets, the table
+// models, the gateway process and the pointer to the OPC UA client. Every user
+// command is one of its slots; the slots are split by topic over several
+// source files.
+class MainWindow : public QMainWindow
+{
+    Q_OBJECT
+
+public:
+    explicit MainWindow(QWidget* parent = nullptr);
+    ~MainWindow() override;
+
+    void closeEvent(QCloseEvent* event) override;
+    void setEnabledToolbar(int mode);
+    CItem* GetHostElement(CItem* item, enItemType kind);
+    void runInBackground(std::function<void()> work);
+    static QString ipAddrIntToQstring(int addr);
+    void openHelpUnix();
+
+signals:
+    void signalCloseProgressBar(int err);
+    void signalSetLabelProgressBar(QString newLabel);
+    void signalUpdateData(int row, std::vector<QString>& lst);
+    void signalTagAdd(int count, int res);
+
+public slots:
+    void slotTagAdd(int count, int res);
+    void on_open_action_triggered();
+    void on_treeWidget_customContextMenuRequested(const QPoint& pos);
+    void on_treeWidget_itemSelectionChanged();
+    void on_add_channel_action_triggered();
+    void on_edit_action_triggered();
+    void on_delete_action_triggered();
+    void on_copy_action_triggered();
+    void on_paste_action_triggered();
+    void on_add_device_action_triggered();
+    void on_add_group_action_triggered();
+    void on_add_tag_action_triggered();
+    void tag_copy_action_triggered();
+    void tag_paste_action_triggered();
+    void tableWidget_2_customContextMenuRequested(const QPoint& pos);
+    void tag_edit_action_triggered();
+    void tag_delete_action_triggered();
+    void on_save_action_triggered();
+    void on_about_action_triggered();
+    void on_run_server_action_triggered();
+    void on_showOutput_action_triggered();
+    void on_stop_server_action_triggered();
+    void on_close_action_triggered();
+    void on_action_triggered();
+    void on_monitoring_action_triggered();
+    void slotDataChange(QList<QVariant> message);
+    void slotInfoChannel(QList<QString> info, bool flagSaveEnable);
+    void slotInfoDevice(QList<QString> info, bool flagSaveEnable);
+    void slotInfoGroup(QList<QString> info, bool flagSaveEnable);
+    void slotInfoTag(QList<QString> info, bool flagSaveEnable);
+    void slotInfoCountTag(int count);
+    void slotEditItemTableDoubleClick();
+    void slotEditTagTableDoubleClick();
+    void slotServerOutput();
+    void on_create_certiifcates_triggered();
+    void slotCreateCertificates(QMap<QString, QString> mapSettingsCert);
+    void slotRunServer(QString dirTrust, QString der, QString pem);
+    void on_action_addUsers_triggered();
+    void on_action_help_triggered();
+    void on_action_export_conf_triggered();
+    void on_action_import_conf_triggered();
+    void slotDisconnect();
+
+private:
+    // Shows the question boxes of closing: Ok/Cancel, or Ok/No/Cancel.
+    int askQuestion(const QString& text, bool withNo);
+
+    CTreeItemRoot m_root;
+    std::map<QTreeWidgetItem*, CItem*> m_treeItems;
+    std::map<QString, CItem*> m_groups;
+    QString m_configPath;
+    QTimer* m_monitoringTimer = nullptr;
+    Ui_MainWindow* ui = nullptr;
+    QProcess* m_serverProcess = nullptr;
+    QLabel* m_statusLabel = nullptr;
+    std::vector<CItem*> m_clipboard;
+    bool m_configOpen = false;
+    bool m_monitoring = false;
+    QList<QString> m_nodes;
+    OPCUAWrapper* m_client = nullptr;
+    QTreeWidgetItem* m_monitoredTreeItem = nullptr;
+    QList<QString> m_infoChannel;
+    QList<QString> m_infoDevice;
+    QList<QString> m_infoGroup;
+    QList<QString> m_infoTag;
+    bool m_dirty = false;
+    bool m_saveSeen = false;
+    bool m_connected = false;
+    bool m_dialogConnected = false;
+    int m_tagCount = 1;
+    QString m_serverOutput;
+    QList<QList<QString>> m_subscribedNames;
+    QMap<int, QList<QString>> m_subscriptionRows;
+    QList<QString> m_foundServers;
+    QList<QString> m_foundEndpoints;
+    QMap<QString, QString> m_certSettings;
+    QString m_derPath;
+    QString m_pemPath;
+    QString m_trustDir;
+    std::thread m_iterateThread;
+    bool m_plainFormat = false;
+    TableModelVariable* m_tagModel = nullptr;
+    TableModelMonitoring* m_monitoringModel = nullptr;
+
+    friend class MainWindowTest;
+};
