@@ -19,6 +19,8 @@
 
 MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent), ui(new Ui_MainWindow)
 {
+    // The icons live in a static library; naming the initializer links them in.
+    Q_INIT_RESOURCE(servergui);
     ui->setupUi(this);
     ui->splitter->setStretchFactor(0, 0);
     ui->splitter->setStretchFactor(1, 1);
