@@ -1,0 +1,67 @@
+#include "config/scrambler.h"
+
+#include <QFile>
+
+void CScrambler::Apply(QString& text)
+{
+    char16_t* p = reinterpret_cast<char16_t*>(text.data());
+    char16_t* const end = p + text.size();
+    for (; p != end; ++p)
+        *p = static_cast<char16_t>(Char(*p));
+}
+
+QString CScrambler::Applied(QString text)
+{
+    Apply(text);
+    return text;
+}
+
+QString CScrambler::Decode(const QByteArray& disk)
+{
+    QString text = QString::fromUtf8(disk);
+    Apply(text);
+    return text;
+}
+
+QByteArray CScrambler::Encode(const QString& clear)
+{
+    return Applied(clear).toUtf8();
+}
+
+bool CScrambler::ReadFile(const QString& path, QString& clear)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return false;
+    clear = Decode(file.readAll());
+    return true;
+}
+
+bool CScrambler::WriteFile(const QString& path, const QString& clear)
+{
+    return WriteBytes(path, Encode(clear));
+}
+
+bool CScrambler::ScrambleFile(const QString& path)
+{
+    QString text;
+    {
+        QFile in(path);
+        if (!in.open(QIODevice::ReadOnly))
+            return false;
+        text = QString::fromUtf8(in.readAll());
+        in.close();
+        in.remove();
+    }
+    text.replace(QStringLiteral("\r\n"), QStringLiteral("\n"));
+    Apply(text);
+    return WriteBytes(path, text.toUtf8());
+}
+
+bool CScrambler::WriteBytes(const QString& path, const QByteArray& bytes)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
+        return false;
+    return file.write(bytes) == bytes.size();
+}
