@@ -1,0 +1,647 @@
+#include "config/csvimporter.h"
+
+#include "config/fileldcountexception.h"
+#include "config/fileldexception.h"
+#include "config/rowsplitter.h"
+#include "config/scrambler.h"
+#include "model/cchannelinfo.h"
+#include "model/channeldata.h"
+#include "model/datagdata.h"
+#include "model/dataginfo.h"
+#include "model/devicedata.h"
+#include "model/deviceinfo.h"
+#include "model/emuldata_const.h"
+#include "model/emuldata_sin.h"
+#include "model/groupdata.h"
+#include "model/groupinfo.h"
+#include "model/modbus_types.h"
+#include "model/portio_cominfo.h"
+#include "model/portio_tcpinfo.h"
+#include "model/transform_factordata.h"
+#include "model/transform_linescaledata.h"
+#include "model/treeitemroot.h"
+#include "model/usernotifier.h"
+
+#include <QFile>
+
+#include <codecvt>
+#include <fstream>
+#include <locale>
+#include <system_error>
+
+const std::string g_cCSV = ";";
+
+namespace {
+
+// Rows are handed to the state machine in slices, so that a large file is
+// never held as cells all at once; the verdict is the same as for one slice.
+constexpr size_t kRowsPerSlice = 4096;
+
+// Length of the UTF-8 sequence led by b, 0 for a byte that can't lead one.
+int Utf8Length(unsigned char b)
+{
+    if (b < 0x80)
+        return 1;
+    if (b >= 0xC2 && b <= 0xDF)
+        return 2;
+    if (b >= 0xE0 && b <= 0xEF)
+        return 3;
+    if (b >= 0xF0 && b <= 0xF4)
+        return 4;
+    return 0;
+}
+
+// Decodes the UTF-8 sequence at p (n bytes left). Returns its length, or 0 for
+// a malformed, overlong or surrogate sequence or one above U+10FFFF.
+int DecodeUtf8(const unsigned char* p, size_t n, char32_t& out)
+{
+    const int len = Utf8Length(p[0]);
+    if (len == 0 || static_cast<size_t>(len) > n)
+        return 0;
+    if (len == 1) {
+        out = p[0];
+        return 1;
+    }
+    char32_t c = p[0] & (0x7F >> len);
+    for (int i = 1; i < len; ++i) {
+        if ((p[i] & 0xC0) != 0x80)
+            return 0;
+        c = (c << 6) | (p[i] & 0x3F);
+    }
+    static const char32_t kMin[] = {0, 0, 0x80, 0x800, 0x10000};
+    if (c < kMin[len] || c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF))
+        return 0;
+    out = c;
+    return len;
+}
+
+// A node name is stored as UTF-8; the file is written in wide characters.
+std::wstring Widen(const std::string& utf8)
+{
+    std::wstring out;
+    out.reserve(utf8.size());
+    const auto* p = reinterpret_cast<const unsigned char*>(utf8.data());
+    size_t left = utf8.size();
+    while (left) {
+        char32_t c = 0xFFFD;
+        int len = DecodeUtf8(p, left, c);
+        if (len == 0) {
+            c = 0xFFFD;
+            len = 1;
+        }
+        out.push_back(static_cast<wchar_t>(c));
+        p += len;
+        left -= len;
+    }
+    return out;
+}
+
+// Cell n of a channel row; a row too short for its kind is a count failure
+// rather than a read past its end.
+const std::wstring& ChannelCell(const CCsvLoader::Row& row, size_t n, uint32_t line, uint32_t expected)
+{
+    if (n >= row.size())
+        throw CFileldCountException(line, static_cast<uint32_t>(row.size() - 1), expected);
+    return row[n];
+}
+
+template <typename Record>
+void Require(bool (Record::*set)(const std::wstring&), Record& record, const CCsvLoader::Row& row,
+             size_t cell, uint32_t line, uint32_t field)
+{
+    if (!(record.*set)(row[cell]))
+        throw CFileldException(line, field);
+}
+
+// Entry of a table by a stored number; numbers outside it give an empty entry.
+template <typename T> const T& Entry(const std::vector<T>& table, long long index)
+{
+    static const T empty;
+    return index >= 0 && static_cast<size_t>(index) < table.size() ? table[index] : empty;
+}
+
+const wchar_t kChannelHeader[] = L"CHANNEL;1;2;3;4;5;6;7;8;9;10;11;12;13;14\n";
+const wchar_t kDeviceHeader[] = L"DEVICE;1;2;3;4;5;6;7\n";
+const wchar_t kGroupHeader[] = L"GROUP;1;2;3\n";
+const wchar_t kTagHeader[] = L"TAG;1;2;3;4;5;6;7;8;9;10;11;12;13;14;15;16;17\n";
+
+} // namespace
+
+CCsvLoader::CCsvLoader(CTreeItemRoot* root)
+    : m_pRoot(root), m_FieldErrorFormat("Строка %d: ошибка поля <%u>.")
+{
+}
+
+CCsvLoader::~CCsvLoader() = default;
+
+bool CCsvLoader::Load(const std::string& path, bool plain)
+{
+    m_Total = 0;
+    m_Done = 0;
+
+    QFile file(QString::fromStdString(path));
+    if (!file.open(QIODevice::ReadOnly))
+        return plain ? Load(Rows()) : false;
+
+    CRowSplitter splitter(plain);
+    uint64_t fed = 0;
+    bool result = true;
+    bool reading = true;
+    auto feedSlice = [&]() {
+        Rows& rows = splitter.Taken();
+        if (reading)
+            reading = Feed(rows, fed, result);
+        fed += rows.size();
+        rows.clear();
+    };
+
+    // A plain file is read as UTF-8 up to the first byte that isn't; the line
+    // holding it is dropped and the load can't be good any more.
+    bool complete = true;
+    if (plain) {
+        const QByteArray bytes = file.readAll();
+        file.close();
+        const auto* p = reinterpret_cast<const unsigned char*>(bytes.constData());
+        size_t left = static_cast<size_t>(bytes.size());
+        while (left && reading) {
+            char32_t c = 0;
+            const int len = DecodeUtf8(p, left, c);
+            if (len == 0) {
+                splitter.DropLine();
+                complete = false;
+                break;
+            }
+            p += len;
+            left -= len;
+            splitter.Put(static_cast<wchar_t>(c));
+            if (splitter.Taken().size() >= kRowsPerSlice)
+                feedSlice();
+        }
+    } else {
+        QString clear = QString::fromUtf8(file.readAll());
+        file.close();
+        CScrambler::Apply(clear);
+        const char16_t* p = reinterpret_cast<const char16_t*>(clear.constData());
+        const char16_t* const end = p + clear.size();
+        while (p != end && reading) {
+            char32_t c = *p++;
+            if (QChar::isHighSurrogate(c) && p != end && QChar::isLowSurrogate(*p))
+                c = QChar::surrogateToUcs4(static_cast<char16_t>(c), *p++);
+            if (!splitter.Put(static_cast<wchar_t>(c)))
+                break;
+            if (splitter.Taken().size() >= kRowsPerSlice)
+                feedSlice();
+        }
+    }
+    splitter.Finish();
+    feedSlice();
+    if (fed == 0)
+        return false;
+    return result && complete;
+}
+
+bool CCsvLoader::Load(const Rows& rows)
+{
+    if (rows.empty())
+        return false;
+    bool result = true;
+    Feed(rows, 0, result);
+    return result;
+}
+
+bool CCsvLoader::Feed(const Rows& rows, uint64_t first, bool& result)
+{
+    for (size_t i = 0; i < rows.size(); ++i) {
+        m_RowIndex = first + i;
+        if (!Analyse(rows[i])) {
+            if (m_Status == 128)
+                return false;
+            result = false;
+        }
+    }
+    return true;
+}
+
+bool CCsvLoader::Analyse(const Row& row)
+{
+    if (row.empty())
+        return true;
+
+    const std::wstring& key = row[0];
+    if (key == L"CHANNEL") {
+        if ((m_Status == 1 || m_Status == 2 || m_Status == 4 || m_Status == 8 || m_Status == 16) &&
+            m_Section < 5) {
+            m_Section = 1;
+            m_Status = 1;
+            return true;
+        }
+        return false;
+    }
+    if (key == L"GROUP" || key == L"DEVICE" || key == L"TAG") {
+        const bool group = key == L"GROUP";
+        const bool device = key == L"DEVICE";
+        const uint8_t own = group ? 4 : device ? 8 : 16;
+        const uint8_t lowest = group || device ? 1 : 2;
+        if (m_Status != 1 && m_Status != own)
+            return false;
+        if (m_Section >= lowest && m_Section <= 4) {
+            m_Section = group ? 2 : device ? 3 : 4;
+            m_Status = 1;
+            return true;
+        }
+        if (m_Section < lowest)
+            m_Status = 2;
+        return false;
+    }
+    if (!key.empty())
+        return false;
+
+    if (m_Status != 1)
+        return false;
+    switch (m_Section) {
+    case 1: {
+        std::unique_ptr<CChannelInfo> node(new CChannelInfo(nullptr));
+        node->SetParent(m_pRoot);
+        if (!AnalyseChannel(row, node.get())) {
+            m_Status = 2;
+            return false;
+        }
+        m_CurChannel = node.get();
+        Adopt(m_pRoot, node.release());
+        return true;
+    }
+    case 2: {
+        if (!m_CurDevice)
+            return false;
+        std::unique_ptr<CGroupInfo> node(new CGroupInfo(nullptr));
+        node->SetParent(m_CurDevice);
+        if (!AnalyseGroup(row, node.get())) {
+            m_Status = 2;
+            return false;
+        }
+        m_CurGroup = node.get();
+        Adopt(m_CurDevice, node.release());
+        return true;
+    }
+    case 3: {
+        if (!m_CurChannel)
+            return false;
+        std::unique_ptr<CDeviceInfo> node(new CDeviceInfo(nullptr));
+        node->SetParent(m_CurChannel);
+        if (!AnalyseDevice(row, node.get())) {
+            m_Status = 2;
+            return false;
+        }
+        m_CurDevice = node.get();
+        Adopt(m_CurChannel, node.release());
+        return true;
+    }
+    case 4: {
+        if (!m_CurGroup)
+            return false;
+        std::unique_ptr<CDATagInfo> node(new CDATagInfo(nullptr));
+        node->SetParent(m_CurGroup);
+        if (!AnalyseDATag(row, node.get()))
+            return false;
+        m_CurDATag = node.get();
+        Adopt(m_CurGroup, node.release());
+        return true;
+    }
+    default:
+        return false;
+    }
+}
+
+void CCsvLoader::Adopt(CItem* parent, CItem* node)
+{
+    // The map refuses a taken name without a word; only its size tells.
+    const uint32_t before = parent->size();
+    parent->AppendChild(node);
+    if (parent->size() == before)
+        m_Orphans.emplace_back(node);
+}
+
+bool CCsvLoader::AnalyseChannel(const Row& row, CChannelInfo* node)
+{
+    if (row.empty() || !node)
+        return false;
+    const uint32_t line = static_cast<uint32_t>(m_RowIndex);
+    try {
+        CChannelData data(node);
+        const std::pair<bool (CChannelData::*)(const std::wstring&), uint32_t> common[] = {
+            {&CChannelData::Set_Name, 1},         {&CChannelData::Set_TypeChannel, 2},
+            {&CChannelData::Set_TypeProtocol, 3}, {&CChannelData::Set_Timeout, 4},
+            {&CChannelData::Set_QuanRetry, 5},    {&CChannelData::Set_TimeBusy, 6},
+        };
+        for (const auto& [set, field] : common) {
+            if (!(data.*set)(ChannelCell(row, field, line, 6)))
+                throw CFileldException(line, field);
+        }
+        if (!node->Init() || !node->Port)
+            return false;
+
+        if (auto* com = dynamic_cast<CPortIO_COMInfo*>(node->Port)) {
+            const std::pair<bool (CPortIO_Data_COM::*)(const std::wstring&), uint32_t> serial[] = {
+                {&CPortIO_Data_COM::Set_ComNo, 7},       {&CPortIO_Data_COM::Set_BaudRate, 8},
+                {&CPortIO_Data_COM::Set_DataBits, 9},    {&CPortIO_Data_COM::Set_StopBits, 10},
+                {&CPortIO_Data_COM::Set_Parity, 11},     {&CPortIO_Data_COM::Set_bEcho, 12},
+                {&CPortIO_Data_COM::Set_RtsControl, 13}, {&CPortIO_Data_COM::Set_DtrControl, 14},
+            };
+            for (const auto& [set, field] : serial) {
+                if (!(com->*set)(ChannelCell(row, field, line, 14)))
+                    throw CFileldException(line, field);
+            }
+        } else if (auto* tcp = dynamic_cast<CPortIO_TCPInfo*>(node->Port)) {
+            const std::pair<bool (CPortIO_Data_TCP::*)(const std::wstring&), uint32_t> net[] = {
+                {&CPortIO_Data_TCP::Set_IP, 7},
+                {&CPortIO_Data_TCP::Set_IP_Port, 8},
+                {&CPortIO_Data_TCP::Set_TimeoutConnect, 9},
+            };
+            for (const auto& [set, field] : net) {
+                if (!(tcp->*set)(ChannelCell(row, field, line, 9)))
+                    throw CFileldException(line, field);
+            }
+        }
+
+        // Two TCP channels on one address are allowed; two on one COM port aren't.
+        if (m_pRoot->HasChildDublicate(node, nullptr) && node->TypeChannel == 0) {
+            CUserNotifier::Warning(QStringLiteral("Внимание"),
+                                   QStringLiteral("Обнаружено дублирование COM порта"));
+            throw CFileldException(line, 15, "Дублирование номера COM порта");
+        }
+        return true;
+    } catch (const CImportException& e) {
+        m_LastRowError = e.what();
+        return false;
+    }
+}
+
+bool CCsvLoader::AnalyseDevice(const Row& row, CDeviceInfo* node)
+{
+    if (!node || row.empty())
+        return false;
+    const uint32_t line = static_cast<uint32_t>(m_RowIndex);
+    try {
+        if (row.size() < 8)
+            throw CFileldCountException(line, static_cast<uint32_t>(row.size() - 1), 7);
+        CDeviceData data(node);
+        Require(&CDeviceData::Set_Name, data, row, 1, line, 1);
+        Require(&CDeviceData::Set_Addr, data, row, 2, line, 2);
+        Require(&CDeviceData::Set_bEmulation, data, row, 3, line, 3);
+        Require(&CDeviceData::Set_MaxRegsInReqv, data, row, 4, line, 4);
+        Require(&CDeviceData::Set_MaxDiscretsInReqv, data, row, 5, line, 5);
+        Require(&CDeviceData::Set_MaxFragmentation, data, row, 6, line, 6);
+        Require(&CDeviceData::Set_bExchange, data, row, 7, line, 7);
+
+        bool result = true;
+        if (m_CurChannel && m_CurChannel->HasChildDublicate(node, nullptr)) {
+            CUserNotifier::Warning(QStringLiteral("Внимание"),
+                                   QStringLiteral("Обнаружено дублирование устройства"));
+            result = false;
+        }
+        node->Init();
+        return result;
+    } catch (const CImportException& e) {
+        m_LastRowError = e.what();
+        return false;
+    }
+}
+
+bool CCsvLoader::AnalyseGroup(const Row& row, CGroupInfo* node)
+{
+    if (!node || row.empty() || row.size() < 4)
+        return false;
+    const uint32_t line = static_cast<uint32_t>(m_RowIndex);
+    try {
+        // The unit comes before the rate: the rate's range depends on it.
+        CGroupData data(node);
+        Require(&CGroupData::Set_Name, data, row, 1, line, 1);
+        Require(&CGroupData::Set_MU_UpdateRate, data, row, 3, line, 1);
+        Require(&CGroupData::Set_UpdateRate, data, row, 2, line, 1);
+        node->Init();
+        return true;
+    } catch (const CImportException& e) {
+        m_LastRowError = e.what();
+        return false;
+    }
+}
+
+bool CCsvLoader::AnalyseDATag(const Row& row, CDATagInfo* node)
+{
+    if (row.empty() || !node)
+        return false;
+    const uint32_t line = static_cast<uint32_t>(m_RowIndex);
+    try {
+        if (row.size() < 17)
+            throw CFileldCountException(line, static_cast<uint32_t>(row.size() - 1), 16);
+        CDATagData data(node);
+        Require(&CDATagData::Set_Name, data, row, 1, line, 1);
+        Require(&CDATagData::Set_RegType, data, row, 2, line, 2);
+        Require(&CDATagData::Set_Addr, data, row, 3, line, 3);
+        Require(&CDATagData::Set_RegsInSegment, data, row, 4, line, 4);
+        Require(&CDATagData::Set_SegmentPos, data, row, 5, line, 5);
+        Require(&CDATagData::Set_bRead, data, row, 6, line, 6);
+        if (node->RegType == MRT_Coil || node->RegType == MRT_HoldingRegister) {
+            Require(&CDATagData::Set_bWrite, data, row, 7, line, 7);
+            Require(&CDATagData::Set_bWriteGroup, data, row, 8, line, 8);
+        }
+        if (node->RegType == MRT_InputRegister || node->RegType == MRT_HoldingRegister) {
+            Require(&CDATagData::Set_ValType, data, row, 9, line, 9);
+            Require(&CDATagData::Set_ByteOrder, data, row, 10, line, 10);
+            if (node->ValType <= MVT_HighByte)
+                Require(&CDATagData::Set_TransformType, data, row, 11, line, 11);
+        }
+
+        delete node->Transform;
+        node->Transform = CDATagInfo::New_Transform(node->TransformType, nullptr);
+        if (auto* scale = dynamic_cast<CTransform_LineScaleData*>(node->Transform)) {
+            scale->VarType = ModbusTypes::GetValueVT(node->RegType, node->ValType);
+            Require(&CTransform_LineScaleData::Set_SrcMin, *scale, row, 12, line, 12);
+            Require(&CTransform_LineScaleData::Set_SrcMax, *scale, row, 13, line, 13);
+            Require(&CTransform_LineScaleData::Set_DstMin, *scale, row, 14, line, 14);
+            Require(&CTransform_LineScaleData::Set_DstMax, *scale, row, 15, line, 15);
+        } else if (auto* factor = dynamic_cast<CTransform_FactorData*>(node->Transform)) {
+            Require(&CTransform_FactorData::Set_Factor, *factor, row, 12, line, 12);
+        }
+
+        Require(&CDATagData::Set_EmulType, data, row, 16, line, 16);
+        delete node->Emul;
+        node->Emul = CDATagInfo::New_Emul(node->EmulType, nullptr);
+        if (auto* constant = dynamic_cast<CEmulData_Const*>(node->Emul)) {
+            if (row.size() < 18)
+                throw CFileldCountException(line, static_cast<uint32_t>(row.size() - 1), 17);
+            constant->Const.vt = ModbusTypes::GetValueVT(node->RegType, node->ValType);
+            Require(&CEmulData_Const::Set_Const, *constant, row, 17, line, 17);
+        } else if (auto* sine = dynamic_cast<CEmulData_Sin*>(node->Emul)) {
+            if (row.size() < 18)
+                throw CFileldCountException(line, static_cast<uint32_t>(row.size() - 1), 17);
+            Require(&CEmulData_Sin::Set_Period, *sine, row, 17, line, 17);
+        }
+        node->Init();
+        return true;
+    } catch (const CImportException& e) {
+        m_LastRowError = e.what();
+        return false;
+    }
+}
+
+bool CCsvLoader::Export(const std::string& path)
+{
+    m_Total = 0;
+    m_Done = 0;
+    try {
+        std::wofstream out;
+        // Classic numbers whatever the program's locale, UTF-8 without a mark.
+        out.imbue(std::locale(std::locale::classic(), new std::codecvt_utf8<wchar_t, 0x10FFFF>));
+        out.open(path, std::ios::out | std::ios::trunc);
+        const bool result = Export(out);
+        out.close();
+        return result;
+    } catch (const std::system_error&) {
+        return false;
+    }
+}
+
+bool CCsvLoader::Export(std::wostream& out)
+{
+    for (auto& [channelName, channel] : *m_pRoot) {
+        out << kChannelHeader;
+        ExportChannel(out, dynamic_cast<CChannelInfo*>(channel));
+        for (auto& [deviceName, device] : *channel) {
+            out << kDeviceHeader;
+            if (!ExportDevice(out, dynamic_cast<CDeviceInfo*>(device)))
+                return false;
+            for (auto& [groupName, group] : *device) {
+                out << kGroupHeader;
+                if (!ExportGroup(out, dynamic_cast<CGroupInfo*>(group)))
+                    return false;
+                if (!group->empty()) {
+                    out << kTagHeader;
+                    for (auto& [tagName, tag] : *group) {
+                        if (!ExportDATag(out, dynamic_cast<CDATagInfo*>(tag)))
+                            return false;
+                        ++m_Done;
+                    }
+                }
+                ++m_Done;
+            }
+            ++m_Done;
+        }
+        ++m_Done;
+    }
+    return true;
+}
+
+bool CCsvLoader::ExportChannel(std::wostream& out, CChannelInfo* node)
+{
+    if (!node)
+        return false;
+    const char* sep = g_cCSV.c_str();
+    out << sep << Widen(node->GetName()) << sep
+        << GetArrStr(CChannelData::m_wszTypeChannel, node->TypeChannel) << sep
+        << GetArrStr(CChannelData::m_wszTypeProtocol, node->TypeProtocol) << sep << node->Timeout << sep
+        << static_cast<unsigned>(node->QuanRetry) << sep << node->TimeBusy;
+    if (node->TypeChannel == 0) {
+        if (const auto* com = dynamic_cast<const CPortIO_COMInfo*>(node->Port)) {
+            out << sep << com->ComNo << sep << com->BaudRate << sep << static_cast<unsigned>(com->DataBits)
+                << sep << static_cast<unsigned>(com->StopBits) << sep
+                << GetArrStr(CPortIO_Data_COM::m_wszParity, com->Parity) << sep
+                << GetArrStr(g_wszYesNo, com->bEcho) << sep
+                << GetArrStr(CPortIO_Data_COM::m_wszRtsControl, com->RtsControl) << sep
+                << GetArrStr(CPortIO_Data_COM::m_wszDtrControl, com->DtrControl);
+        }
+    } else if (node->TypeChannel == 1) {
+        if (const auto* tcp = dynamic_cast<const CPortIO_TCPInfo*>(node->Port)) {
+            out << sep << (tcp->IP & 0xFF) << L'.' << ((tcp->IP >> 8) & 0xFF) << L'.'
+                << ((tcp->IP >> 16) & 0xFF) << L'.' << (tcp->IP >> 24) << sep << tcp->IP_Port << sep
+                << tcp->TimeoutConnect;
+        }
+    }
+    out << L'\n';
+    return true;
+}
+
+bool CCsvLoader::ExportDevice(std::wostream& out, CDeviceInfo* node)
+{
+    if (!node)
+        return false;
+    const char* sep = g_cCSV.c_str();
+    out << sep << Widen(node->GetName()) << sep << static_cast<unsigned>(node->Addr) << sep
+        << GetArrStr(g_wszYesNo, node->bEmulation) << sep << static_cast<unsigned>(node->MaxRegsInReqv) << sep
+        << node->MaxDiscretsInReqv << sep << static_cast<unsigned>(node->MaxFragmentation) << sep
+        << GetArrStr(g_wszYesNo, node->bExchange) << L'\n';
+    return true;
+}
+
+bool CCsvLoader::ExportGroup(std::wostream& out, CGroupInfo* node)
+{
+    if (!node)
+        return false;
+    const char* sep = g_cCSV.c_str();
+    out << sep << Widen(node->GetName()) << sep << node->UpdateRate << sep
+        << GetArrStr(CGroupData::m_wszMU_UpdateRate, node->MU_UpdateRate) << L'\n';
+    return true;
+}
+
+bool CCsvLoader::ExportDATag(std::wostream& out, CDATagInfo* node)
+{
+    if (!node)
+        return false;
+    const char* sep = g_cCSV.c_str();
+    const bool output = node->RegType == MRT_Coil || node->RegType == MRT_HoldingRegister;
+    const bool registers = node->RegType == MRT_InputRegister || node->RegType == MRT_HoldingRegister;
+
+    out << sep << Widen(node->GetName()) << sep << GetArrStr(g_wszModbusRegType, node->RegType) << sep
+        << node->Addr << sep << node->RegsInSegment << sep << node->SegmentPos << sep
+        << GetArrStr(g_wszYesNo, node->bRead);
+    out << sep;
+    if (output)
+        out << GetArrStr(g_wszYesNo, node->bWrite);
+    out << sep;
+    if (output)
+        out << GetArrStr(CDATagData::m_wsz_bWriteGroup, node->bWriteGroup);
+    out << sep;
+    if (registers)
+        out << GetArrStr(g_wszModbusValType, node->ValType);
+    out << sep;
+    // A byte order of 255 names no text of its row and writes an empty field.
+    if (registers && node->ValType <= MVT_Int32)
+        out << Entry(Entry(g_wszByteOrder, ModbusTypes::GetRegsCount(node->ValType)), node->ByteOrder);
+    out << sep;
+    if (registers && node->ValType <= MVT_HighByte && node->TransformType != -1)
+        out << Entry(g_wszTransformType, node->TransformType);
+
+    const auto* scale = dynamic_cast<const CTransform_LineScaleData*>(node->Transform);
+    const auto* factor = dynamic_cast<const CTransform_FactorData*>(node->Transform);
+    if (node->TransformType == TT_LineScale && scale) {
+        out << sep << static_cast<double>(scale->SrcMin) << sep << static_cast<double>(scale->SrcMax) << sep
+            << static_cast<double>(scale->DstMin) << sep << static_cast<double>(scale->DstMax);
+    } else if (node->TransformType == TT_Factor && factor) {
+        out << sep << static_cast<double>(factor->Factor) << sep << sep << sep;
+    } else {
+        out << sep << sep << sep << sep;
+    }
+
+    out << sep << Entry(g_wszEmulType, node->EmulType);
+    if (node->EmulType == ET_Const) {
+        if (const auto* constant = dynamic_cast<const CEmulData_Const*>(node->Emul))
+            out << sep << static_cast<double>(static_cast<float>(constant->Const.dblVal));
+    } else if (node->EmulType == ET_Sin) {
+        if (const auto* sine = dynamic_cast<const CEmulData_Sin*>(node->Emul))
+            out << sep << sine->Period;
+    } else if (node->EmulType == -1) {
+        out << sep;
+    }
+    out << L'\n';
+    return true;
+}
+
+std::wstring CCsvLoader::GetArrStr(const std::vector<std::wstring>& table, int index)
+{
+    return Entry(table, index);
+}
+
+float CCsvLoader::GetCompliteState() const
+{
+    return static_cast<float>(m_Done) / static_cast<float>(m_Total) * 100.0f;
+}

@@ -1,0 +1,467 @@
+// Reading and writing the configuration file through CCsvLoader.
+#include "config/csvimporter.h"
+#include "config/scrambler.h"
+#include "model/cchannelinfo.h"
+#include "model/dataginfo.h"
+#include "model/deviceinfo.h"
+#include "model/emuldata_const.h"
+#include "model/emuldata_random.h"
+#include "model/emuldata_sin.h"
+#include "model/groupinfo.h"
+#include "model/portio_cominfo.h"
+#include "model/portio_tcpinfo.h"
+#include "model/transform_factordata.h"
+#include "model/transform_linescaledata.h"
+#include "model/treeitemroot.h"
+#include "model/usernotifier.h"
+
+#include <QFile>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <sstream>
+
+namespace {
+
+const QString kData = QStringLiteral(VELMORA_TEST_DATA);
+
+const QString kChannelHead = QStringLiteral("CHANNEL;1;2;3;4;5;6;7;8;9;10;11;12;13;14\n");
+const QString kCom1 = QStringLiteral(";Ch_A;COM-порт;MODBUS RTU;500;3;0;1;9600;8;1;Нет;Нет;Нет;Нет\n");
+const QString kCom2 = QStringLiteral(";Ch_B;COM-порт;MODBUS RTU;500;3;0;2;9600;8;1;Нет;Нет;Нет;Нет\n");
+const QString kDevice = QStringLiteral("DEVICE;1;2;3;4;5;6;7\n;Dev;1;Нет;125;2000;0;Да\n");
+const QString kGroup = QStringLiteral("GROUP;1;2;3\n;Grp;50;мс\n");
+const QString kTagHead = QStringLiteral("TAG;1;2;3;4;5;6;7;8;9;10;11;12;13;14;15;16;17\n");
+const QString kTag = QStringLiteral(";T;Входной регистр;1;0;0;Да;;;Вещ32;BA DC;Нет;;;;;Константа;0\n");
+
+QByteArray ReadBytes(const QString& path)
+{
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+}
+
+QString ExportText(CTreeItemRoot& root)
+{
+    std::wostringstream out;
+    CCsvLoader writer(&root);
+    writer.Export(out);
+    return QString::fromStdWString(out.str());
+}
+
+CItem* Child(CItem* parent, const char* name)
+{
+    return parent ? parent->FindChildByName(name) : nullptr;
+}
+
+// Warning boxes of the reader, as they would reach the user.
+struct Warnings
+{
+    Warnings()
+    {
+        CUserNotifier::Install(
+            [this](const QString& title, const QString& text) { seen << title + "|" + text; });
+    }
+    ~Warnings() { CUserNotifier::Install(nullptr); }
+    QStringList seen;
+};
+
+} // namespace
+
+class TestCsvLoader : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void workedExampleReadsIntoItsTree();
+    void workedExampleWritesBack();
+    void failureTableKeepsWhatItCould();
+    void headerStateMachine();
+    void badGroupInFirstChannelLeavesSecondIntact();
+    void rowErrorTexts();
+    void duplicates();
+    void refusedNameStaysOutOfTree();
+    void scrambledStopWords();
+    void undecodablePlainFile();
+    void writerForms();
+
+private:
+    bool LoadText(CTreeItemRoot& root, const QString& text, bool plain, CCsvLoader* loader = nullptr);
+    QTemporaryDir m_dir;
+};
+
+bool TestCsvLoader::LoadText(CTreeItemRoot& root, const QString& text, bool plain, CCsvLoader* loader)
+{
+    const QString path = m_dir.filePath(plain ? "in.csv" : "in.cfg");
+    QFile f(path);
+    if (!f.open(QIODevice::WriteOnly | QIODevice::Truncate))
+        return false;
+    f.write(plain ? text.toUtf8() : CScrambler::Encode(text));
+    f.close();
+    CCsvLoader own(&root);
+    return (loader ? loader : &own)->Load(path.toStdString(), plain);
+}
+
+void TestCsvLoader::workedExampleReadsIntoItsTree()
+{
+    CTreeItemRoot root;
+    CCsvLoader loader(&root);
+    QVERIFY(loader.Load((kData + "/worked_example.csv").toStdString(), true));
+    QCOMPARE(root.size(), 2u);
+
+    auto* com = dynamic_cast<CChannelInfo*>(Child(&root, "Channel_0"));
+    QVERIFY(com);
+    QCOMPARE(com->TypeChannel, 0);
+    QCOMPARE(com->Timeout, 500u);
+    QCOMPARE(com->QuanRetry, 3);
+    auto* port = dynamic_cast<CPortIO_COMInfo*>(com->Port);
+    QVERIFY(port);
+    QCOMPARE(port->ComNo, 1u);
+    QCOMPARE(port->BaudRate, 9600u);
+    QCOMPARE(port->DataBits, 8);
+    QVERIFY(!port->bEcho);
+
+    auto* tcp = dynamic_cast<CChannelInfo*>(Child(&root, "Channel_1"));
+    QVERIFY(tcp);
+    QCOMPARE(tcp->TypeProtocol, 2);
+    auto* net = dynamic_cast<CPortIO_TCPInfo*>(tcp->Port);
+    QVERIFY(net);
+    QCOMPARE(net->IP, (10u << 24) | (168u << 8) | 192u);
+    QCOMPARE(net->IP_Port, 502);
+    QCOMPARE(net->TimeoutConnect, 5000u);
+    QVERIFY(tcp->empty());
+
+    auto* device = dynamic_cast<CDeviceInfo*>(Child(com, "Device_0"));
+    QVERIFY(device);
+    QCOMPARE(device->Addr, 1);
+    QVERIFY(!device->bEmulation && device->bExchange);
+    QCOMPARE(device->MaxDiscretsInReqv, 2000);
+    auto* group = dynamic_cast<CGroupInfo*>(Child(device, "Group_0"));
+    QVERIFY(group);
+    QCOMPARE(group->UpdateRate, 50u);
+    QCOMPARE(group->size(), 3u);
+
+    auto* t0 = dynamic_cast<CDATagInfo*>(Child(group, "Tag_0"));
+    QVERIFY(t0);
+    QCOMPARE(t0->RegType, MRT_InputRegister);
+    QCOMPARE(t0->ValType, MVT_Real32);
+    QCOMPARE(t0->ByteOrder, 2);
+    QVERIFY(!t0->Transform);
+    auto* constant = dynamic_cast<CEmulData_Const*>(t0->Emul);
+    QVERIFY(constant);
+    QCOMPARE(constant->Const.dblVal, 0.0);
+
+    auto* t1 = dynamic_cast<CDATagInfo*>(Child(group, "Tag_1"));
+    QVERIFY(t1);
+    QCOMPARE(t1->Addr, 3);
+    QVERIFY(t1->bWrite && t1->bWriteGroup);
+    QCOMPARE(t1->ValType, MVT_UInt16);
+    QCOMPARE(t1->ByteOrder, 0);
+    auto* scale = dynamic_cast<CTransform_LineScaleData*>(t1->Transform);
+    QVERIFY(scale);
+    QCOMPARE(scale->SrcMax, 100.0f);
+    QCOMPARE(scale->DstMax, 10.0f);
+    QCOMPARE(scale->VarType, VT_UI2);
+    auto* sine = dynamic_cast<CEmulData_Sin*>(t1->Emul);
+    QVERIFY(sine);
+    QCOMPARE(sine->Period, 60u);
+
+    auto* t2 = dynamic_cast<CDATagInfo*>(Child(group, "Tag_2"));
+    QVERIFY(t2);
+    QCOMPARE(t2->RegType, MRT_Coil);
+    QVERIFY(!t2->bWriteGroup);
+    QVERIFY(dynamic_cast<CEmulData_Random*>(t2->Emul));
+    QCOMPARE(loader.Import_GetCurDATag(), t2);
+
+    // The scrambled form, with its tail, describes the same tree.
+    CTreeItemRoot fromCfg;
+    CCsvLoader cfgLoader(&fromCfg);
+    QVERIFY(cfgLoader.Load((kData + "/worked_example.cfg").toStdString(), false));
+    QCOMPARE(ExportText(fromCfg), ExportText(root));
+}
+
+void TestCsvLoader::workedExampleWritesBack()
+{
+    const QByteArray plain = ReadBytes(kData + "/worked_example.csv");
+    const QByteArray scrambled = ReadBytes(kData + "/worked_example.cfg");
+    const QString out = m_dir.filePath("out.cfg");
+
+    CTreeItemRoot root;
+    QVERIFY(CCsvLoader(&root).Load((kData + "/worked_example.csv").toStdString(), true));
+    CCsvLoader writer(&root);
+    QVERIFY(writer.Export(out.toStdString()));
+    QCOMPARE(ReadBytes(out), plain);
+    QCOMPARE(writer.m_Done, 7u);
+
+    // A save: tree rows in the scrambled form, the tail gone.
+    CTreeItemRoot fromCfg;
+    QVERIFY(CCsvLoader(&fromCfg).Load((kData + "/worked_example.cfg").toStdString(), false));
+    QVERIFY(CCsvLoader(&fromCfg).Export(out.toStdString()));
+    QVERIFY(CScrambler::ScrambleFile(out));
+    const QByteArray saved = ReadBytes(out);
+    QCOMPARE(saved, scrambled.left(saved.size()));
+    QCOMPARE(CScrambler::Decode(scrambled.mid(saved.size())).left(9), QStringLiteral("INIFILE\n\n"));
+}
+
+void TestCsvLoader::failureTableKeepsWhatItCould()
+{
+    const QString good = kChannelHead + kCom1 + kDevice + kGroup + kTagHead + kTag;
+    {
+        CTreeItemRoot root;
+        QVERIFY(!CCsvLoader(&root).Load(m_dir.filePath("absent.csv").toStdString(), true));
+        QVERIFY(!CCsvLoader(&root).Load(m_dir.filePath("absent.cfg").toStdString(), false));
+        QVERIFY(!LoadText(root, QString(), true));
+        QVERIFY(!LoadText(root, QString(), false));
+        QVERIFY(!LoadText(root, QStringLiteral("USERS\n\n[users]\nusers = a;1;\n") + good, false));
+        QVERIFY(root.empty());
+    }
+    {
+        // One header row and nothing under it is a good, empty file.
+        CTreeItemRoot root;
+        QVERIFY(LoadText(root, kChannelHead, true));
+        QVERIFY(root.empty());
+    }
+    struct Case
+    {
+        const char* name;
+        QString text;
+        uint32_t channels;
+        uint32_t tags;
+    };
+    const Case cases[] = {
+        {"unknown cell 0", QStringLiteral("CHANEL;1\n") + good, 1, 1},
+        {"tail in a plain file", good + QStringLiteral("INIFILE\n\n[options]\nport = 4840\n"), 1, 1},
+        {"byte-order mark", QStringLiteral("\uFEFF") + good, 0, 0},
+        {"bad tag", good + QStringLiteral(";T2;Входной регистр;0;0;0;Да;;;Вещ32;BA DC;Нет;;;;;Константа;0\n"),
+         1, 1},
+        {"data row before any header", QStringLiteral(";x\n") + good, 1, 1},
+        {"DEVICE before CHANNEL", kDevice + good, 1, 1},
+        {"bad device",
+         kChannelHead + kCom1 + QStringLiteral("DEVICE;1\n;D;256;Нет;125;2000;0;Да\n") + kGroup + kTagHead +
+             kTag + kChannelHead + kCom2 + kDevice + kGroup + kTagHead + kTag,
+         2, 1},
+    };
+    for (const Case& c : cases) {
+        CTreeItemRoot root;
+        QVERIFY2(!LoadText(root, c.text, true), c.name);
+        QVERIFY2(root.size() == c.channels, c.name);
+        QVERIFY2(root.GetItemsCount(itTag) == c.tags, c.name);
+    }
+
+    // CRLF line ends are no fault of the plain form.
+    CTreeItemRoot root;
+    QVERIFY(LoadText(root, QString(good).replace("\n", "\r\n"), true));
+    QCOMPARE(root.GetItemsCount(itTag), 1u);
+}
+
+void TestCsvLoader::headerStateMachine()
+{
+    CTreeItemRoot root;
+    CCsvLoader loader(&root);
+    auto row = [](std::initializer_list<const wchar_t*> cells) {
+        CCsvLoader::Row r;
+        for (const wchar_t* c : cells)
+            r.emplace_back(c);
+        return r;
+    };
+    QVERIFY(loader.Analyse({}));
+    QVERIFY(!loader.Analyse(row({L"TAG"})));
+    QCOMPARE(loader.m_Status, 2);
+    QVERIFY(!loader.Analyse(row({L"", L"x"})));
+    QVERIFY(!loader.Analyse(row({L"GROUP"})));
+    QVERIFY(loader.Analyse(row({L"CHANNEL"})));
+    QCOMPARE(loader.m_Section, 1);
+    QCOMPARE(loader.m_Status, 1);
+    QVERIFY(!loader.Analyse(row({L"TAG"})));
+    QCOMPARE(loader.m_Status, 2);
+    QVERIFY(loader.Analyse(row({L"CHANNEL"})));
+    QVERIFY(loader.Analyse(row({L"GROUP"})));
+    QCOMPARE(loader.m_Section, 2);
+    QVERIFY(loader.Analyse(row({L"TAG"})));
+    QCOMPARE(loader.m_Section, 4);
+    QVERIFY(loader.Analyse(row({L"DEVICE"})));
+    QCOMPARE(loader.m_Section, 3);
+    QVERIFY(!loader.Analyse(row({L"Channel"})));
+    QCOMPARE(loader.m_Status, 1);
+
+    // Several data rows under one header; blank rows in between count as rows.
+    CTreeItemRoot many;
+    CCsvLoader manyLoader(&many);
+    QVERIFY(LoadText(many, kChannelHead + kCom1 + "\n" + kCom2 + kDevice + ";Dev2;2;Нет;125;2000;0;Да\n",
+                     true, &manyLoader));
+    QCOMPARE(many.size(), 2u);
+    QCOMPARE(Child(&many, "Ch_B")->size(), 2u);
+    QCOMPARE(manyLoader.m_RowIndex, 6u);
+
+    // A GROUP straight behind a channel row joins the last device read.
+    CTreeItemRoot late;
+    QVERIFY(LoadText(late, kChannelHead + kCom1 + kDevice + kChannelHead + kCom2 + kGroup, true));
+    QCOMPARE(Child(Child(&late, "Ch_A"), "Dev")->size(), 1u);
+    QVERIFY(Child(&late, "Ch_B")->empty());
+}
+
+void TestCsvLoader::badGroupInFirstChannelLeavesSecondIntact()
+{
+    const QString text = kChannelHead + kCom1 + kDevice + QStringLiteral("GROUP;1;2;3\n;G;25;ч\n") +
+                         kTagHead + kTag + QStringLiteral("DEVICE;1\n;Dev9;9;Нет;125;2000;0;Да\n") +
+                         kChannelHead + kCom2 + kDevice + kGroup + kTagHead + kTag;
+    CTreeItemRoot root;
+    QVERIFY(!LoadText(root, text, true));
+    QCOMPARE(root.size(), 2u);
+    CItem* first = Child(&root, "Ch_A");
+    QCOMPARE(first->size(), 1u);
+    QVERIFY(Child(first, "Dev")->empty());
+    QCOMPARE(Child(Child(Child(&root, "Ch_B"), "Dev"), "Grp")->size(), 1u);
+}
+
+void TestCsvLoader::rowErrorTexts()
+{
+    struct Case
+    {
+        QString rows;
+        const char* error;
+    };
+    const QString head = kChannelHead + kCom1 + kDevice + kGroup + kTagHead;
+    const Case cases[] = {
+        {head + QStringLiteral(";T;Входной регистр;1;0;0;Да;;;Вещ32;BA DC;Нет;;;;Случайное число\n"),
+         "Строка 7: несоответствие количества полей: реальное <15> ожидаемое <16>."},
+        {head + QStringLiteral(";T;Входной регистр;1;0;0;Да;;;Вещ32;BA DC;Нет;;;;;Константа\n"),
+         "Строка 7: несоответствие количества полей: реальное <16> ожидаемое <17>."},
+        {head + QStringLiteral(";T;Входной регистр;1;0;0;Да;;;Вещ32;BA DC;Нет;;;;;;0\n"),
+         "Строка 7: ошибка поля <16>."},
+        {head +
+             QStringLiteral(";T;Входной регистр;1;0;0;Да;;;Цел32;AB CD;Линейная шкала;0;1;0;1;Константа;0\n"),
+         "Строка 7: ошибка поля <12>."},
+        {kChannelHead + kCom1 + kDevice + QStringLiteral("GROUP;1;2;3\n;G;25;ч\n"),
+         "Строка 5: ошибка поля <1>."},
+        {kChannelHead + kCom1 + kDevice + QStringLiteral("GROUP;1;2;3\n;G;5;мин\n"),
+         "Строка 5: ошибка поля <1>."},
+        {kChannelHead + kCom1 + QStringLiteral("DEVICE;1\n;D;1;Нет;125;2000;0\n"),
+         "Строка 3: несоответствие количества полей: реальное <6> ожидаемое <7>."},
+        {kChannelHead + QStringLiteral(";C;COM-порт;MODBUS RTU;500;3;0;1;9600;8\n"),
+         "Строка 1: несоответствие количества полей: реальное <9> ожидаемое <14>."},
+        {kChannelHead + QStringLiteral(";C;TCP-соединение;MODBUS TCP;500;3\n"),
+         "Строка 1: несоответствие количества полей: реальное <5> ожидаемое <6>."},
+        {kChannelHead + QStringLiteral(";C;TCP-соединение;MODBUS TCP;19;3;0;1.2.3.4;502;5000\n"),
+         "Строка 1: ошибка поля <4>."},
+    };
+    for (const Case& c : cases) {
+        CTreeItemRoot root;
+        CCsvLoader loader(&root);
+        QVERIFY(!LoadText(root, c.rows, true, &loader));
+        QCOMPARE(QString::fromStdString(loader.LastRowError()), QString::fromUtf8(c.error));
+    }
+
+    // Echo can't be switched on from a file.
+    CTreeItemRoot root;
+    QVERIFY(LoadText(root, kChannelHead + QString(kCom1).replace("Нет;Нет;Нет;Нет", "Нет;Да;Нет;Нет"), true));
+    QVERIFY(!dynamic_cast<CPortIO_COMInfo*>(dynamic_cast<CChannelInfo*>(Child(&root, "Ch_A"))->Port)->bEcho);
+}
+
+void TestCsvLoader::duplicates()
+{
+    Warnings warnings;
+    CTreeItemRoot root;
+    CCsvLoader loader(&root);
+    const QString text = kChannelHead + kCom1 + QString(kCom1).replace("Ch_A", "Ch_C") + kChannelHead +
+                         kCom2 + kDevice + QStringLiteral(";Dev2;1;Нет;125;2000;0;Да\n");
+    QVERIFY(!LoadText(root, text, true, &loader));
+    QCOMPARE(root.size(), 2u);
+    QVERIFY(!Child(&root, "Ch_C"));
+    QCOMPARE(Child(&root, "Ch_B")->size(), 1u);
+    QCOMPARE(warnings.seen, (QStringList{QStringLiteral("Внимание|Обнаружено дублирование COM порта"),
+                                         QStringLiteral("Внимание|Обнаружено дублирование устройства")}));
+
+    // Two TCP channels on one address load silently.
+    warnings.seen.clear();
+    CTreeItemRoot net;
+    const QString tcp = QStringLiteral(";N1;TCP-соединение;MODBUS TCP;500;3;0;10.0.0.1;502;5000\n");
+    QVERIFY(LoadText(net, kChannelHead + tcp + QString(tcp).replace("N1", "N2"), true));
+    QCOMPARE(net.size(), 2u);
+    QVERIFY(warnings.seen.isEmpty());
+}
+
+void TestCsvLoader::refusedNameStaysOutOfTree()
+{
+    // The second Ch_A has a free COM port but a taken name: it is read, kept
+    // out of the tree with all that hangs on it, and nobody is told.
+    CTreeItemRoot root;
+    const QString text = kChannelHead + kCom1 + kDevice + kChannelHead +
+                         QString(kCom2).replace("Ch_B", "Ch_A") + kDevice +
+                         QStringLiteral(";Dev2;2;Нет;125;2000;0;Да\n") + kGroup + kTagHead + kTag;
+    QVERIFY(LoadText(root, text, true));
+    QCOMPARE(root.size(), 1u);
+    QCOMPARE(Child(&root, "Ch_A")->size(), 1u);
+    QCOMPARE(root.GetItemsCount(itTag), 0u);
+}
+
+void TestCsvLoader::scrambledStopWords()
+{
+    const QString text = kChannelHead + kCom1 + kDevice + kGroup + kTagHead + kTag +
+                         QStringLiteral("DEVICE;1\n;USERS;2;Нет;125;2000;0;Да\n") + kChannelHead + kCom2;
+    CTreeItemRoot root;
+    QVERIFY(LoadText(root, text, false));
+    QCOMPARE(root.size(), 1u);
+    QCOMPARE(Child(&root, "Ch_A")->size(), 1u);
+    QCOMPARE(root.GetItemsCount(itTag), 1u);
+
+    // The plain form has no stop words: the same device is just a device.
+    CTreeItemRoot plain;
+    QVERIFY(LoadText(plain, text, true));
+    QCOMPARE(plain.size(), 2u);
+}
+
+void TestCsvLoader::undecodablePlainFile()
+{
+    const QString path = m_dir.filePath("broken.csv");
+    QFile f(path);
+    QVERIFY(f.open(QIODevice::WriteOnly));
+    f.write((kChannelHead + kCom1).toUtf8() + ";Ch_\xC0\x80;COM-порт\n" + kCom2.toUtf8());
+    f.close();
+    CTreeItemRoot root;
+    QVERIFY(!CCsvLoader(&root).Load(path.toStdString(), true));
+    QCOMPARE(root.size(), 1u);
+}
+
+void TestCsvLoader::writerForms()
+{
+    CTreeItemRoot root;
+    QCOMPARE(ExportText(root), QString());
+    QVERIFY(CCsvLoader(&root).Export(m_dir.filePath("empty.csv").toStdString()));
+    QVERIFY(ReadBytes(m_dir.filePath("empty.csv")).isEmpty());
+    // The stream isn't checked: a folder that doesn't exist still answers true.
+    QVERIFY(CCsvLoader(&root).Export(m_dir.filePath("none/x.csv").toStdString()));
+
+    const QString stateTag =
+        QStringLiteral(";B;Входное состояние;9;0;0;Да") + QString(10, ';') + "Синусоида;5\n";
+    QVERIFY(LoadText(
+        root,
+        kChannelHead + kCom1 + kDevice + QStringLiteral("GROUP;1\n;Empty;1;ч\n") + kGroup + kTagHead +
+            QStringLiteral(";A;Выходной регистр;7;2;1;Нет;Нет;Одиночная;Цел16(знак);XX;Линейная шкала;"
+                           "-100;100;0.5;1234567;Константа;0.5\n") +
+            stateTag,
+        true));
+    const QString text = ExportText(root);
+    QVERIFY(!text.contains(QStringLiteral("GROUP;1;2;3\n;Empty;1;ч\nTAG")));
+    QVERIFY(text.contains(QStringLiteral("GROUP;1;2;3\n;Empty;1;ч\n")));
+    // Byte order not in its row: stored as 255, written empty; reals in 6 digits.
+    QVERIFY(text.contains(
+        QStringLiteral(";A;Выходной регистр;7;2;1;Нет;Нет;Одиночная;Цел16(знак);;Линейная шкала;"
+                       "-100;100;0.5;1.23457e+06;Константа;0.5\n")));
+    QVERIFY(text.contains(stateTag));
+
+    CCsvLoader loader(&root);
+    std::wostringstream sink;
+    QVERIFY(!loader.ExportChannel(sink, nullptr));
+    QVERIFY(!loader.ExportDevice(sink, nullptr));
+    QVERIFY(!loader.ExportGroup(sink, nullptr));
+    QVERIFY(!loader.ExportDATag(sink, nullptr));
+    QVERIFY(sink.str().empty());
+
+    const std::vector<std::wstring> table{L"a", L"b"};
+    QCOMPARE(CCsvLoader::GetArrStr(table, 1), std::wstring(L"b"));
+    QVERIFY(CCsvLoader::GetArrStr(table, 2).empty());
+    QVERIFY(CCsvLoader::GetArrStr(table, -1).empty());
+    QVERIFY(qIsNaN(CCsvLoader(&root).GetCompliteState()));
+}
+
+QTEST_GUILESS_MAIN(TestCsvLoader)
+#include "tst_csvloader.moc"
