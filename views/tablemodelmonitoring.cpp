@@ -1,0 +1,164 @@
+#include "views/tablemodelmonitoring.h"
+
+#include "model/item.h"
+
+#include <iterator>
+
+namespace {
+
+const int ColumnCount = 4;
+const int CellsPerRow = 4;
+
+const char* const Headers[ColumnCount] = {"Имя тега", "Значение", "Качество", "Время"};
+
+// Moves the entry of oldName to newName; a taken newName drops the entry.
+template <typename Map> void rekey(Map& map, const QString& oldName, const QString& newName)
+{
+    auto node = map.extract(oldName);
+    if (node.empty())
+        return;
+    node.key() = newName;
+    map.insert(std::move(node));
+}
+
+} // namespace
+
+TableModelMonitoring::TableModelMonitoring(QObject* parent) : QAbstractTableModel(parent) {}
+
+void TableModelMonitoring::setNameGroup(QString name)
+{
+    m_groupName = name;
+    // A known group keeps its last values for when the user comes back to it.
+    if (m_groupValues.find(name) == m_groupValues.end())
+        m_groupValues.emplace(name, QList<QVariant>(CellsPerRow, QVariant(0)));
+}
+
+void TableModelMonitoring::setMapItem(std::map<QString, CItem*> items)
+{
+    beginResetModel();
+    m_items = std::move(items);
+    endResetModel();
+}
+
+void TableModelMonitoring::editNameGroup(QString oldName, QString newName)
+{
+    rekey(m_items, oldName, newName);
+    rekey(m_groupValues, oldName, newName);
+}
+
+void TableModelMonitoring::setNewData(int row, QList<QVariant> cells, QString group)
+{
+    auto it = m_groupValues.find(group);
+    // Values of groups never selected are dropped.
+    if (it == m_groupValues.end() || row < 0 || cells.size() < 3)
+        return;
+    QList<QVariant>& values = it->second;
+    const qsizetype last = qsizetype(CellsPerRow) * row + 3;
+    // Grows well past the row so that a run of new rows resizes only now and then.
+    if (values.size() < last)
+        values.resize(CellsPerRow * last);
+    values[last - 2] = cells[0];
+    values[last - 1] = cells[1];
+    values[last] = cells[2];
+}
+
+void TableModelMonitoring::updateData()
+{
+    auto it = m_items.find(m_groupName);
+    if (it == m_items.end() || it->second->empty())
+        return;
+    emit dataChanged(index(0, 0), index(int(it->second->size()) - 1, ColumnCount - 1), {Qt::DisplayRole});
+}
+
+void TableModelMonitoring::cleanupOldGroups()
+{
+    for (auto it = m_groupValues.begin(); it != m_groupValues.end();) {
+        if (m_items.find(it->first) == m_items.end())
+            it = m_groupValues.erase(it);
+        else
+            ++it;
+    }
+}
+
+QList<QVariant> TableModelMonitoring::groupValues(const QString& group) const
+{
+    auto it = m_groupValues.find(group);
+    return it == m_groupValues.end() ? QList<QVariant>() : it->second;
+}
+
+int TableModelMonitoring::rowCount(const QModelIndex& parent) const
+{
+    if (parent.isValid() || m_items.empty())
+        return 0;
+    return int(m_items.at(m_groupName)->size());
+}
+
+int TableModelMonitoring::columnCount(const QModelIndex& parent) const
+{
+    return parent.isValid() ? 0 : ColumnCount;
+}
+
+QVariant TableModelMonitoring::data(const QModelIndex& index, int role) const
+{
+    const int row = index.row();
+    const int column = index.column();
+    if (!index.isValid() || row < 0 || column < 0 || column >= ColumnCount || role != Qt::DisplayRole)
+        return QVariant();
+    if (m_items.empty())
+        return QVariant();
+    if (column == 0) {
+        // The name is the first string property of a tag; read it straight from the node.
+        CItem* group = m_items.at(m_groupName);
+        if (row >= int(group->size()))
+            return QVariant();
+        return QString::fromStdString(std::next(group->begin(), row)->second->GetName());
+    }
+    auto it = m_groupValues.find(m_groupName);
+    if (it == m_groupValues.end())
+        return QVariant();
+    const qsizetype cell = qsizetype(CellsPerRow) * row + column;
+    if (cell >= it->second.size())
+        return QVariant();
+    return it->second.at(cell);
+}
+
+bool TableModelMonitoring::setData(const QModelIndex&, const QVariant&, int)
+{
+    return true;
+}
+
+QVariant TableModelMonitoring::headerData(int section, Qt::Orientation orientation, int role) const
+{
+    if (orientation != Qt::Horizontal || role != Qt::DisplayRole || section < 0 || section >= ColumnCount)
+        return QVariant();
+    return QString::fromUtf8(Headers[section]);
+}
+
+// The tags live in the tree; these only tell the views which rows changed.
+bool TableModelMonitoring::insertRows(int row, int count, const QModelIndex& parent)
+{
+    if (row < 0 || count < 1)
+        return false;
+    beginInsertRows(parent, row, row + count - 1);
+    endInsertRows();
+    return true;
+}
+
+bool TableModelMonitoring::removeRows(int row, int count, const QModelIndex& parent)
+{
+    if (row < 0 || count < 1)
+        return false;
+    beginRemoveRows(parent, row, row + count - 1);
+    endRemoveRows();
+    return true;
+}
+
+Qt::ItemFlags TableModelMonitoring::flags(const QModelIndex& index) const
+{
+    return QAbstractTableModel::flags(index);
+}
+
+QHash<int, QByteArray> TableModelMonitoring::roleNames() const
+{
+    return {{Qt::DisplayRole, "display"}};
+}

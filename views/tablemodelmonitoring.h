@@ -1,0 +1,44 @@
+#pragma once
+
+#include <QAbstractTableModel>
+#include <QList>
+#include <QString>
+#include <QVariant>
+
+#include <map>
+
+class CItem;
+
+// Live values of the selected group's tags. Values are collected per group in
+// a flat cell list (four cells a row: unused, value, quality, time) and shown
+// when the main window's timer calls updateData, never per value.
+class TableModelMonitoring : public QAbstractTableModel
+{
+    Q_OBJECT
+public:
+    explicit TableModelMonitoring(QObject* parent = nullptr);
+
+    void setNameGroup(QString name);
+    void setMapItem(std::map<QString, CItem*> items);
+    void editNameGroup(QString oldName, QString newName);
+    void setNewData(int row, QList<QVariant> cells, QString group);
+    void updateData();
+    void cleanupOldGroups();
+    // The collected cells of a group; empty when the group has none.
+    QList<QVariant> groupValues(const QString& group) const;
+
+    int rowCount(const QModelIndex& parent = QModelIndex()) const override;
+    int columnCount(const QModelIndex& parent = QModelIndex()) const override;
+    QVariant data(const QModelIndex& index, int role = Qt::DisplayRole) const override;
+    bool setData(const QModelIndex& index, const QVariant& value, int role = Qt::EditRole) override;
+    QVariant headerData(int section, Qt::Orientation orientation, int role = Qt::DisplayRole) const override;
+    bool insertRows(int row, int count, const QModelIndex& parent = QModelIndex()) override;
+    bool removeRows(int row, int count, const QModelIndex& parent = QModelIndex()) override;
+    Qt::ItemFlags flags(const QModelIndex& index) const override;
+    QHash<int, QByteArray> roleNames() const override;
+
+private:
+    std::map<QString, CItem*> m_items;
+    QString m_groupName;
+    std::map<QString, QList<QVariant>> m_groupValues;
+};
