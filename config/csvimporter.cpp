@@ -25,6 +25,7 @@
 #include <QFile>
 
 #include <codecvt>
+#include <cstring>
 #include <fstream>
 #include <locale>
 #include <system_error>
@@ -120,6 +121,13 @@ template <typename T> const T& Entry(const std::vector<T>& table, long long inde
     return index >= 0 && static_cast<size_t>(index) < table.size() ? table[index] : empty;
 }
 
+// g_cCSV in the wide form the writer needs, widened once.
+const std::wstring& Separator()
+{
+    static const std::wstring sep(g_cCSV.begin(), g_cCSV.end());
+    return sep;
+}
+
 const wchar_t kChannelHeader[] = L"CHANNEL;1;2;3;4;5;6;7;8;9;10;11;12;13;14\n";
 const wchar_t kDeviceHeader[] = L"DEVICE;1;2;3;4;5;6;7\n";
 const wchar_t kGroupHeader[] = L"GROUP;1;2;3\n";
@@ -147,35 +155,45 @@ bool CCsvLoader::Load(const std::string& path, bool plain)
     uint64_t fed = 0;
     bool result = true;
     bool reading = true;
-    auto feedSlice = [&]() {
-        Rows& rows = splitter.Taken();
-        if (reading)
-            reading = Feed(rows, fed, result);
-        fed += rows.size();
-        rows.clear();
+    std::wstring line;
+    auto addLine = [&]() {
+        if (!splitter.AddLine(line.data(), line.size()))
+            return false;
+        if (splitter.Count() >= kRowsPerSlice) {
+            reading = Feed(splitter.Buffer().data(), splitter.Count(), fed, result);
+            fed += splitter.Count();
+            splitter.Clear();
+        }
+        return reading;
     };
 
-    // A plain file is read as UTF-8 up to the first byte that isn't; the line
-    // holding it is dropped and the load can't be good any more.
+    // A plain file is read as UTF-8 up to the first line that isn't; that
+    // line is dropped and the load can't be good any more.
     bool complete = true;
     if (plain) {
         const QByteArray bytes = file.readAll();
         file.close();
         const auto* p = reinterpret_cast<const unsigned char*>(bytes.constData());
-        size_t left = static_cast<size_t>(bytes.size());
-        while (left && reading) {
-            char32_t c = 0;
-            const int len = DecodeUtf8(p, left, c);
-            if (len == 0) {
-                splitter.DropLine();
+        const auto* const end = p + bytes.size();
+        while (p != end) {
+            const auto* lf = static_cast<const unsigned char*>(std::memchr(p, '\n', end - p));
+            const auto* const stop = lf ? lf : end;
+            line.clear();
+            while (p != stop) {
+                char32_t c = *p;
+                int len = 1;
+                if (c >= 0x80 && (len = DecodeUtf8(p, stop - p, c)) == 0)
+                    break;
+                line.push_back(static_cast<wchar_t>(c));
+                p += len;
+            }
+            if (p != stop) {
                 complete = false;
                 break;
             }
-            p += len;
-            left -= len;
-            splitter.Put(static_cast<wchar_t>(c));
-            if (splitter.Taken().size() >= kRowsPerSlice)
-                feedSlice();
+            if (!addLine())
+                break;
+            p = lf ? lf + 1 : end;
         }
     } else {
         QString clear = QString::fromUtf8(file.readAll());
@@ -183,18 +201,26 @@ bool CCsvLoader::Load(const std::string& path, bool plain)
         CScrambler::Apply(clear);
         const char16_t* p = reinterpret_cast<const char16_t*>(clear.constData());
         const char16_t* const end = p + clear.size();
-        while (p != end && reading) {
-            char32_t c = *p++;
-            if (QChar::isHighSurrogate(c) && p != end && QChar::isLowSurrogate(*p))
-                c = QChar::surrogateToUcs4(static_cast<char16_t>(c), *p++);
-            if (!splitter.Put(static_cast<wchar_t>(c)))
+        while (p != end) {
+            const qsizetype at = QStringView(p, end - p).indexOf(u'\n');
+            const char16_t* const stop = at < 0 ? end : p + at;
+            line.clear();
+            for (; p != stop; ++p) {
+                char32_t c = *p;
+                if (QChar::isHighSurrogate(c) && p + 1 != stop && QChar::isLowSurrogate(p[1])) {
+                    c = QChar::surrogateToUcs4(p[0], p[1]);
+                    ++p;
+                }
+                line.push_back(static_cast<wchar_t>(c));
+            }
+            if (!addLine())
                 break;
-            if (splitter.Taken().size() >= kRowsPerSlice)
-                feedSlice();
+            p = at < 0 ? end : stop + 1;
         }
     }
-    splitter.Finish();
-    feedSlice();
+    if (reading)
+        Feed(splitter.Buffer().data(), splitter.Count(), fed, result);
+    fed += splitter.Count();
     if (fed == 0)
         return false;
     return result && complete;
@@ -205,13 +231,13 @@ bool CCsvLoader::Load(const Rows& rows)
     if (rows.empty())
         return false;
     bool result = true;
-    Feed(rows, 0, result);
+    Feed(rows.data(), rows.size(), 0, result);
     return result;
 }
 
-bool CCsvLoader::Feed(const Rows& rows, uint64_t first, bool& result)
+bool CCsvLoader::Feed(const Row* rows, size_t count, uint64_t first, bool& result)
 {
-    for (size_t i = 0; i < rows.size(); ++i) {
+    for (size_t i = 0; i < count; ++i) {
         m_RowIndex = first + i;
         if (!Analyse(rows[i])) {
             if (m_Status == 128)
@@ -536,7 +562,7 @@ bool CCsvLoader::ExportChannel(std::wostream& out, CChannelInfo* node)
 {
     if (!node)
         return false;
-    const char* sep = g_cCSV.c_str();
+    const std::wstring& sep = Separator();
     out << sep << Widen(node->GetName()) << sep
         << GetArrStr(CChannelData::m_wszTypeChannel, node->TypeChannel) << sep
         << GetArrStr(CChannelData::m_wszTypeProtocol, node->TypeProtocol) << sep << node->Timeout << sep
@@ -565,7 +591,7 @@ bool CCsvLoader::ExportDevice(std::wostream& out, CDeviceInfo* node)
 {
     if (!node)
         return false;
-    const char* sep = g_cCSV.c_str();
+    const std::wstring& sep = Separator();
     out << sep << Widen(node->GetName()) << sep << static_cast<unsigned>(node->Addr) << sep
         << GetArrStr(g_wszYesNo, node->bEmulation) << sep << static_cast<unsigned>(node->MaxRegsInReqv) << sep
         << node->MaxDiscretsInReqv << sep << static_cast<unsigned>(node->MaxFragmentation) << sep
@@ -577,7 +603,7 @@ bool CCsvLoader::ExportGroup(std::wostream& out, CGroupInfo* node)
 {
     if (!node)
         return false;
-    const char* sep = g_cCSV.c_str();
+    const std::wstring& sep = Separator();
     out << sep << Widen(node->GetName()) << sep << node->UpdateRate << sep
         << GetArrStr(CGroupData::m_wszMU_UpdateRate, node->MU_UpdateRate) << L'\n';
     return true;
@@ -587,7 +613,7 @@ bool CCsvLoader::ExportDATag(std::wostream& out, CDATagInfo* node)
 {
     if (!node)
         return false;
-    const char* sep = g_cCSV.c_str();
+    const std::wstring& sep = Separator();
     const bool output = node->RegType == MRT_Coil || node->RegType == MRT_HoldingRegister;
     const bool registers = node->RegType == MRT_InputRegister || node->RegType == MRT_HoldingRegister;
 

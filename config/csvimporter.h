@@ -76,7 +76,7 @@ public:
 private:
     // Runs rows through Analyse, numbering them from first. false once the
     // status asks to stop reading altogether.
-    bool Feed(const Rows& rows, uint64_t first, bool& result);
+    bool Feed(const Row* rows, size_t count, uint64_t first, bool& result);
     // Appends node under parent. A node whose name the parent already holds
     // isn't inserted; it still becomes the current node, so that what follows
     // it stays out of the tree too, and it is freed with the loader.

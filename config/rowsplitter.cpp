@@ -1,51 +1,47 @@
 #include "config/rowsplitter.h"
 
 #include <algorithm>
+#include <cwchar>
 
-bool CRowSplitter::Put(wchar_t c)
+bool CRowSplitter::AddLine(const wchar_t* line, size_t length)
 {
     if (m_Stopped)
         return false;
-    if (c == L'\n') {
-        EndLine();
-        return !m_Stopped;
+    if (m_Plain && std::wmemchr(line, L'\r', length)) {
+        m_Clean.assign(line, length);
+        m_Clean.erase(std::remove(m_Clean.begin(), m_Clean.end(), L'\r'), m_Clean.end());
+        line = m_Clean.data();
+        length = m_Clean.size();
     }
-    m_LineStarted = true;
-    if (c != L'\r' || !m_Plain)
-        m_Line.push_back(c);
+
+    if (m_Count == m_Rows.size())
+        m_Rows.emplace_back();
+    Row& row = m_Rows[m_Count];
+    size_t cells = 0;
+    // A ';' at the very end leaves start at the end: no further cell.
+    size_t start = 0;
+    while (start < length) {
+        const wchar_t* hit = std::wmemchr(line + start, L';', length - start);
+        const size_t end = hit ? static_cast<size_t>(hit - line) : length;
+        if (!m_Plain && IsStopWord(line + start, end - start)) {
+            m_Stopped = true;
+            return false;
+        }
+        if (cells == row.size())
+            row.emplace_back();
+        row[cells++].assign(line + start, end - start);
+        start = end + 1;
+    }
+    row.resize(cells);
+    ++m_Count;
     return true;
 }
 
-void CRowSplitter::Finish()
+bool CRowSplitter::IsStopWord(const wchar_t* cell, size_t length)
 {
-    if (!m_Stopped && m_LineStarted)
-        EndLine();
-}
-
-bool CRowSplitter::IsStopWord(const std::wstring& cell)
-{
-    return cell == L"USERS" || cell == L"INIFILE" || cell == L"[users]" || cell == L"[options]";
-}
-
-void CRowSplitter::EndLine()
-{
-    Row row;
-    // Sized once: a file of many rows is held whole, so spare capacity counts.
-    row.reserve(std::count(m_Line.begin(), m_Line.end(), L';') + 1);
-    // A ';' at the very end leaves start at the end: no further cell.
-    size_t start = 0;
-    while (start < m_Line.size()) {
-        size_t end = m_Line.find(L';', start);
-        if (end == std::wstring::npos)
-            end = m_Line.size();
-        row.emplace_back(m_Line, start, end - start);
-        if (!m_Plain && IsStopWord(row.back())) {
-            m_Stopped = true;
-            return;
-        }
-        start = end + 1;
-    }
-    m_Rows.push_back(std::move(row));
-    m_Line.clear();
-    m_LineStarted = false;
+    // Cheap test first: every cell of every row passes here.
+    if (length < 5 || length > 9 || (cell[0] != L'U' && cell[0] != L'I' && cell[0] != L'['))
+        return false;
+    const std::wstring_view text(cell, length);
+    return text == L"USERS" || text == L"INIFILE" || text == L"[users]" || text == L"[options]";
 }

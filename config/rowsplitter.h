@@ -3,12 +3,14 @@
 #include <string>
 #include <vector>
 
-// Cuts the text of a configuration file into rows at LF and rows into cells at
-// ';'. There is no quoting. Text behind the last LF is a row as well; a ';' at
-// the very end of a row opens no further cell, and an empty line is a row
-// without cells. The plain form drops every carriage return. The scrambled
-// form ends at the first cell that is a stop word (the run-parameter tail or
-// the users block), dropping the row in hand.
+// Cuts the lines of a configuration file into cells at ';'. There is no
+// quoting; a ';' at the very end of a line opens no further cell, and an empty
+// line is a row without cells. The plain form drops every carriage return. The
+// scrambled form ends at the first cell that is a stop word (the run-parameter
+// tail or the users block), dropping the row in hand.
+//
+// Rows are kept in a buffer whose strings are reused after Clear(), so that a
+// large file is cut without an allocation for every cell.
 class CRowSplitter
 {
 public:
@@ -17,29 +19,20 @@ public:
 
     explicit CRowSplitter(bool plain) : m_Plain(plain) {}
 
-    // Feeds one character; false once a stop word has ended the text.
-    bool Put(wchar_t c);
-    // Ends the text.
-    void Finish();
-    // Forgets the line in hand, for a line whose bytes can't be decoded.
-    void DropLine()
-    {
-        m_Line.clear();
-        m_LineStarted = false;
-    }
+    // One line without its LF; false once a stop word has ended the text.
+    bool AddLine(const wchar_t* line, size_t length);
 
-    bool Stopped() const { return m_Stopped; }
-    // Rows complete so far; the caller may take them away between calls.
-    Rows& Taken() { return m_Rows; }
-
-    static bool IsStopWord(const std::wstring& cell);
+    // Rows 0 to Count() - 1 of Buffer() are the rows added since Clear().
+    const Rows& Buffer() const { return m_Rows; }
+    size_t Count() const { return m_Count; }
+    void Clear() { m_Count = 0; }
 
 private:
-    void EndLine();
+    static bool IsStopWord(const wchar_t* cell, size_t length);
 
     bool m_Plain;
     bool m_Stopped = false;
-    bool m_LineStarted = false;
-    std::wstring m_Line;
+    size_t m_Count = 0;
     Rows m_Rows;
+    std::wstring m_Clean;
 };

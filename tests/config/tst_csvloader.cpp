@@ -81,6 +81,7 @@ private slots:
     void refusedNameStaysOutOfTree();
     void scrambledStopWords();
     void undecodablePlainFile();
+    void rowsBeyondOneSlice();
     void writerForms();
 
 private:
@@ -176,6 +177,9 @@ void TestCsvLoader::workedExampleReadsIntoItsTree()
     CCsvLoader cfgLoader(&fromCfg);
     QVERIFY(cfgLoader.Load((kData + "/worked_example.cfg").toStdString(), false));
     QCOMPARE(ExportText(fromCfg), ExportText(root));
+    CTreeItemRoot withUsers;
+    QVERIFY(CCsvLoader(&withUsers).Load((kData + "/with_users.cfg").toStdString(), false));
+    QCOMPARE(ExportText(withUsers), ExportText(root));
 }
 
 void TestCsvLoader::workedExampleWritesBack()
@@ -218,6 +222,10 @@ void TestCsvLoader::failureTableKeepsWhatItCould()
         CTreeItemRoot root;
         QVERIFY(LoadText(root, kChannelHead, true));
         QVERIFY(root.empty());
+        // Text behind the last LF is a row, in both forms.
+        QVERIFY(LoadText(root, kChannelHead + kCom1.chopped(1), true));
+        QVERIFY(LoadText(root, kChannelHead + kCom2.chopped(1), false));
+        QCOMPARE(root.size(), 2u);
     }
     struct Case
     {
@@ -419,6 +427,27 @@ void TestCsvLoader::undecodablePlainFile()
     CTreeItemRoot root;
     QVERIFY(!CCsvLoader(&root).Load(path.toStdString(), true));
     QCOMPARE(root.size(), 1u);
+}
+
+void TestCsvLoader::rowsBeyondOneSlice()
+{
+    // Long files are analysed in slices; numbering and verdict run on across them.
+    QString text = kChannelHead + kCom1 + kDevice + kGroup + kTagHead;
+    for (int i = 0; i < 9000; ++i) {
+        const int addr = i == 8000 ? 0 : 1 + i % 1000;
+        text += QStringLiteral(";T%1;Входной регистр;%2;0;0;Да;;;Цел16;AB;Нет;;;;;Случайное число;\n")
+                    .arg(i)
+                    .arg(addr);
+    }
+    for (bool plain : {true, false}) {
+        CTreeItemRoot root;
+        CCsvLoader loader(&root);
+        QVERIFY(!LoadText(root, text + QStringLiteral("USERS\n\n") + kChannelHead + kCom2, plain, &loader));
+        QCOMPARE(root.GetItemsCount(itTag), 8999u);
+        QCOMPARE(QString::fromStdString(loader.LastRowError()),
+                 QStringLiteral("Строка 8007: ошибка поля <3>."));
+        QCOMPARE(root.size(), plain ? 2u : 1u);
+    }
 }
 
 void TestCsvLoader::writerForms()

@@ -27,15 +27,20 @@ const QString kTail =
     QStringLiteral("INIFILE\n\n[options]\nport = 4840\nlog = warning\nallowanonimus = true\n"
                    "derFile = \npemFile = \ntrustFolder = \n");
 
+// Lines as the reader hands them over: nothing behind a final LF.
 CRowSplitter::Rows Split(const std::wstring& text, bool plain)
 {
     CRowSplitter splitter(plain);
-    for (wchar_t c : text) {
-        if (!splitter.Put(c))
+    size_t start = 0;
+    while (start < text.size()) {
+        size_t lf = text.find(L'\n', start);
+        if (lf == std::wstring::npos)
+            lf = text.size();
+        if (!splitter.AddLine(text.data() + start, lf - start))
             break;
+        start = lf + 1;
     }
-    splitter.Finish();
-    return splitter.Taken();
+    return CRowSplitter::Rows(splitter.Buffer().begin(), splitter.Buffer().begin() + splitter.Count());
 }
 
 } // namespace
@@ -162,6 +167,14 @@ void TestFileForm::tailCut()
     QCOMPARE(t, QStringLiteral("kept"));
 
     QCOMPARE(CConfigTail::UsersList(tree + ini + users), QStringLiteral("a;1;b;2;"));
+
+    // A hand-written file with both blocks.
+    QString clear;
+    QVERIFY(CScrambler::ReadFile(kData + "/with_users.cfg", clear));
+    QVERIFY(CConfigTail::Cut(clear, t, u));
+    QCOMPARE(t, QString::fromUtf8(ReadBytes(kData + "/worked_example.csv")));
+    QVERIFY(u.startsWith(CConfigTail::UsersMarker + CConfigTail::UsersHeader));
+    QCOMPARE(CConfigTail::UsersList(clear), QStringLiteral("оператор;пароль1;admin;a;b;"));
     QVERIFY(CConfigTail::UsersList(tree + ini).isEmpty());
     QVERIFY(CConfigTail::UsersList(QStringLiteral("USERS\n\n[us")).isEmpty());
 }
@@ -182,6 +195,16 @@ void TestFileForm::cellsAndRows()
     // Carriage returns go in the plain form only.
     QCOMPARE(Split(L";a\r\n;b\r", true), (Rows{{L"", L"a"}, {L"", L"b"}}));
     QCOMPARE(Split(L";a\r\n", false), (Rows{{L"", L"a\r"}}));
+
+    // Buffers are reused after Clear without leaking cells of a longer row.
+    CRowSplitter splitter(true);
+    QVERIFY(splitter.AddLine(L"a;b;c;d", 7));
+    splitter.Clear();
+    QVERIFY(splitter.AddLine(L";x", 2));
+    QVERIFY(splitter.AddLine(L"", 0));
+    QCOMPARE(splitter.Count(), size_t(2));
+    QCOMPARE(splitter.Buffer()[0], (CRowSplitter::Row{L"", L"x"}));
+    QVERIFY(splitter.Buffer()[1].empty());
 }
 
 void TestFileForm::stopWordsOnlyInScrambledForm()
