@@ -1,0 +1,181 @@
+#include "server/addressspace.h"
+
+#include "model/cchannelinfo.h"
+#include "model/dataginfo.h"
+#include "model/deviceinfo.h"
+#include "model/emuldata_const.h"
+#include "model/emuldata_sin.h"
+#include "model/groupinfo.h"
+#include "model/transform_factordata.h"
+#include "model/transform_linescaledata.h"
+
+const char* const CAddressSpace::kChannelsId = "Каналы";
+
+namespace {
+
+const char kNamespaceUri[] = "urn:tarnopcua.server.channels";
+const std::uint64_t kUnitMs[] = {1, 1000, 60000, 3600000};
+
+UA_LocalizedText Text(const std::string& s)
+{
+    return UA_LOCALIZEDTEXT(const_cast<char*>(""), const_cast<char*>(s.c_str()));
+}
+
+UA_QualifiedName Browse(const std::string& s)
+{
+    return UA_QUALIFIEDNAME(2, const_cast<char*>(s.c_str()));
+}
+
+} // namespace
+
+CAddressSpace::CAddressSpace(UA_Server* server, const CExchangeClock* clock)
+    : m_server(server), m_clock(clock)
+{
+}
+
+CAddressSpace::~CAddressSpace() = default;
+
+UA_NodeId CAddressSpace::NodeId(const std::string& fullName)
+{
+    return UA_NODEID_STRING(2, const_cast<char*>(fullName.c_str()));
+}
+
+UA_StatusCode CAddressSpace::CreateRoot()
+{
+    if (UA_Server_addNamespace(m_server, kNamespaceUri) != 2)
+        return UA_STATUSCODE_BADINTERNALERROR;
+    UA_ObjectAttributes attr = UA_ObjectAttributes_default;
+    attr.displayName = Text(kChannelsId);
+    return UA_Server_addObjectNode(m_server, NodeId(kChannelsId),
+                                   UA_NODEID_NUMERIC(0, UA_NS0ID_OBJECTSFOLDER),
+                                   UA_NODEID_NUMERIC(0, UA_NS0ID_ORGANIZES), Browse(kChannelsId),
+                                   UA_NODEID_NUMERIC(0, UA_NS0ID_BASEOBJECTTYPE), attr, nullptr, nullptr);
+}
+
+void CAddressSpace::Describe(const CDATagInfo* tag, CTagRuntime& rt)
+{
+    rt.kind = CTagRuntime::KindFor(tag->RegType, tag->ValType);
+    rt.emulation = tag->EmulType;
+    if (auto* c = dynamic_cast<const CEmulData_Const*>(tag->Emul))
+        rt.constant = c->Const.dblVal;
+    if (auto* s = dynamic_cast<const CEmulData_Sin*>(tag->Emul))
+        rt.period = s->Period;
+    // The file keeps no transformation for states and bit values, so neither do we.
+    rt.transform = CTagRuntime::NoTransform;
+    if (tag->RegType >= 2 && tag->ValType <= MVT_HighByte) {
+        if (auto* l = dynamic_cast<const CTransform_LineScaleData*>(tag->Transform)) {
+            rt.transform = CTagRuntime::LineScale;
+            rt.srcMin = l->SrcMin;
+            rt.srcMax = l->SrcMax;
+            rt.dstMin = l->DstMin;
+            rt.dstMax = l->DstMax;
+        } else if (auto* f = dynamic_cast<const CTransform_FactorData*>(tag->Transform)) {
+            rt.transform = CTagRuntime::Factor;
+            rt.factor = f->Factor;
+        }
+    }
+    const auto* group = dynamic_cast<const CGroupInfo*>(tag->GetParent());
+    if (group) {
+        const int unit = group->MU_UpdateRate >= 0 && group->MU_UpdateRate < 4 ? group->MU_UpdateRate : 0;
+        rt.updateMs = group->UpdateRate * kUnitMs[unit];
+        const auto* device = dynamic_cast<const CDeviceInfo*>(group->GetParent());
+        rt.emulated = device && device->bEmulation;
+    }
+}
+
+UA_StatusCode CAddressSpace::Build(CItem* item)
+{
+    if (item->GetType() == itRoot) {
+        for (auto& child : *item) {
+            const UA_StatusCode rc = BuildUnder(child.second, kChannelsId);
+            if (rc != UA_STATUSCODE_GOOD)
+                return rc;
+        }
+        return UA_STATUSCODE_GOOD;
+    }
+    std::string parentId = kChannelsId;
+    if (item->GetType() != itChannel) {
+        parentId.clear();
+        item->GetParent()->GetFullName(parentId);
+    }
+    return BuildUnder(item, parentId);
+}
+
+UA_StatusCode CAddressSpace::BuildUnder(CItem* item, const std::string& parentId)
+{
+    const std::string& name = item->GetName();
+    const std::string id = item->GetType() == itChannel ? name : parentId + "." + name;
+    const UA_NodeId parent = NodeId(parentId);
+    const UA_NodeId hasComponent = UA_NODEID_NUMERIC(0, UA_NS0ID_HASCOMPONENT);
+
+    if (item->GetType() == itTag) {
+        auto tag = std::make_unique<Tag>();
+        tag->clock = m_clock;
+        Describe(static_cast<CDATagInfo*>(item), tag->runtime);
+        tag->runtime.SetSeed(id);
+
+        UA_VariableAttributes attr = UA_VariableAttributes_default;
+        attr.displayName = Text(name);
+        attr.dataType = CTagRuntime::TypeOf(tag->runtime.kind)->typeId;
+        attr.valueRank = UA_VALUERANK_SCALAR;
+        attr.accessLevel = UA_ACCESSLEVELMASK_READ;
+        attr.userAccessLevel = UA_ACCESSLEVELMASK_READ;
+        attr.minimumSamplingInterval = double(tag->runtime.updateMs);
+        UA_DataSource source;
+        source.read = &CAddressSpace::ReadTag;
+        source.write = nullptr;
+        const UA_StatusCode rc = UA_Server_addDataSourceVariableNode(
+            m_server, NodeId(id), parent, hasComponent, Browse(name),
+            UA_NODEID_NUMERIC(0, UA_NS0ID_BASEDATAVARIABLETYPE), attr, source, tag.get(), nullptr);
+        if (rc == UA_STATUSCODE_GOOD) {
+            tag->ready = true;
+            m_tags[id] = std::move(tag);
+        }
+        return rc;
+    }
+
+    UA_ObjectAttributes attr = UA_ObjectAttributes_default;
+    attr.displayName = Text(name);
+    UA_StatusCode rc =
+        UA_Server_addObjectNode(m_server, NodeId(id), parent, hasComponent, Browse(name),
+                                UA_NODEID_NUMERIC(0, UA_NS0ID_BASEOBJECTTYPE), attr, nullptr, nullptr);
+    for (auto it = item->begin(); rc == UA_STATUSCODE_GOOD && it != item->end(); ++it)
+        rc = BuildUnder(it->second, id);
+    return rc;
+}
+
+void CAddressSpace::Remove(CItem* item)
+{
+    if (item->GetType() == itRoot) {
+        for (auto& child : *item)
+            RemoveUnder(child.second, child.second->GetName());
+        return;
+    }
+    std::string id;
+    item->GetFullName(id);
+    RemoveUnder(item, id);
+}
+
+void CAddressSpace::RemoveUnder(CItem* item, const std::string& fullName)
+{
+    for (auto& child : *item)
+        RemoveUnder(child.second, fullName + "." + child.second->GetName());
+    UA_Server_deleteNode(m_server, NodeId(fullName), true);
+    m_tags.erase(fullName);
+}
+
+UA_StatusCode CAddressSpace::ReadTag(UA_Server*, const UA_NodeId*, void*, const UA_NodeId*, void* nodeContext,
+                                     UA_Boolean sourceTimestamp, const UA_NumericRange*, UA_DataValue* value)
+{
+    const auto* tag = static_cast<const Tag*>(nodeContext);
+    if (!tag)
+        return UA_STATUSCODE_BADINTERNALERROR;
+    if (!tag->ready) {
+        const UA_DataType* type = CTagRuntime::TypeOf(tag->runtime.kind);
+        UA_Variant_setScalar(&value->value, UA_new(type), type);
+        value->hasValue = true;
+        return UA_STATUSCODE_GOOD;
+    }
+    tag->runtime.Fill(tag->clock->NowMs(), sourceTimestamp, value);
+    return UA_STATUSCODE_GOOD;
+}

@@ -1,0 +1,62 @@
+#pragma once
+
+#include "server/exchangeclock.h"
+#include "server/tagruntime.h"
+
+#include <open62541/server.h>
+
+#include <memory>
+#include <string>
+#include <unordered_map>
+
+class CItem;
+class CDATagInfo;
+
+// The OPC UA side of the tree: one node per channel, device, group and tag in
+// namespace 2, named by full path, under the object "Каналы". Tags are data
+// sources reading their CTagRuntime, so nothing runs for tags nobody reads.
+class CAddressSpace
+{
+public:
+    static const char* const kChannelsId;
+
+    CAddressSpace(UA_Server* server, const CExchangeClock* clock);
+    ~CAddressSpace();
+    CAddressSpace(const CAddressSpace&) = delete;
+    CAddressSpace& operator=(const CAddressSpace&) = delete;
+
+    // Namespace 2 and the object "Каналы" under Objects.
+    UA_StatusCode CreateRoot();
+    // Adds the nodes of `item` and of everything below it; for the root, of
+    // the whole tree. The parent's node has to exist already.
+    UA_StatusCode Build(CItem* item);
+    // Removes the nodes of `item` and of everything below it, named as the
+    // tree names them now.
+    void Remove(CItem* item);
+
+    static UA_NodeId NodeId(const std::string& fullName);
+    std::size_t TagCount() const { return m_tags.size(); }
+
+    // The value settings of one tag as taken from the tree.
+    static void Describe(const CDATagInfo* tag, CTagRuntime& rt);
+
+private:
+    UA_StatusCode BuildUnder(CItem* item, const std::string& parentId);
+    void RemoveUnder(CItem* item, const std::string& fullName);
+    static UA_StatusCode ReadTag(UA_Server* server, const UA_NodeId* sessionId, void* sessionContext,
+                                 const UA_NodeId* nodeId, void* nodeContext, UA_Boolean sourceTimestamp,
+                                 const UA_NumericRange* range, UA_DataValue* value);
+
+    struct Tag
+    {
+        CTagRuntime runtime;
+        const CExchangeClock* clock = nullptr;
+        // Off while the node is being added: the library reads the value then
+        // to check its type, and a bad status would refuse the node.
+        bool ready = false;
+    };
+
+    UA_Server* m_server;
+    const CExchangeClock* m_clock;
+    std::unordered_map<std::string, std::unique_ptr<Tag>> m_tags;
+};

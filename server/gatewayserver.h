@@ -1,0 +1,56 @@
+#pragma once
+
+#include "server/exchangeclock.h"
+#include "server/gatewayconfig.h"
+#include "server/serveroptions.h"
+
+#include "model/treeitemroot.h"
+
+#include <open62541/server.h>
+
+#include <memory>
+#include <string>
+
+class CAddressSpace;
+class CTreeEditor;
+
+// The gateway: an OPC UA server on the configuration tree with the five
+// methods of "Каналы" and emulated tag values.
+class CGatewayServer
+{
+public:
+    static const char* const kApplicationUri;
+
+    explicit CGatewayServer(const CServerOptions& options);
+    ~CGatewayServer();
+    CGatewayServer(const CGatewayServer&) = delete;
+    CGatewayServer& operator=(const CGatewayServer&) = delete;
+
+    // Reads the configuration, sets up security and the address space and
+    // opens the port. False with a reason when the server cannot run.
+    bool Start(std::string& error);
+    // One pass of the server's event loop; waits for work at most briefly.
+    void Iterate();
+    void Stop();
+
+private:
+    bool LoadConfiguration(std::string& error);
+    bool Configure(UA_ServerConfig* config, std::string& error);
+    bool AddMethods();
+    void PrintEndpoints();
+    UA_StatusCode Call(const std::string& method, const std::string& argument);
+
+    static UA_StatusCode OnMethod(UA_Server* server, const UA_NodeId* sessionId, void* sessionContext,
+                                  const UA_NodeId* methodId, void* methodContext, const UA_NodeId* objectId,
+                                  void* objectContext, size_t inputSize, const UA_Variant* input,
+                                  size_t outputSize, UA_Variant* output);
+
+    CServerOptions m_options;
+    CGatewayConfig m_config;
+    CTreeItemRoot m_root;
+    CExchangeClock m_clock;
+    UA_Server* m_server = nullptr;
+    bool m_running = false;
+    std::unique_ptr<CAddressSpace> m_space;
+    std::unique_ptr<CTreeEditor> m_editor;
+};

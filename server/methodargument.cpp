@@ -1,0 +1,295 @@
+#include "server/methodargument.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace {
+
+enum class Form
+{
+    Decimal, // plain decimal digits
+    Char,    // one character whose code is the number
+    Order,   // byte order: a character code from the edit dialog or decimal digits from the add worker
+    Flag     // "1" or "0"
+};
+
+struct FieldSpec
+{
+    int field;
+    Form form;
+    std::int64_t min;
+    std::int64_t max;
+};
+
+const FieldSpec kSerialChannel[] = {
+    {3, Form::Decimal, 0, 1},        {4, Form::Decimal, 20, 60000}, {5, Form::Decimal, 1, 20},
+    {6, Form::Decimal, 0, 10000},    {7, Form::Decimal, 0, 2},      {8, Form::Decimal, 0, 1000},
+    {9, Form::Decimal, 300, 256000}, {10, Form::Decimal, 7, 8},     {11, Form::Decimal, 1, 2},
+    {12, Form::Decimal, 0, 4},       {13, Form::Flag, 0, 1},        {14, Form::Decimal, 0, 3},
+    {15, Form::Decimal, 0, 2}};
+
+const FieldSpec kTcpChannel[] = {{3, Form::Decimal, 0, 1},     {4, Form::Decimal, 20, 60000},
+                                 {5, Form::Decimal, 1, 20},    {6, Form::Decimal, 0, 10000},
+                                 {7, Form::Decimal, 0, 2},     {8, Form::Decimal, 0, 4294967295LL},
+                                 {9, Form::Decimal, 1, 65535}, {10, Form::Decimal, 20, 120000}};
+
+const FieldSpec kDevice[] = {{3, Form::Char, 0, 255}, {4, Form::Flag, 0, 1},    {5, Form::Flag, 0, 1},
+                             {6, Form::Char, 1, 125}, {7, Form::Char, 1, 2000}, {8, Form::Char, 0, 123}};
+
+const FieldSpec kGroup[] = {{3, Form::Decimal, 0, 86400000}, {4, Form::Decimal, 0, 3}};
+
+const FieldSpec kTag[] = {
+    {3, Form::Decimal, 0, 3},  {4, Form::Decimal, 1, 65535}, {5, Form::Decimal, 0, 23},
+    {6, Form::Order, 0, 3},    {7, Form::Flag, 0, 1},        {8, Form::Flag, 0, 1},
+    {9, Form::Flag, 0, 1},     {10, Form::Decimal, 0, 2000}, {11, Form::Decimal, 0, 2000},
+    {12, Form::Decimal, 0, 2}, {13, Form::Decimal, 0, 2},    {14, Form::Decimal, 0, 2},
+    {15, Form::Decimal, 0, 2}};
+
+const std::int64_t kBaudRates[] = {300,   600,   1200,  2400,  4800,   9600,   14400,
+                                   19200, 38400, 56000, 57600, 115200, 128000, 256000};
+
+// Decodes one UTF-8 sequence at `pos`; returns false on a broken one.
+bool DecodeUtf8(const std::string& s, std::size_t& pos, std::uint32_t& cp)
+{
+    const auto b0 = static_cast<unsigned char>(s[pos]);
+    int extra = 0;
+    if (b0 < 0x80) {
+        cp = b0;
+    } else if ((b0 & 0xE0) == 0xC0) {
+        cp = b0 & 0x1F;
+        extra = 1;
+    } else if ((b0 & 0xF0) == 0xE0) {
+        cp = b0 & 0x0F;
+        extra = 2;
+    } else if ((b0 & 0xF8) == 0xF0) {
+        cp = b0 & 0x07;
+        extra = 3;
+    } else {
+        return false;
+    }
+    if (pos + extra >= s.size())
+        return false;
+    for (int i = 1; i <= extra; ++i) {
+        const auto b = static_cast<unsigned char>(s[pos + i]);
+        if ((b & 0xC0) != 0x80)
+            return false;
+        cp = (cp << 6) | (b & 0x3F);
+    }
+    pos += 1 + extra;
+    return true;
+}
+
+bool CodePointCount(const std::string& s, std::size_t& count)
+{
+    count = 0;
+    std::size_t pos = 0;
+    std::uint32_t cp = 0;
+    while (pos < s.size()) {
+        if (!DecodeUtf8(s, pos, cp))
+            return false;
+        ++count;
+    }
+    return true;
+}
+
+bool ParseDecimal(const std::string& s, std::int64_t& v)
+{
+    if (s.empty() || s.size() > 18)
+        return false;
+    v = 0;
+    for (char c : s) {
+        if (c < '0' || c > '9')
+            return false;
+        v = v * 10 + (c - '0');
+    }
+    return true;
+}
+
+bool ParseChar(const std::string& s, std::int64_t& v)
+{
+    if (s.empty()) {
+        v = 0;
+        return true;
+    }
+    std::size_t pos = 0;
+    std::uint32_t cp = 0;
+    if (!DecodeUtf8(s, pos, cp) || pos != s.size())
+        return false;
+    v = cp;
+    return true;
+}
+
+bool ValidName(const std::string& name)
+{
+    std::size_t n = 0;
+    return CodePointCount(name, n) && n >= 1 && n <= 64 && name.find('.') == std::string::npos;
+}
+
+template <std::size_t N>
+bool ParseFields(const std::vector<std::string>& f, const FieldSpec (&specs)[N], CMethodArgument& out,
+                 std::string& error)
+{
+    // A ";" sent as a one-character number splits into two empty fields; the
+    // surplus over the full layout tells how many of those there can be.
+    std::size_t surplus = f.size() > N + 3 ? f.size() - (N + 3) : 0;
+    std::size_t cursor = 3;
+    out.values.assign(N + 3, std::nullopt);
+    for (const FieldSpec& spec : specs) {
+        if (cursor >= f.size())
+            break;
+        const std::string& text = f[cursor];
+        const bool last = cursor + 1 == f.size();
+        std::int64_t v = 0;
+        bool ok = false;
+        switch (spec.form) {
+        case Form::Decimal:
+            ok = ParseDecimal(text, v);
+            break;
+        case Form::Flag:
+            ok = text == "0" || text == "1";
+            v = text == "1";
+            break;
+        case Form::Char:
+            if (text.empty() && surplus > 0 && cursor + 1 < f.size() && f[cursor + 1].empty()) {
+                v = ';';
+                ok = true;
+                --surplus;
+                ++cursor;
+            } else {
+                // Empty means the NUL that ended the text, so only the last field may be empty.
+                ok = (!text.empty() || last) && ParseChar(text, v);
+            }
+            break;
+        case Form::Order:
+            if (text.empty())
+                ok = last;
+            else if (text[0] >= '0' && text[0] <= '9')
+                ok = ParseDecimal(text, v);
+            else
+                ok = ParseChar(text, v);
+            break;
+        }
+        if (!ok) {
+            error = "field " + std::to_string(spec.field) + " unreadable";
+            return false;
+        }
+        if (v < spec.min || v > spec.max) {
+            error = "field " + std::to_string(spec.field) + " out of range";
+            return false;
+        }
+        out.values[spec.field] = v;
+        ++cursor;
+        if (last && text.empty())
+            break;
+    }
+    if (cursor < f.size()) {
+        error = "too many fields";
+        return false;
+    }
+    return true;
+}
+
+bool CheckChannel(const CMethodArgument& a, std::string& error)
+{
+    if (a.ValueOr(CMethodArgument::ChType, 0) == 0 && a.Has(CMethodArgument::ChBaudRate)) {
+        const auto b = a.Value(CMethodArgument::ChBaudRate);
+        if (std::find(std::begin(kBaudRates), std::end(kBaudRates), b) == std::end(kBaudRates)) {
+            error = "unknown baud rate";
+            return false;
+        }
+    }
+    return true;
+}
+
+bool CheckGroup(const CMethodArgument& a, std::string& error)
+{
+    static const std::int64_t kMax[] = {86400000, 86400, 1440, 24};
+    if (a.Has(CMethodArgument::GrRate) && a.Has(CMethodArgument::GrUnit) &&
+        a.Value(CMethodArgument::GrRate) > kMax[a.Value(CMethodArgument::GrUnit)]) {
+        error = "update rate out of range for its unit";
+        return false;
+    }
+    return true;
+}
+
+bool CheckTag(const CMethodArgument& a, std::string& error)
+{
+    if (a.Has(CMethodArgument::TagRegType) && a.Has(CMethodArgument::TagRegsInSegment) &&
+        a.Value(CMethodArgument::TagRegType) >= 2 && a.Value(CMethodArgument::TagRegsInSegment) > 123) {
+        error = "segment too long for registers";
+        return false;
+    }
+    if (a.Has(CMethodArgument::TagRegsInSegment) && a.Has(CMethodArgument::TagSegmentPos) &&
+        a.Value(CMethodArgument::TagSegmentPos) > a.Value(CMethodArgument::TagRegsInSegment)) {
+        error = "segment position beyond the segment";
+        return false;
+    }
+    return true;
+}
+
+} // namespace
+
+std::vector<std::string> CMethodArgument::SplitFields(const std::string& text)
+{
+    const std::string cut = text.substr(0, std::min(text.size(), text.find('\0')));
+    std::vector<std::string> fields;
+    std::size_t start = 0;
+    for (;;) {
+        const std::size_t sep = cut.find(';', start);
+        if (sep == std::string::npos) {
+            fields.push_back(cut.substr(start));
+            break;
+        }
+        fields.push_back(cut.substr(start, sep - start));
+        start = sep + 1;
+    }
+    return fields;
+}
+
+bool CMethodArgument::Parse(Method method, const std::string& text, CMethodArgument& out, std::string& error)
+{
+    out = CMethodArgument();
+    if (method == Method::Delete) {
+        out.path = text.substr(0, std::min(text.size(), text.find('\0')));
+        if (out.path.empty()) {
+            error = "empty path";
+            return false;
+        }
+        return true;
+    }
+
+    const std::vector<std::string> f = SplitFields(text);
+    if (f.size() < 2 || f[0].empty()) {
+        error = "path and kind expected";
+        return false;
+    }
+    out.path = f[0];
+    std::int64_t kind = 0;
+    if (!ParseDecimal(f[1], kind) || kind < KindChannel || kind > KindTag) {
+        error = "unknown item kind";
+        return false;
+    }
+    out.kind = int(kind);
+    if (f.size() > 2) {
+        out.name = f[2];
+        if (!out.name.empty() && !ValidName(out.name)) {
+            error = "bad name";
+            return false;
+        }
+    }
+
+    switch (out.kind) {
+    case KindChannel: {
+        std::int64_t type = 0;
+        if (f.size() > 3 && ParseDecimal(f[3], type) && type == 1)
+            return ParseFields(f, kTcpChannel, out, error) && CheckChannel(out, error);
+        return ParseFields(f, kSerialChannel, out, error) && CheckChannel(out, error);
+    }
+    case KindDevice:
+        return ParseFields(f, kDevice, out, error);
+    case KindGroup:
+        return ParseFields(f, kGroup, out, error) && CheckGroup(out, error);
+    default:
+        return ParseFields(f, kTag, out, error) && CheckTag(out, error);
+    }
+}

@@ -1,0 +1,178 @@
+#include "server/treeeditor.h"
+
+#include "server/addressspace.h"
+
+#include "model/cchannelinfo.h"
+#include "model/dataginfo.h"
+#include "model/deviceinfo.h"
+#include "model/groupinfo.h"
+#include "model/portio_cominfo.h"
+#include "model/portio_tcpinfo.h"
+#include "model/treeitemroot.h"
+
+#include <memory>
+
+using A = CMethodArgument;
+
+CTreeEditor::CTreeEditor(CTreeItemRoot* root, CAddressSpace* space) : m_root(root), m_space(space) {}
+
+CItem* CTreeEditor::Find(const std::string& path) const
+{
+    if (path == CAddressSpace::kChannelsId)
+        return m_root;
+    CItem* item = m_root;
+    std::size_t start = 0;
+    while (item) {
+        const std::size_t dot = path.find('.', start);
+        const std::string name =
+            path.substr(start, dot == std::string::npos ? std::string::npos : dot - start);
+        item = name.empty() ? nullptr : item->FindChildByName(name.c_str());
+        if (dot == std::string::npos)
+            break;
+        start = dot + 1;
+    }
+    return item;
+}
+
+void CTreeEditor::Apply(const CMethodArgument& a, CItem* item)
+{
+    switch (item->GetType()) {
+    case itChannel: {
+        auto* ch = static_cast<CChannelInfo*>(item);
+        if (a.Has(A::ChType) && (a.Value(A::ChType) != ch->TypeChannel || !ch->Port)) {
+            ch->TypeChannel = int32_t(a.Value(A::ChType));
+            ch->Init();
+        }
+        ch->TypeProtocol = int32_t(a.ValueOr(A::ChProtocol, ch->TypeProtocol));
+        ch->Timeout = uint64_t(a.ValueOr(A::ChTimeout, std::int64_t(ch->Timeout)));
+        ch->QuanRetry = uint8_t(a.ValueOr(A::ChRetries, ch->QuanRetry));
+        ch->TimeBusy = uint64_t(a.ValueOr(A::ChBusy, std::int64_t(ch->TimeBusy)));
+        if (auto* com = dynamic_cast<CPortIO_COMInfo*>(ch->Port)) {
+            com->ComNo = uint32_t(a.ValueOr(A::ChComNo, com->ComNo));
+            com->BaudRate = uint64_t(a.ValueOr(A::ChBaudRate, std::int64_t(com->BaudRate)));
+            com->DataBits = uint8_t(a.ValueOr(A::ChDataBits, com->DataBits));
+            com->StopBits = uint8_t(a.ValueOr(A::ChStopBits, com->StopBits));
+            com->Parity = uint8_t(a.ValueOr(A::ChParity, com->Parity));
+            com->bEcho = a.ValueOr(A::ChEcho, com->bEcho) != 0;
+            com->RtsControl = uint8_t(a.ValueOr(A::ChRts, com->RtsControl));
+            com->DtrControl = uint8_t(a.ValueOr(A::ChDtr, com->DtrControl));
+        } else if (auto* tcp = dynamic_cast<CPortIO_TCPInfo*>(ch->Port)) {
+            tcp->IP = uint32_t(a.ValueOr(A::ChIp, tcp->IP));
+            tcp->IP_Port = uint16_t(a.ValueOr(A::ChIpPort, tcp->IP_Port));
+            tcp->TimeoutConnect = uint64_t(a.ValueOr(A::ChTimeoutConnect, std::int64_t(tcp->TimeoutConnect)));
+        }
+        break;
+    }
+    case itDevice: {
+        auto* dev = static_cast<CDeviceInfo*>(item);
+        dev->Addr = uint8_t(a.ValueOr(A::DevAddr, dev->Addr));
+        dev->bExchange = a.ValueOr(A::DevExchange, dev->bExchange) != 0;
+        dev->bEmulation = a.ValueOr(A::DevEmulation, dev->bEmulation) != 0;
+        dev->MaxRegsInReqv = uint8_t(a.ValueOr(A::DevMaxRegs, dev->MaxRegsInReqv));
+        dev->MaxDiscretsInReqv = uint16_t(a.ValueOr(A::DevMaxDiscrets, dev->MaxDiscretsInReqv));
+        dev->MaxFragmentation = uint8_t(a.ValueOr(A::DevMaxFragmentation, dev->MaxFragmentation));
+        break;
+    }
+    case itGroup: {
+        auto* gr = static_cast<CGroupInfo*>(item);
+        gr->UpdateRate = uint64_t(a.ValueOr(A::GrRate, std::int64_t(gr->UpdateRate)));
+        gr->MU_UpdateRate = int32_t(a.ValueOr(A::GrUnit, gr->MU_UpdateRate));
+        break;
+    }
+    case itTag: {
+        auto* tag = static_cast<CDATagInfo*>(item);
+        tag->RegType = en_ModbusRegType(a.ValueOr(A::TagRegType, tag->RegType));
+        tag->Addr = uint16_t(a.ValueOr(A::TagAddr, tag->Addr));
+        tag->ValType = en_ModbusValType(a.ValueOr(A::TagValType, tag->ValType));
+        tag->ByteOrder = uint8_t(a.ValueOr(A::TagByteOrder, tag->ByteOrder));
+        tag->bRead = a.ValueOr(A::TagRead, tag->bRead) != 0;
+        tag->bWrite = a.ValueOr(A::TagWrite, tag->bWrite) != 0;
+        tag->bWriteGroup = a.ValueOr(A::TagWriteGroup, tag->bWriteGroup) != 0;
+        tag->RegsInSegment = uint16_t(a.ValueOr(A::TagRegsInSegment, tag->RegsInSegment));
+        tag->SegmentPos = uint16_t(a.ValueOr(A::TagSegmentPos, tag->SegmentPos));
+        // The parameters of a transformation or emulation never travel: a new
+        // kind starts from its defaults, the same kind keeps what it had.
+        if (a.Has(A::TagTransform) && a.Value(A::TagTransform) != tag->TransformType) {
+            tag->TransformType = en_TransformType(a.Value(A::TagTransform));
+            delete tag->Transform;
+            tag->Transform = CDATagInfo::New_Transform(tag->TransformType, nullptr);
+        }
+        if (a.Has(A::TagEmul) && a.Value(A::TagEmul) != tag->EmulType) {
+            tag->EmulType = en_EmulType(a.Value(A::TagEmul));
+            delete tag->Emul;
+            tag->Emul = CDATagInfo::New_Emul(tag->EmulType, nullptr);
+        }
+        break;
+    }
+    default:
+        break;
+    }
+}
+
+UA_StatusCode CTreeEditor::Add(const CMethodArgument& a)
+{
+    CItem* parent = Find(a.path);
+    if (!parent)
+        return UA_STATUSCODE_BADNODEIDUNKNOWN;
+    if (int(parent->GetType()) != a.kind - 1)
+        return UA_STATUSCODE_BADINVALIDARGUMENT;
+    std::unique_ptr<CItem> item(CItem::NewItem(enItemType(a.kind), nullptr));
+    if (!item)
+        return UA_STATUSCODE_BADINVALIDARGUMENT;
+    std::string name = a.name;
+    if (name.empty()) {
+        // A pasted tag arrives without fields: it gets a free default name.
+        name = item->GetName();
+        if (parent->FindChildByName(name.c_str()))
+            CItem::IncrementName(parent, name);
+    } else if (parent->FindChildByName(name.c_str())) {
+        return UA_STATUSCODE_BADNODEIDEXISTS;
+    }
+    item->SetName(name);
+    if (a.kind == A::KindChannel)
+        static_cast<CChannelInfo*>(item.get())->Init();
+    Apply(a, item.get());
+    CItem* raw = item.release();
+    parent->AppendChild(raw);
+    const UA_StatusCode rc = m_space->Build(raw);
+    if (rc != UA_STATUSCODE_GOOD) {
+        m_space->Remove(raw);
+        parent->DeleteChild(raw);
+    }
+    return rc;
+}
+
+UA_StatusCode CTreeEditor::Edit(const CMethodArgument& a)
+{
+    CItem* item = Find(a.path);
+    if (!item)
+        return UA_STATUSCODE_BADNODEIDUNKNOWN;
+    if (int(item->GetType()) != a.kind)
+        return UA_STATUSCODE_BADINVALIDARGUMENT;
+    CItem* parent = item->GetParent();
+    const bool rename = !a.name.empty() && a.name != item->GetName();
+    if (rename && parent->FindChildByName(a.name.c_str()))
+        return UA_STATUSCODE_BADNODEIDEXISTS;
+
+    // Node ids are paths, so an edit rebuilds the item's nodes from the tree.
+    m_space->Remove(item);
+    Apply(a, item);
+    if (rename) {
+        parent->PopChild(item);
+        item->SetName(a.name);
+        parent->AppendChild(item);
+    }
+    return m_space->Build(item);
+}
+
+UA_StatusCode CTreeEditor::Delete(const CMethodArgument& a)
+{
+    CItem* item = Find(a.path);
+    if (!item)
+        return UA_STATUSCODE_BADNODEIDUNKNOWN;
+    if (item == m_root)
+        return UA_STATUSCODE_BADINVALIDARGUMENT;
+    m_space->Remove(item);
+    item->Delete();
+    return UA_STATUSCODE_GOOD;
+}

@@ -1,0 +1,31 @@
+#pragma once
+
+#include "server/methodargument.h"
+
+#include <open62541/types.h>
+
+class CAddressSpace;
+class CItem;
+class CTreeItemRoot;
+
+// Carries out addNode, editNode and deleteNode on the tree held in memory and
+// on the address space together. Every refusal is decided before anything
+// changes, so a refused call leaves both as they were.
+class CTreeEditor
+{
+public:
+    CTreeEditor(CTreeItemRoot* root, CAddressSpace* space);
+
+    UA_StatusCode Add(const CMethodArgument& arg);
+    UA_StatusCode Edit(const CMethodArgument& arg);
+    UA_StatusCode Delete(const CMethodArgument& arg);
+
+    // "Каналы" is the root; otherwise names joined by ".". Null when absent.
+    CItem* Find(const std::string& path) const;
+
+private:
+    static void Apply(const CMethodArgument& arg, CItem* item);
+
+    CTreeItemRoot* m_root;
+    CAddressSpace* m_space;
+};

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <QProcess>
+#include <QString>
+
+// Runs the gateway program for a test: picks a free port, starts it, waits
+// until it answers GetEndpoints, and always ends it — in stop() or at the
+// latest in the destructor; the child also dies with the test process.
+class GatewayProcess
+{
+public:
+    struct Options
+    {
+        Options(const QString& configPath = QString()) : config(configPath) {}
+        QString config; // scrambled configuration file
+        QString logLevel = "info";
+        bool anonymous = true;
+        QString certificate; // DER; empty for none
+        QString privateKey;  // PEM or DER; empty for none
+        QString trustFolder;
+    };
+
+    GatewayProcess();
+    ~GatewayProcess();
+    GatewayProcess(const GatewayProcess&) = delete;
+    GatewayProcess& operator=(const GatewayProcess&) = delete;
+
+    // Starts and waits up to `timeoutMs` for the first answer. On failure the
+    // process is ended and output() tells why.
+    bool start(const Options& options, int timeoutMs = 15000);
+    // SIGTERM, then a kill if it doesn't end within `timeoutMs`. Returns the
+    // exit code, or -1 when it had to be killed or wasn't running.
+    int stop(int timeoutMs = 5000);
+
+    bool running() const { return m_process.state() != QProcess::NotRunning; }
+    quint16 port() const { return m_port; }
+    // "opc.tcp://127.0.0.1:<port>"
+    QString url() const;
+    // Everything it printed so far, stdout and stderr merged.
+    QString output();
+
+    static QString program();
+    static quint16 freePort();
+    // True when an OPC UA server at `url` answers GetEndpoints.
+    static bool answers(const QString& url);
+
+private:
+    QProcess m_process;
+    QString m_output;
+    quint16 m_port = 0;
+};

@@ -1,0 +1,156 @@
+#include "server/methodargument.h"
+
+#include <QtTest>
+
+using A = CMethodArgument;
+
+namespace {
+
+A Parsed(A::Method m, const std::string& text)
+{
+    A a;
+    std::string error;
+    if (!A::Parse(m, text, a, error))
+        qFatal("refused: %s: %s", text.c_str(), error.c_str());
+    return a;
+}
+
+bool Refused(A::Method m, const std::string& text)
+{
+    A a;
+    std::string error;
+    return !A::Parse(m, text, a, error) && !error.empty();
+}
+
+} // namespace
+
+class TestMethodArgument : public QObject
+{
+    Q_OBJECT
+private slots:
+    void splitKeepsEmptyFieldsAndStopsAtNul();
+    void channelForms();
+    void deviceNumbersTravelAsCharacters();
+    void tagFieldSixHasTwoForms();
+    void groupRateDependsOnUnit();
+    void malformedArgumentsAreRefused();
+    void deleteTakesTheWholePath();
+};
+
+void TestMethodArgument::splitKeepsEmptyFieldsAndStopsAtNul()
+{
+    using V = std::vector<std::string>;
+    QCOMPARE(A::SplitFields("a;;b"), (V{"a", "", "b"}));
+    QCOMPARE(A::SplitFields("a;b;"), (V{"a", "b", ""}));
+    QCOMPARE(A::SplitFields(std::string("a;b\0;c", 6)), (V{"a", "b"}));
+    QCOMPARE(A::SplitFields(""), (V{""}));
+}
+
+void TestMethodArgument::channelForms()
+{
+    const A serial = Parsed(A::Method::Add, "Каналы;1;Линия;0;500;3;0;0;7;19200;8;2;2;1;3;1");
+    QCOMPARE(serial.path, std::string("Каналы"));
+    QCOMPARE(serial.kind, int(A::KindChannel));
+    QCOMPARE(serial.name, std::string("Линия"));
+    QCOMPARE(serial.Value(A::ChComNo), 7);
+    QCOMPARE(serial.Value(A::ChBaudRate), 19200);
+    QCOMPARE(serial.Value(A::ChStopBits), 2);
+    QCOMPARE(serial.Value(A::ChDtr), 1);
+
+    // TCP: the address as one 32-bit number, three fields fewer.
+    const A tcp = Parsed(A::Method::Edit, "Ch;1;Ch;1;500;3;0;2;167815360;502;5000");
+    QCOMPARE(tcp.Value(A::ChIp), 167815360);
+    QCOMPARE(tcp.Value(A::ChIpPort), 502);
+    QCOMPARE(tcp.Value(A::ChTimeoutConnect), 5000);
+    QVERIFY(Refused(A::Method::Edit, "Ch;1;Ch;1;500;3;0;2;167815360;502;5000;8"));
+
+    QVERIFY(Refused(A::Method::Add, "Каналы;1;Линия;0;500;3;0;0;7;19201;8;1;0;0;0;0")); // no such baud rate
+    QVERIFY(Refused(A::Method::Add, "Каналы;1;Линия;0;19;3;0;0;7;9600;8;1;0;0;0;0"));   // timeout below 20
+    QVERIFY(Refused(A::Method::Add, "Каналы;1;Ли.ния;0;500;3;0;0;7;9600;8;1;0;0;0;0")); // point in a name
+}
+
+void TestMethodArgument::deviceNumbersTravelAsCharacters()
+{
+    const A dev = Parsed(A::Method::Add, "Ch;2;Dev;A;1;0;};\xdf\x90;\x05");
+    QCOMPARE(dev.Value(A::DevAddr), 65);
+    QCOMPARE(dev.Value(A::DevExchange), 1);
+    QCOMPARE(dev.Value(A::DevEmulation), 0);
+    QCOMPARE(dev.Value(A::DevMaxRegs), 125);
+    QCOMPARE(dev.Value(A::DevMaxDiscrets), 2000); // two UTF-8 bytes
+    QCOMPARE(dev.Value(A::DevMaxFragmentation), 5);
+
+    // Address 59 is ";" itself and splits into two empty fields.
+    const A semi = Parsed(A::Method::Edit, "Ch.Dev;2;Dev;;;1;1;};\xdf\x90;\x05");
+    QCOMPARE(semi.Value(A::DevAddr), 59);
+    QCOMPARE(semi.Value(A::DevEmulation), 1);
+    QCOMPARE(semi.Value(A::DevMaxFragmentation), 5);
+
+    // Address 0 is a NUL: the text ends there and the address reads as 0.
+    const A zero = Parsed(A::Method::Edit, std::string("Ch.Dev;2;Dev;") + '\0' + ";1;1;}");
+    QCOMPARE(zero.Value(A::DevAddr), 0);
+    QVERIFY(!zero.Has(A::DevExchange));
+
+    QVERIFY(Refused(A::Method::Add, "Ch;2;Dev;AB;1;0;}")); // two characters
+    QVERIFY(Refused(A::Method::Add, "Ch;2;Dev;A;1;0;~"));  // 126 registers
+}
+
+void TestMethodArgument::tagFieldSixHasTwoForms()
+{
+    // The adding worker writes decimal digits.
+    const A add = Parsed(A::Method::Add, "C.D.G;4;T;3;40;0;3;1;1;0;2;1;1;1;2;2");
+    QCOMPARE(add.Value(A::TagByteOrder), 3);
+    QCOMPARE(add.Value(A::TagTransform), 1);
+    QCOMPARE(add.Value(A::TagEmul), 2);
+
+    // The edit dialog writes a character code...
+    const A edit = Parsed(A::Method::Edit, "C.D.G.T;4;T;3;40;0;\x02;1;1;0;2;1;1;1;2;2");
+    QCOMPARE(edit.Value(A::TagByteOrder), 2);
+
+    // ...and byte order 0 is a NUL: fields 0 to 5 arrive, the order reads 0.
+    const A cut = Parsed(A::Method::Edit, std::string("C.D.G.T;4;T;3;40;1;") + '\0' + ";1;1;0;2;1;1;1;2;2");
+    QCOMPARE(cut.Value(A::TagValType), 1);
+    QCOMPARE(cut.Value(A::TagByteOrder), 0);
+    QVERIFY(!cut.Has(A::TagRead) && !cut.Has(A::TagEmul));
+
+    // A paste sends the two leading fields only.
+    const A paste = Parsed(A::Method::Add, "C.D.G;4");
+    QVERIFY(paste.name.empty());
+    QVERIFY(!paste.Has(A::TagRegType));
+
+    QVERIFY(Refused(A::Method::Add, "C.D.G;4;T;2;40;0;0;1;0;0;124;0;0;0;0;0")); // registers: at most 123
+    QVERIFY(Refused(A::Method::Add, "C.D.G;4;T;0;40;8;0;1;0;0;10;11;0;0;0;0")); // position beyond segment
+    QVERIFY(Refused(A::Method::Add, "C.D.G;4;T;3;40;0;4;1;1;0;2;1;1;1;2;2"));   // byte order 4
+    QVERIFY(Refused(A::Method::Add, "C.D.G;4;T;3;40;0;3;2;1;0;2;1;1;1;2;2"));   // flag 2
+    QVERIFY(Refused(A::Method::Add, "C.D.G;4;T;3;40;0;;1;1;0;2;1;1;1;2;2"));    // empty order mid-text
+}
+
+void TestMethodArgument::groupRateDependsOnUnit()
+{
+    QCOMPARE(Parsed(A::Method::Add, "C.D;3;G;24;3").Value(A::GrRate), 24);
+    QVERIFY(Refused(A::Method::Add, "C.D;3;G;25;3"));
+    QVERIFY(Refused(A::Method::Add, "C.D;3;G;1441;2"));
+    QCOMPARE(Parsed(A::Method::Add, "C.D;3;G;86400000;0").Value(A::GrUnit), 0);
+}
+
+void TestMethodArgument::malformedArgumentsAreRefused()
+{
+    QVERIFY(Refused(A::Method::Add, ""));
+    QVERIFY(Refused(A::Method::Add, "Каналы"));
+    QVERIFY(Refused(A::Method::Add, ";1;Ch"));
+    QVERIFY(Refused(A::Method::Add, "Каналы;5;X"));
+    QVERIFY(Refused(A::Method::Add, "Каналы;x;X"));
+    QVERIFY(Refused(A::Method::Add, "C.D;3;G;-5;0"));
+    QVERIFY(Refused(A::Method::Add, "C.D;3;G;50;0;extra"));
+    QVERIFY(Refused(A::Method::Add, "C.D;3;" + std::string(65, 'g') + ";50;0"));
+    QVERIFY(Refused(A::Method::Add, "C.D;3;\xff\xfe;50;0")); // not UTF-8
+    QVERIFY(Refused(A::Method::Delete, std::string("\0C", 2)));
+}
+
+void TestMethodArgument::deleteTakesTheWholePath()
+{
+    QCOMPARE(Parsed(A::Method::Delete, "Ch;x.Dev").path, std::string("Ch;x.Dev"));
+    QCOMPARE(Parsed(A::Method::Delete, std::string("Ch.Dev\0junk", 11)).path, std::string("Ch.Dev"));
+}
+
+QTEST_GUILESS_MAIN(TestMethodArgument)
+#include "tst_methodargument.moc"
