@@ -1,0 +1,13 @@
+# Checks that the compiled guide holds every page and its table of contents.
+execute_process(COMMAND ${CHMLS} ${CHM} OUTPUT_VARIABLE listing RESULT_VARIABLE rc)
+if(NOT rc EQUAL 0)
+    message(FATAL_ERROR "chmls can't read ${CHM}")
+endif()
+foreach(page index start tree files server connect monitoring certificates users)
+    if(NOT listing MATCHES "/${page}\\.html")
+        message(FATAL_ERROR "${page}.html is missing from ${CHM}")
+    endif()
+endforeach()
+if(NOT listing MATCHES "/toc\\.hhc")
+    message(FATAL_ERROR "the table of contents is missing from ${CHM}")
+endif()
