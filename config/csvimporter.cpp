@@ -168,10 +168,12 @@ bool CCsvLoader::Load(const std::string& path, bool plain)
     };
 
     // A plain file is read as UTF-8 up to the first line that isn't; that
-    // line is dropped and the load can't be good any more.
+    // line is dropped. Such a file, like one that couldn't be read to its
+    // end, keeps what was read but can't load as good.
     bool complete = true;
     if (plain) {
         const QByteArray bytes = file.readAll();
+        complete = file.error() == QFileDevice::NoError;
         file.close();
         const auto* p = reinterpret_cast<const unsigned char*>(bytes.constData());
         const auto* const end = p + bytes.size();
@@ -197,6 +199,7 @@ bool CCsvLoader::Load(const std::string& path, bool plain)
         }
     } else {
         QString clear = QString::fromUtf8(file.readAll());
+        complete = file.error() == QFileDevice::NoError;
         file.close();
         CScrambler::Apply(clear);
         const char16_t* p = reinterpret_cast<const char16_t*>(clear.constData());

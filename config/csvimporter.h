@@ -33,6 +33,8 @@ public:
 
     // plain true reads the .csv form, false the scrambled .cfg form, which
     // ends at the first stop word (the run-parameter tail or the users block).
+    // A plain file that isn't UTF-8 throughout is read up to the line at
+    // fault and answers false.
     bool Load(const std::string& path, bool plain);
     bool Load(const Rows& rows);
     bool Analyse(const Row& row);

@@ -212,6 +212,8 @@ void TestCsvLoader::failureTableKeepsWhatItCould()
         CTreeItemRoot root;
         QVERIFY(!CCsvLoader(&root).Load(m_dir.filePath("absent.csv").toStdString(), true));
         QVERIFY(!CCsvLoader(&root).Load(m_dir.filePath("absent.cfg").toStdString(), false));
+        QVERIFY(!CCsvLoader(&root).Load(m_dir.path().toStdString(), true));
+        QVERIFY(!CCsvLoader(&root).Load(m_dir.path().toStdString(), false));
         QVERIFY(!LoadText(root, QString(), true));
         QVERIFY(!LoadText(root, QString(), false));
         QVERIFY(!LoadText(root, QStringLiteral("USERS\n\n[users]\nusers = a;1;\n") + good, false));
