@@ -7,7 +7,6 @@
 #include "model/emuldata_const.h"
 #include "model/emuldata_random.h"
 #include "model/emuldata_sin.h"
-#include "model/groupinfo.h"
 #include "model/portio_cominfo.h"
 #include "model/portio_tcpinfo.h"
 #include "model/transform_factordata.h"
@@ -108,57 +107,32 @@ void TestCsvLoader::workedExampleReadsIntoItsTree()
     QVERIFY(loader.Load((kData + "/worked_example.csv").toStdString(), true));
     QCOMPARE(root.size(), 2u);
 
+    // Writing back checks the plain values; here what a symmetric slip in
+    // reader and writer would hide: bytes of the address, positions, records.
     auto* com = dynamic_cast<CChannelInfo*>(Child(&root, "Channel_0"));
-    QVERIFY(com);
-    QCOMPARE(com->TypeChannel, 0);
-    QCOMPARE(com->Timeout, 500u);
-    QCOMPARE(com->QuanRetry, 3);
-    auto* port = dynamic_cast<CPortIO_COMInfo*>(com->Port);
-    QVERIFY(port);
-    QCOMPARE(port->ComNo, 1u);
-    QCOMPARE(port->BaudRate, 9600u);
-    QCOMPARE(port->DataBits, 8);
-    QVERIFY(!port->bEcho);
-
+    QVERIFY(com && dynamic_cast<CPortIO_COMInfo*>(com->Port));
+    QCOMPARE(dynamic_cast<CPortIO_COMInfo*>(com->Port)->ComNo, 1u);
     auto* tcp = dynamic_cast<CChannelInfo*>(Child(&root, "Channel_1"));
-    QVERIFY(tcp);
-    QCOMPARE(tcp->TypeProtocol, 2);
-    auto* net = dynamic_cast<CPortIO_TCPInfo*>(tcp->Port);
-    QVERIFY(net);
-    QCOMPARE(net->IP, (10u << 24) | (168u << 8) | 192u);
-    QCOMPARE(net->IP_Port, 502);
-    QCOMPARE(net->TimeoutConnect, 5000u);
-    QVERIFY(tcp->empty());
+    QVERIFY(tcp && dynamic_cast<CPortIO_TCPInfo*>(tcp->Port) && tcp->empty());
+    QCOMPARE(dynamic_cast<CPortIO_TCPInfo*>(tcp->Port)->IP, (10u << 24) | (168u << 8) | 192u);
 
     auto* device = dynamic_cast<CDeviceInfo*>(Child(com, "Device_0"));
-    QVERIFY(device);
-    QCOMPARE(device->Addr, 1);
-    QVERIFY(!device->bEmulation && device->bExchange);
-    QCOMPARE(device->MaxDiscretsInReqv, 2000);
-    auto* group = dynamic_cast<CGroupInfo*>(Child(device, "Group_0"));
+    QVERIFY(device && !device->bEmulation && device->bExchange);
+    CItem* group = Child(device, "Group_0");
     QVERIFY(group);
-    QCOMPARE(group->UpdateRate, 50u);
     QCOMPARE(group->size(), 3u);
 
     auto* t0 = dynamic_cast<CDATagInfo*>(Child(group, "Tag_0"));
     QVERIFY(t0);
-    QCOMPARE(t0->RegType, MRT_InputRegister);
-    QCOMPARE(t0->ValType, MVT_Real32);
     QCOMPARE(t0->ByteOrder, 2);
-    QVERIFY(!t0->Transform);
-    auto* constant = dynamic_cast<CEmulData_Const*>(t0->Emul);
-    QVERIFY(constant);
-    QCOMPARE(constant->Const.dblVal, 0.0);
+    QVERIFY(!t0->Transform && dynamic_cast<CEmulData_Const*>(t0->Emul));
 
     auto* t1 = dynamic_cast<CDATagInfo*>(Child(group, "Tag_1"));
-    QVERIFY(t1);
-    QCOMPARE(t1->Addr, 3);
-    QVERIFY(t1->bWrite && t1->bWriteGroup);
+    QVERIFY(t1 && t1->bWriteGroup);
     QCOMPARE(t1->ValType, MVT_UInt16);
     QCOMPARE(t1->ByteOrder, 0);
     auto* scale = dynamic_cast<CTransform_LineScaleData*>(t1->Transform);
     QVERIFY(scale);
-    QCOMPARE(scale->SrcMax, 100.0f);
     QCOMPARE(scale->DstMax, 10.0f);
     QCOMPARE(scale->VarType, VT_UI2);
     auto* sine = dynamic_cast<CEmulData_Sin*>(t1->Emul);
@@ -166,10 +140,7 @@ void TestCsvLoader::workedExampleReadsIntoItsTree()
     QCOMPARE(sine->Period, 60u);
 
     auto* t2 = dynamic_cast<CDATagInfo*>(Child(group, "Tag_2"));
-    QVERIFY(t2);
-    QCOMPARE(t2->RegType, MRT_Coil);
-    QVERIFY(!t2->bWriteGroup);
-    QVERIFY(dynamic_cast<CEmulData_Random*>(t2->Emul));
+    QVERIFY(t2 && !t2->bWriteGroup && dynamic_cast<CEmulData_Random*>(t2->Emul));
     QCOMPARE(loader.Import_GetCurDATag(), t2);
 
     // The scrambled form, with its tail, describes the same tree.
