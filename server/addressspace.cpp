@@ -16,14 +16,15 @@ namespace {
 const char kNamespaceUri[] = "urn:tarnopcua.server.channels";
 const std::uint64_t kUnitMs[] = {1, 1000, 60000, 3600000};
 
-UA_LocalizedText Text(const std::string& s)
+// Both borrow the text: it has to outlive the call that uses them.
+UA_LocalizedText Text(const char* s)
 {
-    return UA_LOCALIZEDTEXT(const_cast<char*>(""), const_cast<char*>(s.c_str()));
+    return UA_LOCALIZEDTEXT(const_cast<char*>(""), const_cast<char*>(s));
 }
 
-UA_QualifiedName Browse(const std::string& s)
+UA_QualifiedName Browse(const char* s)
 {
-    return UA_QUALIFIEDNAME(2, const_cast<char*>(s.c_str()));
+    return UA_QUALIFIEDNAME(2, const_cast<char*>(s));
 }
 
 } // namespace
@@ -115,7 +116,7 @@ UA_StatusCode CAddressSpace::BuildUnder(CItem* item, const std::string& parentId
         tag->runtime.SetSeed(id);
 
         UA_VariableAttributes attr = UA_VariableAttributes_default;
-        attr.displayName = Text(name);
+        attr.displayName = Text(name.c_str());
         attr.dataType = CTagRuntime::TypeOf(tag->runtime.kind)->typeId;
         attr.valueRank = UA_VALUERANK_SCALAR;
         attr.accessLevel = UA_ACCESSLEVELMASK_READ;
@@ -125,7 +126,7 @@ UA_StatusCode CAddressSpace::BuildUnder(CItem* item, const std::string& parentId
         source.read = &CAddressSpace::ReadTag;
         source.write = nullptr;
         const UA_StatusCode rc = UA_Server_addDataSourceVariableNode(
-            m_server, NodeId(id), parent, hasComponent, Browse(name),
+            m_server, NodeId(id), parent, hasComponent, Browse(name.c_str()),
             UA_NODEID_NUMERIC(0, UA_NS0ID_BASEDATAVARIABLETYPE), attr, source, tag.get(), nullptr);
         if (rc == UA_STATUSCODE_GOOD) {
             tag->ready = true;
@@ -135,9 +136,9 @@ UA_StatusCode CAddressSpace::BuildUnder(CItem* item, const std::string& parentId
     }
 
     UA_ObjectAttributes attr = UA_ObjectAttributes_default;
-    attr.displayName = Text(name);
+    attr.displayName = Text(name.c_str());
     UA_StatusCode rc =
-        UA_Server_addObjectNode(m_server, NodeId(id), parent, hasComponent, Browse(name),
+        UA_Server_addObjectNode(m_server, NodeId(id), parent, hasComponent, Browse(name.c_str()),
                                 UA_NODEID_NUMERIC(0, UA_NS0ID_BASEOBJECTTYPE), attr, nullptr, nullptr);
     for (auto it = item->begin(); rc == UA_STATUSCODE_GOOD && it != item->end(); ++it)
         rc = BuildUnder(it->second, id);

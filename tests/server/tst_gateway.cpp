@@ -503,6 +503,9 @@ void TestGateway::methodsChangeTheAddressSpace()
     QCOMPARE(Call(cl, "deleteNode", "Channel_0.Device_0.Group_0.Tag_1"), UA_STATUSCODE_GOOD);
     QVERIFY(!BrowseAll(cl).contains("Channel_0.Device_0.Group_0.Tag_1"));
     QVERIFY(gw.output().contains("Вызов метода deleteNode: Channel_0.Device_0.Group_0.Tag_1"));
+    c.reset();
+    QCOMPARE(gw.stop(), 0);
+    QVERIFY2(!gw.output().contains("Sanitizer"), qPrintable(gw.output())); // in sanitizer builds
 }
 
 void TestGateway::loginsAndAnonymousAccess()
@@ -585,6 +588,10 @@ void TestGateway::encryptedSessionsTrustOnlyTheFolder()
     UA_ByteString_clear(&badCert);
     UA_ByteString_clear(&badPk);
     QVERIFY(UA_Client_connect(strangerCert.get(), url.constData()) != UA_STATUSCODE_GOOD);
+    good.reset();
+    byCertificate.reset();
+    QCOMPARE(gw.stop(), 0);
+    QVERIFY2(!gw.output().contains("Sanitizer"), qPrintable(gw.output()));
 }
 
 QTEST_GUILESS_MAIN(TestGateway)
