@@ -4,6 +4,8 @@
 #include "app/guithread.h"
 #include "app/logging.h"
 #include "ui_mainwindow.h"
+#include "views/tablemodelmonitoring.h"
+#include "views/tablemodelvariable.h"
 
 #include <QAbstractButton>
 #include <QAction>
@@ -28,7 +30,13 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent), ui(new Ui_MainWin
 
     connect(this, &MainWindow::signalTagAdd, this, &MainWindow::slotTagAdd);
 
+    m_tagModel = new TableModelVariable(this);
+    m_monitoringModel = new TableModelMonitoring(this);
+    ui->tableView->setModel(m_tagModel);
+    ui->tableView_2->setModel(m_monitoringModel);
+
     m_monitoringTimer = new QTimer(this);
+    connect(m_monitoringTimer, &QTimer::timeout, this, [this] { m_monitoringModel->updateData(); });
 
     m_statusLabel = new QLabel("Сервер не запущен", this);
     statusBar()->addWidget(m_statusLabel);
@@ -40,7 +48,8 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent), ui(new Ui_MainWin
     connect(ui->tableView, &QWidget::customContextMenuRequested, this,
             &MainWindow::tableWidget_2_customContextMenuRequested);
     connect(ui->tableView, &QAbstractItemView::doubleClicked, this, &MainWindow::slotEditTagTableDoubleClick);
-    connect(ui->tableWidget, &QAbstractItemView::doubleClicked, this, &MainWindow::slotEditItemTableDoubleClick);
+    connect(ui->tableWidget, &QAbstractItemView::doubleClicked, this,
+            &MainWindow::slotEditItemTableDoubleClick);
 
     // Widget-level shortcuts of the tree: actions of their own, untouched by
     // setEnabledToolbar, so they stay live while the menu commands are off.
@@ -55,10 +64,7 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent), ui(new Ui_MainWin
     addTreeShortcut("Вставить", QKeySequence("Ctrl+V"), &MainWindow::on_paste_action_triggered);
     addTreeShortcut("Удалить", QKeySequence(Qt::Key_Delete), &MainWindow::on_delete_action_triggered);
 
-    auto* rootRow = new QTreeWidgetItem(ui->treeWidget, TreeItemRoot);
-    rootRow->setText(0, "Каналы");
-    rootRow->setIcon(0, QIcon(":/res/images/res/channels.png"));
-    m_treeItems[rootRow] = &m_root;
+    createRootRow();
 
     ui->tabWidget->setCurrentIndex(0);
     ui->tabWidget->setTabEnabled(1, false);
@@ -82,7 +88,14 @@ void MainWindow::setEnabledToolbar(int mode)
     ui->save_action->setEnabled(m_configOpen);
 
     // Columns of the state table: root, channel, device, group, monitoring on.
-    enum Column { Root, Channel, Device, Group, MonitoringOn };
+    enum Column
+    {
+        Root,
+        Channel,
+        Device,
+        Group,
+        MonitoringOn
+    };
     Column column;
     switch (mode) {
     case TreeItemRoot:
@@ -115,20 +128,13 @@ void MainWindow::setEnabledToolbar(int mode)
         bool enabled[5];
     };
     const Row rows[] = {
-        {ui->open_action, {1, 1, 1, 1, 0}},
-        {ui->action_export_conf, {1, 1, 1, 1, 0}},
-        {ui->action_import_conf, {1, 1, 1, 1, 0}},
-        {ui->copy_action, {0, 1, 1, 1, 0}},
-        {ui->paste_action, {0, 1, 1, 1, 0}},
-        {ui->action, {1, 1, 1, 1, 0}},
-        {ui->edit_action, {0, 0, 1, 1, 0}},
-        {ui->save_action, {m_saveSeen, 1, 1, 1, 0}},
-        {ui->add_channel_action, {1, 1, 1, 1, 0}},
-        {ui->add_device_action, {0, 1, 1, 1, 0}},
-        {ui->add_group_action, {0, 0, 1, 1, 0}},
-        {ui->add_tag_action, {0, 0, 0, 1, 0}},
-        {ui->delete_action, {0, 1, 1, 1, 0}},
-        {ui->monitoring_action, {0, 0, 0, 1, 1}},
+        {ui->open_action, {1, 1, 1, 1, 0}},        {ui->action_export_conf, {1, 1, 1, 1, 0}},
+        {ui->action_import_conf, {1, 1, 1, 1, 0}}, {ui->copy_action, {0, 1, 1, 1, 0}},
+        {ui->paste_action, {0, 1, 1, 1, 0}},       {ui->action, {1, 1, 1, 1, 0}},
+        {ui->edit_action, {0, 0, 1, 1, 0}},        {ui->save_action, {m_saveSeen, 1, 1, 1, 0}},
+        {ui->add_channel_action, {1, 1, 1, 1, 0}}, {ui->add_device_action, {0, 1, 1, 1, 0}},
+        {ui->add_group_action, {0, 0, 1, 1, 0}},   {ui->add_tag_action, {0, 0, 0, 1, 0}},
+        {ui->delete_action, {0, 1, 1, 1, 0}},      {ui->monitoring_action, {0, 0, 0, 1, 1}},
     };
     for (const Row& r : rows)
         r.action->setEnabled(r.enabled[column]);
@@ -160,7 +166,11 @@ void MainWindow::runInBackground(std::function<void()> work)
 QString MainWindow::ipAddrIntToQstring(int addr)
 {
     const auto a = static_cast<unsigned>(addr);
-    return QString("%1.%2.%3.%4").arg(a & 0xFF).arg((a >> 8) & 0xFF).arg((a >> 16) & 0xFF).arg((a >> 24) & 0xFF);
+    return QString("%1.%2.%3.%4")
+        .arg(a & 0xFF)
+        .arg((a >> 8) & 0xFF)
+        .arg((a >> 16) & 0xFF)
+        .arg((a >> 24) & 0xFF);
 }
 
 int MainWindow::askQuestion(const QString& text, bool withNo)

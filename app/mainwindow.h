@@ -1,5 +1,6 @@
 #pragma once
 
+#include "model/itemdata.h"
 #include "model/treeitemroot.h"
 
 #include <QList>
@@ -21,6 +22,9 @@ class OPCUAWrapper;
 class TableModelVariable;
 class TableModelMonitoring;
 class Ui_MainWindow;
+
+// Runs the node's own Init on devices and tags, and descends.
+void ItemInit(CItem* item);
 
 // Tree row types; with the two monitoring modes they are also the modes of
 // setEnabledToolbar. Not the node kind (enItemType).
@@ -52,6 +56,11 @@ public:
     void runInBackground(std::function<void()> work);
     static QString ipAddrIntToQstring(int addr);
     void openHelpUnix();
+    int CreateTreeItems(CItem* item, QTreeWidgetItem* parent);
+    // Worker bodies of the file commands.
+    void openCSVFile(QString path);
+    int saveConfig();
+    static QList<QString> findKeysContainingSubstring(std::map<QString, CItem*>& map, const QString& sub);
 
 signals:
     void signalCloseProgressBar(int err);
@@ -104,6 +113,14 @@ public slots:
     void slotDisconnect();
 
 private:
+    // Runs work on a detached thread while the busy dialog waits for its
+    // signalCloseProgressBar.
+    void runBusy(const std::function<void()>& work);
+    // The root row "Каналы", as the constructor and a new open make it.
+    QTreeWidgetItem* createRootRow();
+    void fillPropertyTable(const StrProps& props);
+    // Properties tab to the front, tag and monitoring tabs off.
+    void showPropertiesOnly();
     // Shows the question boxes of closing: Ok/Cancel, or Ok/No/Cancel.
     int askQuestion(const QString& text, bool withNo);
 
@@ -144,5 +161,6 @@ private:
     TableModelVariable* m_tagModel = nullptr;
     TableModelMonitoring* m_monitoringModel = nullptr;
 
-    friend class MainWindowTest;
+    // Tests read and set the state through this one door.
+    friend struct MainWindowProbe;
 };

@@ -1,20 +1,119 @@
-// File commands: open, save, import, export.
+// File commands: open, save, import and export of the whole configuration.
 #include "app/mainwindow.h"
 
+#include "app/guithread.h"
+#include "app/logging.h"
+#include "app/progressbar.h"
+#include "config/csvimporter.h"
+#include "config/scrambler.h"
 #include "ui_mainwindow.h"
+
+#include <QDir>
+#include <QFileDialog>
+
+namespace {
+
+QString fileFilter(bool plain)
+{
+    return plain ? "Конфигурация OPC UA сервера MODBUS (*.csv);;Все файлы (*.*)"
+                 : "Конфигурация OPC UA сервера MODBUS (*.cfg);;Все файлы (*.*)";
+}
+
+} // namespace
+
+void MainWindow::runBusy(const std::function<void()>& work)
+{
+    ProgressBar dialog(nullptr);
+    connect(this, &MainWindow::signalCloseProgressBar, &dialog, &ProgressBar::slotCloseProgressBar);
+    connect(this, &MainWindow::signalSetLabelProgressBar, &dialog, &ProgressBar::slotSetLabelProgressBar);
+    std::thread t(work);
+    t.detach();
+    dialog.exec();
+}
 
 void MainWindow::on_open_action_triggered()
 {
+    const QString path =
+        QFileDialog::getOpenFileName(this, "Открыть файл", QDir::currentPath(), fileFilter(m_plainFormat));
+    if (path.isEmpty())
+        return;
+    m_configPath = path;
+    runBusy([this] { openCSVFile(QString()); });
+}
+
+void MainWindow::openCSVFile(QString path)
+{
+    emit signalSetLabelProgressBar("Выполняется открытие конфигуарции, пожалуйста, подождите...");
+    if (!path.isEmpty())
+        m_configPath = path;
+    m_root.DeleteAllChildren();
+
+    CCsvLoader loader(&m_root);
+    if (!loader.Load(m_configPath.toStdString(), m_plainFormat)) {
+        emit signalCloseProgressBar(7);
+        VLOG_WARNING().noquote() << "Ошибка заполнения дерева, не верный формат файла";
+        return;
+    }
+
+    // The rows are widgets: rebuilt on the GUI thread, in the same order.
+    GuiThread::run([this] {
+        ui->treeWidget->clear();
+        m_treeItems.clear();
+        m_groups.clear();
+        QTreeWidgetItem* rootRow = createRootRow();
+        for (auto& child : m_root)
+            CreateTreeItems(child.second, rootRow);
+        rootRow->setSelected(true);
+        rootRow->setExpanded(true);
+        m_configOpen = true;
+        setEnabledToolbar(TreeItemRoot);
+    });
+    m_dirty = false;
+    emit signalCloseProgressBar(0);
 }
 
 void MainWindow::on_save_action_triggered()
 {
+    m_configPath =
+        QFileDialog::getSaveFileName(this, "Сохранить файл", QDir::homePath(), fileFilter(m_plainFormat));
+    if (m_configPath.isEmpty())
+        return;
+    runBusy([this] { saveConfig(); });
+}
+
+int MainWindow::saveConfig()
+{
+    emit signalSetLabelProgressBar("Выполняется сохранение конфигурации, пожалуйста, подождите...");
+    CCsvLoader writer(&m_root);
+    if (!writer.Export(m_configPath.toStdString())) {
+        emit signalCloseProgressBar(12);
+        VLOG_WARNING().noquote() << "Не удалось сохранить файл конфигурации";
+        return 1;
+    }
+    if (m_plainFormat) {
+        emit signalCloseProgressBar(0);
+        return 0;
+    }
+    if (!CScrambler::ScrambleFile(m_configPath)) {
+        emit signalCloseProgressBar(13);
+        VLOG_WARNING().noquote() << "Не удалось сохранить файл конфигурации";
+        return 2;
+    }
+    m_dirty = false;
+    emit signalCloseProgressBar(0);
+    return 0;
 }
 
 void MainWindow::on_action_export_conf_triggered()
 {
+    m_plainFormat = true;
+    on_save_action_triggered();
+    m_plainFormat = false;
 }
 
 void MainWindow::on_action_import_conf_triggered()
 {
+    m_plainFormat = true;
+    on_open_action_triggered();
+    m_plainFormat = false;
 }

@@ -1,4 +1,5 @@
 #include "app/mainwindow.h"
+#include "tests/common/mainwindowprobe.h"
 #include "tests/common/modalwatcher.h"
 
 #include <QAbstractButton>
@@ -20,10 +21,11 @@ private:
     // Names of the actions that setEnabledToolbar governs, in table order.
     static QStringList governed()
     {
-        return {"open_action",        "action_export_conf", "action_import_conf", "copy_action",
-                "paste_action",       "action",             "edit_action",        "save_action",
-                "add_channel_action", "add_device_action",  "add_group_action",   "add_tag_action",
-                "delete_action",      "monitoring_action"};
+        return {"open_action",       "action_export_conf", "action_import_conf",
+                "copy_action",       "paste_action",       "action",
+                "edit_action",       "save_action",        "add_channel_action",
+                "add_device_action", "add_group_action",   "add_tag_action",
+                "delete_action",     "monitoring_action"};
     }
 
     static QStringList enabledOf(MainWindow& w)
@@ -35,9 +37,9 @@ private:
         return on;
     }
 
-    static void setConfigOpen(MainWindow& w, bool v) { w.m_configOpen = v; }
-    static void setMonitoring(MainWindow& w, bool v) { w.m_monitoring = v; }
-    static void setDirty(MainWindow& w, bool v) { w.m_dirty = v; }
+    static void setConfigOpen(MainWindow& w, bool v) { MainWindowProbe::configOpen(w) = v; }
+    static void setMonitoring(MainWindow& w, bool v) { MainWindowProbe::monitoring(w) = v; }
+    static void setDirty(MainWindow& w, bool v) { MainWindowProbe::dirty(w) = v; }
 
 private slots:
     void startsWithOnlyTheNeutralCommands()
@@ -45,10 +47,11 @@ private slots:
         MainWindow w;
         QCOMPARE(w.windowTitle(), QString("Velmora"));
         QCOMPARE(w.size(), QSize(900, 601));
-        QCOMPARE(enabledOf(w), QStringList({"open_action", "action_export_conf", "action_import_conf", "action",
-                                            "add_channel_action"}));
-        for (const char* always : {"run_server_action", "showOutput_action", "stop_server_action", "close_action",
-                                   "create_certiifcates", "action_addUsers", "about_action", "action_help"})
+        QCOMPARE(enabledOf(w), QStringList({"open_action", "action_export_conf", "action_import_conf",
+                                            "action", "add_channel_action"}));
+        for (const char* always :
+             {"run_server_action", "showOutput_action", "stop_server_action", "close_action",
+              "create_certiifcates", "action_addUsers", "about_action", "action_help"})
             QVERIFY2(action(w, always)->isEnabled(), always);
 
         auto* tree = w.findChild<QTreeWidget*>("treeWidget");
@@ -72,27 +75,30 @@ private slots:
 
         const QStringList base = {"open_action", "action_export_conf", "action_import_conf"};
         QTest::newRow("channel") << int(TreeItemChannel) << false << false
-                                 << (base + QStringList{"copy_action", "paste_action", "action", "save_action",
-                                                        "add_channel_action", "add_device_action",
-                                                        "delete_action"});
+                                 << (base + QStringList{"copy_action", "paste_action", "action",
+                                                        "save_action", "add_channel_action",
+                                                        "add_device_action", "delete_action"});
         QTest::newRow("device") << int(TreeItemDevice) << false << false
                                 << (base + QStringList{"copy_action", "paste_action", "action", "edit_action",
-                                                       "save_action", "add_channel_action", "add_device_action",
-                                                       "add_group_action", "delete_action"});
-        const QStringList group = base + QStringList{"copy_action",       "paste_action",      "action",
-                                                     "edit_action",       "save_action",       "add_channel_action",
-                                                     "add_device_action", "add_group_action",  "add_tag_action",
-                                                     "delete_action",     "monitoring_action"};
+                                                       "save_action", "add_channel_action",
+                                                       "add_device_action", "add_group_action",
+                                                       "delete_action"});
+        const QStringList group =
+            base + QStringList{"copy_action",       "paste_action",     "action",
+                               "edit_action",       "save_action",      "add_channel_action",
+                               "add_device_action", "add_group_action", "add_tag_action",
+                               "delete_action",     "monitoring_action"};
         QTest::newRow("group") << int(TreeItemGroup) << true << false << group;
         QTest::newRow("monitoring stopped") << int(ToolbarMonitoringOff) << true << false << group;
         // The flag has already fallen when this mode is used; it is exempt anyway.
-        QTest::newRow("monitoring stopped, flag still set") << int(ToolbarMonitoringOff) << true << true << group;
-        QTest::newRow("monitoring started") << int(ToolbarMonitoringOn) << true << true
-                                            << QStringList{"monitoring_action"};
-        QTest::newRow("root while monitoring") << int(TreeItemRoot) << true << true
-                                               << QStringList{"monitoring_action"};
-        QTest::newRow("channel while monitoring") << int(TreeItemChannel) << true << true
-                                                  << QStringList{"monitoring_action"};
+        QTest::newRow("monitoring stopped, flag still set")
+            << int(ToolbarMonitoringOff) << true << true << group;
+        QTest::newRow("monitoring started")
+            << int(ToolbarMonitoringOn) << true << true << QStringList{"monitoring_action"};
+        QTest::newRow("root while monitoring")
+            << int(TreeItemRoot) << true << true << QStringList{"monitoring_action"};
+        QTest::newRow("channel while monitoring")
+            << int(TreeItemChannel) << true << true << QStringList{"monitoring_action"};
     }
 
     void stateTableInEveryMode()

@@ -60,9 +60,11 @@ private slots:
         QVERIFY(f.open(QIODevice::ReadOnly | QIODevice::Text));
         const QStringList lines = QString::fromUtf8(f.readAll()).split('\n', Qt::SkipEmptyParts);
         QCOMPARE(lines.size(), 2);
-        QVERIFY(QRegularExpression(R"(^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} Warning: Не удалось сохранить файл конфигурации$)")
-                    .match(lines[0])
-                    .hasMatch());
+        QVERIFY(
+            QRegularExpression(
+                R"(^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} Warning: Не удалось сохранить файл конфигурации$)")
+                .match(lines[0])
+                .hasMatch());
         QVERIFY(lines[1].endsWith(" Info: строка 2"));
     }
 

@@ -3,6 +3,8 @@
 #include <QAbstractButton>
 #include <QApplication>
 #include <QDialog>
+#include <QFileDialog>
+#include <QLineEdit>
 
 ModalWatcher::ModalWatcher(QObject* parent) : QObject(parent)
 {
@@ -38,10 +40,40 @@ void ModalWatcher::clear()
 void ModalWatcher::pressButton(QWidget* w, QMessageBox::StandardButton button)
 {
     auto* box = qobject_cast<QMessageBox*>(w);
-    if (!box)
+    if (!box) {
+        // A button meant for a box met another dialog: close it rather than hang.
+        if (auto* d = qobject_cast<QDialog*>(w))
+            d->reject();
         return;
+    }
     if (QAbstractButton* b = box->button(button))
         b->click();
+}
+
+void ModalWatcher::chooseFile(QWidget* w, const QString& path)
+{
+    auto* dialog = qobject_cast<QFileDialog*>(w);
+    if (!dialog) {
+        if (auto* d = qobject_cast<QDialog*>(w))
+            d->reject();
+        return;
+    }
+    if (path.isEmpty()) {
+        dialog->reject();
+        return;
+    }
+    // selectFile alone doesn't survive accept while the folder is still being
+    // read; the name field is what accept looks at.
+    if (auto* edit = dialog->findChild<QLineEdit*>("fileNameEdit"))
+        edit->setText(path);
+    else
+        dialog->selectFile(path);
+    QMetaObject::invokeMethod(dialog, "accept");
+}
+
+void ModalWatcher::answerFile(const QString& path)
+{
+    answer([path](QWidget* w) { chooseFile(w, path); });
 }
 
 void ModalWatcher::poll()

@@ -43,6 +43,10 @@ public:
     void clear();
 
     static void pressButton(QWidget* box, QMessageBox::StandardButton button);
+    // Types a path into a QFileDialog and accepts it; an empty path cancels.
+    static void chooseFile(QWidget* dialog, const QString& path);
+    // Queues chooseFile for the next modal.
+    void answerFile(const QString& path);
 
 private:
     void poll();
