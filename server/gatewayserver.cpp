@@ -12,10 +12,14 @@
 #include <open62541/plugin/pki_default.h>
 #include <open62541/server_config_default.h>
 
+#include <arpa/inet.h>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
 #include <vector>
 
 const char* const CGatewayServer::kApplicationUri = "urn:tarnopcua.server.application";
@@ -141,6 +145,24 @@ UA_StatusCode CheckLogin(const UA_String* userName, const UA_ByteString* passwor
             return UA_STATUSCODE_GOOD;
     }
     return UA_STATUSCODE_BADUSERACCESSDENIED;
+}
+
+// The library keeps running without a listening socket when the port is
+// taken, so the port is tried first, the way the library binds it.
+bool PortFree(std::uint16_t port)
+{
+    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+    if (fd < 0)
+        return false;
+    const int on = 1;
+    ::setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    sockaddr_in addr{};
+    addr.sin_family = AF_INET;
+    addr.sin_addr.s_addr = htonl(INADDR_ANY);
+    addr.sin_port = htons(port);
+    const bool ok = ::bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) == 0;
+    ::close(fd);
+    return ok;
 }
 
 } // namespace
@@ -281,16 +303,22 @@ bool CGatewayServer::Configure(UA_ServerConfig* config, std::string& error)
 bool CGatewayServer::Start(std::string& error)
 {
     CServerLog::SetLevel(m_options.logLevel);
+    if (!PortFree(m_options.port)) {
+        error = "cannot open port " + std::to_string(m_options.port) + ": it is in use";
+        return false;
+    }
     if (!LoadConfiguration(error))
         return false;
 
     UA_ServerConfig config;
     std::memset(&config, 0, sizeof config);
+    CServerLog::QuietLibrary(true);
     if (!Configure(&config, error)) {
         UA_ServerConfig_clean(&config);
         return false;
     }
     m_server = UA_Server_newWithConfig(&config);
+    CServerLog::QuietLibrary(false);
     if (!m_server) {
         error = "cannot create the server";
         return false;
@@ -344,6 +372,7 @@ void CGatewayServer::Stop()
     if (!m_running)
         return;
     m_running = false;
+    CServerLog::QuietLibrary(true);
     UA_Server_run_shutdown(m_server);
     CServerLog::Notice("Сервер остановлен");
 }

@@ -11,6 +11,8 @@ volatile std::sig_atomic_t g_stop = 0;
 
 void OnSignal(int)
 {
+    // The interrupted wait of the event loop is reported by the library as a warning.
+    CServerLog::QuietLibrary(true);
     g_stop = 1;
 }
 

@@ -1,6 +1,7 @@
 #include "server/serverlog.h"
 
 #include <chrono>
+#include <csignal>
 #include <cstdarg>
 #include <cstdio>
 #include <ctime>
@@ -9,6 +10,7 @@
 namespace {
 
 CServerLog::Level g_level = CServerLog::Warning;
+volatile std::sig_atomic_t g_quietLibrary = 0;
 std::mutex g_mutex;
 
 const char* const kWords[] = {"none", "fatal", "error", "warning", "info", "debug", "verbose"};
@@ -35,7 +37,7 @@ CServerLog::Level FromLibrary(UA_LogLevel level)
     if (level >= UA_LOGLEVEL_ERROR)
         return CServerLog::Error;
     if (level >= UA_LOGLEVEL_WARNING)
-        return CServerLog::Warning;
+        return g_quietLibrary ? CServerLog::Debug : CServerLog::Warning;
     if (level >= UA_LOGLEVEL_INFO)
         return CServerLog::Debug;
     return CServerLog::Verbose;
@@ -92,4 +94,9 @@ void CServerLog::Write(Level level, const std::string& text)
 UA_Logger* CServerLog::Logger()
 {
     return &g_logger;
+}
+
+void CServerLog::QuietLibrary(bool quiet)
+{
+    g_quietLibrary = quiet ? 1 : 0;
 }

@@ -33,4 +33,8 @@ public:
     // A logger for the OPC UA library that feeds the same output, one level
     // below ours for the library's chatter.
     static UA_Logger* Logger();
+    // While set, the library's warnings count as debug lines: its set-up and
+    // shutdown warn about things that are as intended here. Safe to call from
+    // a signal handler.
+    static void QuietLibrary(bool quiet);
 };

@@ -299,8 +299,14 @@ void TestGateway::startArgumentsAndStop()
 
     GatewayProcess gw;
     QVERIFY2(gw.start({m_values}), qPrintable(gw.output()));
+    // A taken port is an error, not a server that silently never listens.
+    p.start(GatewayProcess::program(), {m_values, QString::number(gw.port()), "info", "true", "", "", ""});
+    QVERIFY(p.waitForFinished(5000));
+    QCOMPARE(p.exitCode(), 1);
+    QVERIFY(p.readAllStandardError().contains("in use"));
     QCOMPARE(gw.stop(), 0); // SIGTERM ends it cleanly
     QVERIFY(gw.output().contains("Конечная точка"));
+    QVERIFY2(!gw.output().contains("[warning]"), qPrintable(gw.output()));
 }
 
 void TestGateway::discoveryAndBrowsing()
