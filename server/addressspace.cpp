@@ -87,12 +87,13 @@ void CAddressSpace::Describe(const CDATagInfo* tag, CTagRuntime& rt)
 UA_StatusCode CAddressSpace::Build(CItem* item)
 {
     if (item->GetType() == itRoot) {
+        UA_StatusCode rc = UA_STATUSCODE_GOOD;
         for (auto& child : *item) {
-            const UA_StatusCode rc = BuildUnder(child.second, kChannelsId);
-            if (rc != UA_STATUSCODE_GOOD)
-                return rc;
+            const UA_StatusCode childRc = BuildUnder(child.second, kChannelsId);
+            if (rc == UA_STATUSCODE_GOOD)
+                rc = childRc;
         }
-        return UA_STATUSCODE_GOOD;
+        return rc;
     }
     std::string parentId = kChannelsId;
     if (item->GetType() != itChannel) {
@@ -140,8 +141,14 @@ UA_StatusCode CAddressSpace::BuildUnder(CItem* item, const std::string& parentId
     UA_StatusCode rc =
         UA_Server_addObjectNode(m_server, NodeId(id), parent, hasComponent, Browse(name.c_str()),
                                 UA_NODEID_NUMERIC(0, UA_NS0ID_BASEOBJECTTYPE), attr, nullptr, nullptr);
-    for (auto it = item->begin(); rc == UA_STATUSCODE_GOOD && it != item->end(); ++it)
-        rc = BuildUnder(it->second, id);
+    if (rc != UA_STATUSCODE_GOOD)
+        return rc;
+    // One node that cannot be made doesn't cost its siblings theirs.
+    for (auto& child : *item) {
+        const UA_StatusCode childRc = BuildUnder(child.second, id);
+        if (rc == UA_STATUSCODE_GOOD)
+            rc = childRc;
+    }
     return rc;
 }
 
