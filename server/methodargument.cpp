@@ -38,8 +38,9 @@ const FieldSpec kDevice[] = {{3, Form::Char, 0, 255}, {4, Form::Flag, 0, 1},    
 
 const FieldSpec kGroup[] = {{3, Form::Decimal, 0, 86400000}, {4, Form::Decimal, 0, 3}};
 
+// Address 0 is let through: a series of states that wraps past 65535 sends it.
 const FieldSpec kTag[] = {
-    {3, Form::Decimal, 0, 3},  {4, Form::Decimal, 1, 65535}, {5, Form::Decimal, 0, 23},
+    {3, Form::Decimal, 0, 3},  {4, Form::Decimal, 0, 65535}, {5, Form::Decimal, 0, 23},
     {6, Form::Order, 0, 3},    {7, Form::Flag, 0, 1},        {8, Form::Flag, 0, 1},
     {9, Form::Flag, 0, 1},     {10, Form::Decimal, 0, 2000}, {11, Form::Decimal, 0, 2000},
     {12, Form::Decimal, 0, 2}, {13, Form::Decimal, 0, 2},    {14, Form::Decimal, 0, 2},
