@@ -1,0 +1,136 @@
+#include "app/mainwindow.h"
+#include "config/scrambler.h"
+#include "tests/common/mainwindowprobe.h"
+#include "tests/common/modalwatcher.h"
+
+#include <QAction>
+#include <QComboBox>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QTableWidget>
+#include <QTemporaryDir>
+#include <QTextEdit>
+#include <QtTest>
+
+// The two security commands of the main window. The certificate tool is a
+// stand-in script in the working directory that records its arguments.
+class TstSecurityCommands : public QObject
+{
+    Q_OBJECT
+
+    QTemporaryDir m_work;
+    QString m_startDir;
+
+    void placeTool(int code)
+    {
+        QFile tool(m_work.filePath("generate_certificate"));
+        QVERIFY(tool.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        tool.write(QString("#!/bin/sh\nfor a in \"$@\"; do echo \"$a\"; done > args.txt\nexit %1\n")
+                       .arg(code)
+                       .toUtf8());
+        tool.close();
+        tool.setPermissions(tool.permissions() | QFile::ExeOwner);
+    }
+
+    QStringList recordedArguments()
+    {
+        QFile f(m_work.filePath("args.txt"));
+        return f.open(QIODevice::ReadOnly) ? QString::fromUtf8(f.readAll()).split('\n', Qt::SkipEmptyParts)
+                                           : QStringList{"<tool not run>"};
+    }
+
+    // Runs the menu command with a filled form; the last box seen is returned.
+    ModalWatcher::Seen runCommand(MainWindow& w)
+    {
+        ModalWatcher watcher;
+        const QString folder = m_work.path();
+        watcher.answer([folder](QWidget* d) {
+            d->findChild<QLineEdit*>("lineEdit_common_name")->setText("OPCUA@my host");
+            d->findChild<QLineEdit*>("lineEdit_organization_name")->setText("Тарн");
+            d->findChild<QLineEdit*>("lineEdit_organization_unit")->setText("АСУ");
+            d->findChild<QLineEdit*>("lineEdit_locality_name")->setText("Московская");
+            d->findChild<QLineEdit*>("lineEdit_city_name")->setText("Москва");
+            d->findChild<QTextEdit*>("textEdit_domains")->setPlainText("localhost,gw");
+            d->findChild<QLineEdit*>("lineEdit_outputCatalogCert")->setText(folder);
+            d->findChild<QLineEdit*>("lineEdit_outputCatalogKey")->setText(folder + "/");
+            d->findChild<QComboBox*>("comboBox_validate")->setCurrentIndex(2);
+            d->findChild<QPushButton*>("pushButton_ok")->click();
+        });
+        watcher.answer(QMessageBox::Ok);
+        w.findChild<QAction*>("create_certiifcates")->trigger();
+        return watcher.seen().size() == 2 ? watcher.seen().at(1) : ModalWatcher::Seen{};
+    }
+
+private slots:
+    void init()
+    {
+        m_startDir = QDir::currentPath();
+        QVERIFY(QDir::setCurrent(m_work.path()));
+        QFile::remove(m_work.filePath("args.txt"));
+    }
+    void cleanup() { QDir::setCurrent(m_startDir); }
+
+    void certificateCommandLine()
+    {
+        placeTool(0);
+        MainWindow w;
+        const ModalWatcher::Seen box = runCommand(w);
+        // Values go unquoted: the blank in the name splits it, and the empty
+        // address list is a word of its own.
+        QCOMPARE(recordedArguments(),
+                 QStringList({"-CN=OPCUA@my", "host", "-O=Тарн", "-OU=АСУ", "-ST=Московская", "-L=Москва",
+                              "-C=RU", "-DNS=localhost,gw", "-IP=", "-size=2048", "-alg=Sha256", "-val=30",
+                              "-der=" + m_work.path(), "-pem=" + m_work.path() + "/"}));
+        QCOMPARE(box.title, QString("Успешно"));
+        QCOMPARE(box.text, QString("Сертификаты успешно созданы!"));
+    }
+
+    void toolFailuresShowTheirCode()
+    {
+        MainWindow w;
+        placeTool(7);
+        ModalWatcher::Seen box = runCommand(w);
+        QCOMPARE(box.title, QString("Ошибка"));
+        QCOMPARE(box.text, QString("При создании сертификатов произошла ошибка!\nКод ошибки - 7"));
+        QFile::remove(m_work.filePath("generate_certificate"));
+        box = runCommand(w); // no tool: the shell's "not found"
+        QCOMPARE(box.text, QString("При создании сертификатов произошла ошибка!\nКод ошибки - 127"));
+
+        // A cancelled form runs nothing.
+        placeTool(0);
+        QFile::remove(m_work.filePath("args.txt"));
+        ModalWatcher watcher;
+        watcher.answer([](QWidget* d) { d->findChild<QPushButton*>("pushButton_cancel")->click(); });
+        w.findChild<QAction*>("create_certiifcates")->trigger();
+        QCOMPARE(watcher.seen().size(), 1);
+        QVERIFY(!QFile::exists(m_work.filePath("args.txt")));
+    }
+
+    void usersNeedAnOpenConfiguration()
+    {
+        MainWindow w;
+        ModalWatcher watcher;
+        watcher.answer(QMessageBox::Ok);
+        w.findChild<QAction*>("action_addUsers")->trigger();
+        QCOMPARE(watcher.seen().size(), 1);
+        QCOMPARE(watcher.seen().at(0).title, QString("Внимание"));
+        QCOMPARE(watcher.seen().at(0).text, QString("Не открыта конфигурация сервера, операция прервана"));
+
+        // With a configuration the dialog works on that file.
+        const QString path = m_work.filePath("gateway.cfg");
+        QVERIFY(CScrambler::WriteFile(path, "INIFILE\n\nUSERS\n\n[users]\nusers = a;1;"));
+        MainWindowProbe::configPath(w) = path;
+        int rows = -1;
+        watcher.answer([&rows](QWidget* d) {
+            rows = d->findChild<QTableWidget*>("tableWidget_users")->rowCount();
+            d->close();
+        });
+        w.findChild<QAction*>("action_addUsers")->trigger();
+        QCOMPARE(watcher.seen().size(), 2);
+        QCOMPARE(watcher.seen().at(1).className, QString("DialogAddUsers"));
+        QCOMPARE(rows, 1);
+    }
+};
+
+QTEST_MAIN(TstSecurityCommands)
+#include "tst_securitycommands.moc"
