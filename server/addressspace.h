@@ -37,10 +37,9 @@ public:
     static UA_NodeId NodeId(const std::string& fullName);
     std::size_t TagCount() const { return m_tags.size(); }
 
+private:
     // The value settings of one tag as taken from the tree.
     static void Describe(const CDATagInfo* tag, CTagRuntime& rt);
-
-private:
     UA_StatusCode BuildUnder(CItem* item, const std::string& parentId);
     void RemoveUnder(CItem* item, const std::string& fullName);
     static UA_StatusCode ReadTag(UA_Server* server, const UA_NodeId* sessionId, void* sessionContext,

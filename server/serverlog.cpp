@@ -73,11 +73,6 @@ void CServerLog::SetLevel(Level level)
     g_level = level;
 }
 
-CServerLog::Level CServerLog::CurrentLevel()
-{
-    return g_level;
-}
-
 void CServerLog::Notice(const std::string& text)
 {
     if (g_level != None)

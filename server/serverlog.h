@@ -24,7 +24,6 @@ public:
     // Word to level; false for an unknown word.
     static bool LevelFromWord(const std::string& word, Level& level);
     static void SetLevel(Level level);
-    static Level CurrentLevel();
 
     // The start banner and the endpoint list: shown at every level but None.
     static void Notice(const std::string& text);
