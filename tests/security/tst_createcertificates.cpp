@@ -52,6 +52,7 @@ private slots:
     void checksInOrder_data();
     void checksInOrder();
     void acceptedFormGivesTheMap();
+    void folderChoosersFillTheFields();
 };
 
 void TstCreateCertificates::startValuesCountryAndPassword()
@@ -166,6 +167,25 @@ void TstCreateCertificates::acceptedFormGivesTheMap()
         QCOMPARE(submit(d, dir.path())["validate"], days[index]);
     }
     QCOMPARE(watcher.seen().size(), 0);
+}
+
+void TstCreateCertificates::folderChoosersFillTheFields()
+{
+    QTemporaryDir dir;
+    CreateCertificates d(nullptr);
+    ModalWatcher watcher;
+    for (const char* name : {"Cert", "Key"}) {
+        QLineEdit* field = edit(d, QString("lineEdit_outputCatalog") + name);
+        watcher.answerFile(dir.path());
+        d.findChild<QPushButton*>(QString("pushButton_fileDialog") + name)->click();
+        QCOMPARE(QDir(field->text()), QDir(dir.path()));
+        // What the chooser answers goes into the field, an empty answer too.
+        watcher.answerFile(QString());
+        d.findChild<QPushButton*>(QString("pushButton_fileDialog") + name)->click();
+        QCOMPARE(field->text(), QString());
+    }
+    QCOMPARE(watcher.seen().size(), 4);
+    QCOMPARE(watcher.seen().at(0).title, QString("Открыть каталог"));
 }
 
 QTEST_MAIN(TstCreateCertificates)
