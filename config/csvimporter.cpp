@@ -167,60 +167,58 @@ bool CCsvLoader::Load(const std::string& path, bool plain)
         return reading;
     };
 
-    // A plain file is read as UTF-8 up to the first line that isn't; that
-    // line is dropped. Such a file, like one that couldn't be read to its
-    // end, keeps what was read but can't load as good.
-    bool complete = true;
-    if (plain) {
-        const QByteArray bytes = file.readAll();
-        complete = file.error() == QFileDevice::NoError;
-        file.close();
-        const auto* p = reinterpret_cast<const unsigned char*>(bytes.constData());
-        const auto* const end = p + bytes.size();
-        while (p != end) {
-            const auto* lf = static_cast<const unsigned char*>(std::memchr(p, '\n', end - p));
-            const auto* const stop = lf ? lf : end;
-            line.clear();
-            while (p != stop) {
-                char32_t c = *p;
-                int len = 1;
-                if (c >= 0x80 && (len = DecodeUtf8(p, stop - p, c)) == 0)
-                    break;
-                line.push_back(static_cast<wchar_t>(c));
-                p += len;
-            }
-            if (p != stop) {
+    QByteArray bytes = file.readAll();
+    // A file that couldn't be read to its end keeps what was read but can't
+    // load as good.
+    bool complete = file.error() == QFileDevice::NoError;
+    file.close();
+
+    // A .cfg is decoded the way the rest of the program decodes it, bytes that
+    // aren't UTF-8 turning into replacement characters; such a rare file takes
+    // the long way through a QString.
+    bool unscramble = !plain;
+    if (!plain && !QByteArrayView(bytes).isValidUtf8()) {
+        bytes = CScrambler::Decode(bytes).toUtf8();
+        unscramble = false;
+    }
+
+    // Lines are found in the clear text only: a scrambled LF is no LF byte.
+    // A plain file is read up to the first line that isn't UTF-8, which is
+    // dropped and makes the load false.
+    const auto* p = reinterpret_cast<const unsigned char*>(bytes.constData());
+    const auto* const end = p + bytes.size();
+    bool lineOpen = false;
+    while (p != end) {
+        char32_t c = *p;
+        if (c < 0x80) {
+            ++p;
+        } else if (c >= 0xC2 && c < 0xE0 && end - p > 1 && (p[1] & 0xC0) == 0x80) {
+            // Two bytes: every scrambled ASCII character, most Cyrillic.
+            c = ((c & 0x1F) << 6) | (p[1] & 0x3F);
+            p += 2;
+        } else {
+            const int len = DecodeUtf8(p, end - p, c);
+            if (len == 0) {
                 complete = false;
+                lineOpen = false;
                 break;
             }
-            if (!addLine())
-                break;
-            p = lf ? lf + 1 : end;
+            p += len;
         }
-    } else {
-        QString clear = QString::fromUtf8(file.readAll());
-        complete = file.error() == QFileDevice::NoError;
-        file.close();
-        CScrambler::Apply(clear);
-        const char16_t* p = reinterpret_cast<const char16_t*>(clear.constData());
-        const char16_t* const end = p + clear.size();
-        while (p != end) {
-            const qsizetype at = QStringView(p, end - p).indexOf(u'\n');
-            const char16_t* const stop = at < 0 ? end : p + at;
-            line.clear();
-            for (; p != stop; ++p) {
-                char32_t c = *p;
-                if (QChar::isHighSurrogate(c) && p + 1 != stop && QChar::isLowSurrogate(p[1])) {
-                    c = QChar::surrogateToUcs4(p[0], p[1]);
-                    ++p;
-                }
-                line.push_back(static_cast<wchar_t>(c));
-            }
+        if (unscramble)
+            c = c <= 0xFFFF ? CScrambler::Char(c) : CScrambler::CharOfUtf16(c);
+        if (c == U'\n') {
+            lineOpen = false;
             if (!addLine())
                 break;
-            p = at < 0 ? end : stop + 1;
+            line.clear();
+        } else {
+            lineOpen = true;
+            line.push_back(static_cast<wchar_t>(c));
         }
     }
+    if (lineOpen && reading)
+        addLine();
     if (reading)
         Feed(splitter.Buffer().data(), splitter.Count(), fed, result);
     fed += splitter.Count();

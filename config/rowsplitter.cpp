@@ -21,14 +21,16 @@ bool CRowSplitter::AddLine(const wchar_t* line, size_t length)
     // A ';' at the very end leaves start at the end: no further cell.
     size_t start = 0;
     while (start < length) {
-        const wchar_t* hit = std::wmemchr(line + start, L';', length - start);
-        const size_t end = hit ? static_cast<size_t>(hit - line) : length;
+        size_t end = start;
+        while (end < length && line[end] != L';')
+            ++end;
         if (!m_Plain && IsStopWord(line + start, end - start)) {
             m_Stopped = true;
             return false;
         }
         if (cells == row.size())
             row.emplace_back();
+        // Within the string's capacity this copies without a reallocation.
         row[cells++].assign(line + start, end - start);
         start = end + 1;
     }

@@ -2,6 +2,15 @@
 
 #include <QFile>
 
+char32_t CScrambler::CharOfUtf16(char32_t c)
+{
+    if (c <= 0xFFFF)
+        return Char(c);
+    const char32_t high = Char(0xD800 + ((c - 0x10000) >> 10));
+    const char32_t low = Char(0xDC00 + ((c - 0x10000) & 0x3FF));
+    return 0x10000 + ((high - 0xD800) << 10) + (low - 0xDC00);
+}
+
 void CScrambler::Apply(QString& text)
 {
     char16_t* p = reinterpret_cast<char16_t*>(text.data());

@@ -15,6 +15,10 @@ class CScrambler
 public:
     // The rule for one character (a UTF-16 code unit or a whole code point).
     static constexpr char32_t Char(char32_t c) { return (c & ~char32_t(0xFF)) | (0xFF - (c & 0xFF)); }
+    // The rule applied to the UTF-16 form of a code point, as the tree reader
+    // and the save command see the text: outside the Basic Multilingual Plane
+    // each half of the surrogate pair changes on its own.
+    static char32_t CharOfUtf16(char32_t c);
 
     // Applies the rule to every UTF-16 code unit of the text.
     static void Apply(QString& text);

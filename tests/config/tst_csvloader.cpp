@@ -392,6 +392,24 @@ void TestCsvLoader::scrambledStopWords()
 
 void TestCsvLoader::undecodablePlainFile()
 {
+    // In a .cfg, bytes that aren't UTF-8 read as replacement characters, as
+    // the rest of the program reads them; characters beyond the BMP pass.
+    const QString emoji = QString::fromUcs4(U"\U0001F600", 1);
+    const QString head = kChannelHead + kCom1 + kDevice + kGroup + kTagHead + QStringLiteral(";T");
+    const QByteArray odd[] = {"\xFF", CScrambler::Encode(emoji)};
+    const QString names[] = {QStringLiteral("T\uFF02"), QStringLiteral("T") + emoji};
+    for (int i = 0; i < 2; ++i) {
+        QFile f(m_dir.filePath("odd.cfg"));
+        QVERIFY(f.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        f.write(CScrambler::Encode(head) + odd[i] + CScrambler::Encode(kTag.mid(2)));
+        f.close();
+        CTreeItemRoot root;
+        QVERIFY(CCsvLoader(&root).Load(f.fileName().toStdString(), false));
+        CItem* group = Child(Child(Child(&root, "Ch_A"), "Dev"), "Grp");
+        QVERIFY(group && group->size() == 1);
+        QCOMPARE(QString::fromStdString(group->begin()->first), names[i]);
+    }
+
     const QString path = m_dir.filePath("broken.csv");
     QFile f(path);
     QVERIFY(f.open(QIODevice::WriteOnly));

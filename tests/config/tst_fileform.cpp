@@ -65,6 +65,11 @@ void TestFileForm::rule()
     QCOMPARE(CScrambler::Char(U'1'), char32_t(0xCE));
     QCOMPARE(CScrambler::Char(U'а'), char32_t(0x4CF));
     QCOMPARE(CScrambler::Char(0x1F600), char32_t(0x1F6FF));
+    // Outside the BMP the file form works on the halves of the surrogate pair.
+    const QString emoji = QString::fromUcs4(U"\U0001F600", 1);
+    QCOMPARE(CScrambler::CharOfUtf16(0x1F600), CScrambler::Applied(emoji).toUcs4().value(0));
+    QCOMPARE(CScrambler::CharOfUtf16(CScrambler::CharOfUtf16(0x1F600)), char32_t(0x1F600));
+    QCOMPARE(CScrambler::CharOfUtf16(U'\n'), char32_t(0xF5));
 
     QCOMPARE(CScrambler::Encode(QStringLiteral("\n")), QByteArray("\xC3\xB5"));
     QCOMPARE(CScrambler::Encode(QStringLiteral(";")), QByteArray("\xC3\x84"));
