@@ -1,0 +1,53 @@
+// Renders the pictures of the README from the real windows:
+//   cmake --build build --target velmora_screenshots
+//   QT_QPA_PLATFORM=offscreen build/bin/velmora_screenshots docs
+#include "app/mainwindow.h"
+
+#include <QApplication>
+#include <QDir>
+#include <QTabWidget>
+#include <QTableView>
+#include <QTreeWidget>
+
+#include <cstdio>
+
+namespace {
+
+QTreeWidgetItem* findRow(QTreeWidget* tree, const QString& text)
+{
+    const auto rows = tree->findItems(text, Qt::MatchExactly | Qt::MatchRecursive);
+    return rows.isEmpty() ? nullptr : rows.first();
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    QApplication app(argc, argv);
+    if (argc != 2) {
+        std::fprintf(stderr, "usage: velmora_screenshots <output folder>\n");
+        return 2;
+    }
+    const QDir out(QString::fromLocal8Bit(argv[1]));
+
+    MainWindow window;
+    window.show();
+    window.grab().save(out.filePath("main-window.png"));
+
+    window.openCSVFile(QString(VELMORA_EXAMPLES) + "/plant.cfg");
+    auto* tree = window.findChild<QTreeWidget*>("treeWidget");
+    for (const char* name : {"Котельная_RS485", "Котёл_1", "Насосная_станция", "ПЛК_насосов"})
+        if (QTreeWidgetItem* row = findRow(tree, name))
+            row->setExpanded(true);
+    QTreeWidgetItem* group = findRow(tree, "Аналоговые");
+    if (!group) {
+        std::fprintf(stderr, "velmora_screenshots: the example has no group to show\n");
+        return 1;
+    }
+    tree->setCurrentItem(group);
+    window.findChild<QTabWidget*>("tabWidget")->setCurrentIndex(1);
+    window.findChild<QTableView*>("tableView")->resizeColumnsToContents();
+    app.processEvents();
+    window.grab().save(out.filePath("tag-table.png"));
+    return 0;
+}
