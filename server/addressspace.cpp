@@ -87,6 +87,7 @@ void CAddressSpace::Describe(const CDATagInfo* tag, CTagRuntime& rt)
 UA_StatusCode CAddressSpace::Build(CItem* item)
 {
     if (item->GetType() == itRoot) {
+        m_tags.reserve(m_tags.size() + item->GetItemsCount(itTag));
         UA_StatusCode rc = UA_STATUSCODE_GOOD;
         for (auto& child : *item) {
             const UA_StatusCode childRc = BuildUnder(child.second, kChannelsId);

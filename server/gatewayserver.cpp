@@ -13,6 +13,7 @@
 #include <open62541/server_config_default.h>
 
 #include <arpa/inet.h>
+#include <chrono>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -181,14 +182,22 @@ CGatewayServer::~CGatewayServer()
 
 bool CGatewayServer::LoadConfiguration(std::string& error)
 {
+    const auto started = std::chrono::steady_clock::now();
     if (!m_config.Read(m_options.configPath, error))
         return false;
+    const auto tailRead = std::chrono::steady_clock::now();
     CUserNotifier::Install([](const QString& title, const QString& text) {
         CServerLog::Write(CServerLog::Warning, (title + ": " + text).toStdString());
     });
     CCsvLoader loader(&m_root);
     if (!loader.Load(m_options.configPath, false))
         CServerLog::Write(CServerLog::Warning, "Конфигурация прочитана с ошибками: " + loader.LastRowError());
+    const auto ms = [](auto a, auto b) {
+        return std::to_string(std::chrono::duration_cast<std::chrono::milliseconds>(b - a).count());
+    };
+    CServerLog::Write(CServerLog::Debug, "Конфигурация прочитана: параметры за " + ms(started, tailRead) +
+                                             " мс, дерево за " +
+                                             ms(tailRead, std::chrono::steady_clock::now()) + " мс");
     // The tail is informative only: the start arguments decide.
     const auto port = m_config.options.find("port");
     if (port != m_config.options.end() && port->second != std::to_string(m_options.port))
@@ -329,7 +338,14 @@ bool CGatewayServer::Start(std::string& error)
         error = "cannot create the object \"Каналы\" and its methods";
         return false;
     }
+    const auto buildStarted = std::chrono::steady_clock::now();
     const UA_StatusCode built = m_space->Build(&m_root);
+    CServerLog::Write(CServerLog::Debug,
+                      "Узлы созданы за " +
+                          std::to_string(std::chrono::duration_cast<std::chrono::milliseconds>(
+                                             std::chrono::steady_clock::now() - buildStarted)
+                                             .count()) +
+                          " мс");
     if (built != UA_STATUSCODE_GOOD)
         CServerLog::Write(CServerLog::Error,
                           std::string("Не все узлы созданы: ") + UA_StatusCode_name(built));
