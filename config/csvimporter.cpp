@@ -25,7 +25,6 @@
 #include <QFile>
 
 #include <codecvt>
-#include <cstring>
 #include <fstream>
 #include <locale>
 #include <system_error>
@@ -84,7 +83,7 @@ std::wstring Widen(const std::string& utf8)
     const auto* p = reinterpret_cast<const unsigned char*>(utf8.data());
     size_t left = utf8.size();
     while (left) {
-        char32_t c = 0xFFFD;
+        char32_t c = 0;
         int len = DecodeUtf8(p, left, c);
         if (len == 0) {
             c = 0xFFFD;
@@ -106,6 +105,7 @@ const std::wstring& ChannelCell(const CCsvLoader::Row& row, size_t n, uint32_t l
     return row[n];
 }
 
+// A property that refuses its cell fails the row, naming the field.
 template <typename Record>
 void Require(bool (Record::*set)(const std::wstring&), Record& record, const CCsvLoader::Row& row,
              size_t cell, uint32_t line, uint32_t field)
