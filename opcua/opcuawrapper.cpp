@@ -48,7 +48,7 @@ UA_Logger g_libraryLogger = {forwardLibraryLog, nullptr, nullptr};
 // hang the program. The program has no way to ask for one, so it declines.
 UA_StatusCode declineKeyPassword(UA_ClientConfig*, UA_ByteString*)
 {
-    VLOG_WARNING().noquote() << "Закрытый ключ защищён паролем, такие ключи не поддерживаются";
+    VLOG_WARNING().noquote() << "Закрытый ключ не прочитан без пароля; ключи с паролем не поддерживаются";
     return UA_STATUSCODE_BADSECURITYCHECKSFAILED;
 }
 #endif
