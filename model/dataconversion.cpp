@@ -20,13 +20,45 @@ std::string wstringtoUTF8(const std::wstring& text)
     return UTF32LEtoUTF8(bytes);
 }
 
+namespace {
+
+// One conversion engine per thread, opened at first use and closed when the
+// thread ends: opening one per name dominated the loading of large files.
+class Utf32Engine
+{
+public:
+    Utf32Engine() : m_cd(iconv_open("UTF-8", "UTF-32LE")), m_openError(errno) {}
+    ~Utf32Engine()
+    {
+        if (valid())
+            iconv_close(m_cd);
+    }
+    Utf32Engine(const Utf32Engine&) = delete;
+    Utf32Engine& operator=(const Utf32Engine&) = delete;
+
+    bool valid() const { return m_cd != reinterpret_cast<iconv_t>(-1); }
+    int openError() const { return m_openError; }
+    iconv_t handle()
+    {
+        iconv(m_cd, nullptr, nullptr, nullptr, nullptr);
+        return m_cd;
+    }
+
+private:
+    iconv_t m_cd;
+    int m_openError;
+};
+
+} // namespace
+
 std::string UTF32LEtoUTF8(std::vector<char>& bytes)
 {
-    iconv_t cd = iconv_open("UTF-8", "UTF-32LE");
-    if (cd == reinterpret_cast<iconv_t>(-1)) {
-        std::cerr << "Unable to create ICONV engine: " << strerror(errno) << std::endl;
+    static thread_local Utf32Engine engine;
+    if (!engine.valid()) {
+        std::cerr << "Unable to create ICONV engine: " << strerror(engine.openError()) << std::endl;
         return std::string();
     }
+    iconv_t cd = engine.handle();
     // A code point never takes more UTF-8 bytes than its four UTF-32 bytes.
     std::vector<char> out(bytes.size() + 1, 0);
     char* in = bytes.data();
@@ -35,7 +67,6 @@ std::string UTF32LEtoUTF8(std::vector<char>& bytes)
     size_t outLeft = bytes.size();
     const size_t rc = iconv(cd, &in, &inLeft, &outPtr, &outLeft);
     const int err = errno;
-    iconv_close(cd);
     if (rc == static_cast<size_t>(-1)) {
         std::cerr << "Unable to convert from UTF32: " << strerror(err) << std::endl;
         return std::string();

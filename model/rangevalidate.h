@@ -6,13 +6,23 @@
 
 namespace RangeValidate {
 
+// One wide stream per thread, reset for each read: building a stream per
+// property is most of the cost of loading a large configuration. Flags are
+// never changed, so every read sees the stream's defaults.
+inline std::wistringstream& ReadStream(const std::wstring& value)
+{
+    static thread_local std::wistringstream stream;
+    stream.clear();
+    stream.str(value);
+    return stream;
+}
+
 // Reads a T from the start of value by the stream rules (blanks skipped, rest ignored,
 // no number gives 0, overflow gives the limit of T) and checks min <= v <= max.
 template <typename T> bool Validate_Range_t(const std::wstring& value, T min, T max)
 {
     T v = 0;
-    std::wistringstream stream(value);
-    stream >> v;
+    ReadStream(value) >> v;
     return min <= v && v <= max;
 }
 
@@ -28,8 +38,7 @@ namespace RangeValidate {
 // leaves the field as it was and a text without a number gives 0.
 template <typename T> void ReadValue(const std::wstring& value, T& field)
 {
-    std::wistringstream stream(value);
-    stream >> field;
+    ReadStream(value) >> field;
 }
 
 // One-byte fields are read through a signed 32-bit number and cut.
