@@ -1,0 +1,84 @@
+// Opening the 100,000-tag configuration through the program's own open path
+// (worker thread, busy dialog, tree rebuild, selection of the root) against
+// the bare reader on the same file, in one run.
+//
+//   QT_QPA_PLATFORM=offscreen bench_open [repeats]
+#include "app/mainwindow.h"
+#include "app/progressbar.h"
+#include "bench/benchsupport.h"
+#include "config/csvimporter.h"
+#include "config/scrambler.h"
+#include "model/treeitemroot.h"
+
+#include <QApplication>
+#include <QElapsedTimer>
+#include <QTemporaryDir>
+#include <QTreeWidget>
+
+#include <algorithm>
+#include <cstdio>
+#include <thread>
+
+namespace {
+
+double bareLoadMs(const std::string& path)
+{
+    QElapsedTimer t;
+    t.start();
+    CTreeItemRoot root;
+    CCsvLoader loader(&root);
+    if (!loader.Load(path, false))
+        return -1;
+    return t.nsecsElapsed() / 1e6;
+}
+
+// The steps of the open command after its file dialog.
+double programOpenMs(MainWindow& window, const QString& path)
+{
+    QElapsedTimer t;
+    t.start();
+    ProgressBar dialog(nullptr);
+    QObject::connect(&window, &MainWindow::signalCloseProgressBar, &dialog, &ProgressBar::slotCloseProgressBar);
+    QObject::connect(&window, &MainWindow::signalSetLabelProgressBar, &dialog,
+                     &ProgressBar::slotSetLabelProgressBar);
+    std::thread worker(&MainWindow::openCSVFile, &window, path);
+    worker.detach();
+    dialog.exec();
+    return dialog.resultCode() == 0 ? t.nsecsElapsed() / 1e6 : -1;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    QApplication app(argc, argv);
+    const int repeats = argc > 1 ? std::max(1, atoi(argv[1])) : 3;
+    QTemporaryDir dir;
+    const QString path = dir.filePath("large.cfg");
+    if (!CScrambler::WriteFile(path, QString::fromStdString(BenchSupport::Generate()))) {
+        std::fprintf(stderr, "bench_open: can't write %s\n", qPrintable(path));
+        return 1;
+    }
+
+    MainWindow window;
+    window.show();
+    double bare = 1e300;
+    double program = 1e300;
+    for (int i = 0; i < repeats; ++i) {
+        bare = std::min(bare, bareLoadMs(path.toStdString()));
+        program = std::min(program, programOpenMs(window, path));
+        app.processEvents();
+    }
+    if (bare < 0 || program < 0) {
+        std::fprintf(stderr, "bench_open: the configuration did not load\n");
+        return 1;
+    }
+    const int rows = window.findChild<QTreeWidget*>("treeWidget")->topLevelItem(0)->childCount();
+    std::printf("configuration: %d tags, %d channel rows in the tree\n",
+                BenchSupport::kChannels * BenchSupport::kDevices * BenchSupport::kGroups * BenchSupport::kTags, rows);
+    std::printf("bare Load:                 %7.1f ms\n", bare);
+    std::printf("open through the program:  %7.1f ms\n", program);
+    std::printf("ratio open / Load:          %5.2f   (target <= 2.0)\n", program / bare);
+    std::printf("resident memory now:        %5.1f MB\n", BenchSupport::ResidentKb() / 1024.0);
+    return program / bare <= 2.0 ? 0 : 1;
+}

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <string>
+
+// Shared pieces of the benchmarks: the large generated configuration and the
+// process's memory figures.
+namespace BenchSupport {
+
+constexpr int kChannels = 10;
+constexpr int kDevices = 10;
+constexpr int kGroups = 10;
+constexpr int kTags = 100;
+
+// The plain text of kChannels channels (serial and TCP in turn), each with
+// kDevices devices of kGroups groups of kTags tags of mixed register types,
+// value types, transformations and emulations.
+std::string Generate();
+
+// Peak resident size of this process in kB (VmHWM); ResetPeak starts a new peak.
+long PeakKb();
+bool ResetPeak();
+// Resident size now, in kB (VmRSS).
+long ResidentKb();
+
+} // namespace BenchSupport
