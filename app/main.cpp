@@ -1,6 +1,7 @@
 #include "app/guithread.h"
 #include "app/logging.h"
 #include "app/mainwindow.h"
+#include "dialogs/dialogchoosecertificate.h"
 #include "model/usernotifier.h"
 
 #include <QApplication>
@@ -25,6 +26,9 @@ int main(int argc, char* argv[])
     CUserNotifier::Install([&window](const QString& title, const QString& text) {
         GuiThread::run([&] { QMessageBox::warning(&window, title, text); });
     });
+    // A secured connection asks for its certificate files through this dialog,
+    // on the GUI thread whichever thread connects.
+    DialogChooseCertificate::InstallAsCertificateChooser();
     window.show();
     VLOG_INFO().noquote() << "Приложение запущено";
     return app.exec();
