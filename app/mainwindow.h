@@ -14,6 +14,7 @@
 #include <thread>
 #include <vector>
 
+class CGroupInfo;
 class QLabel;
 class QProcess;
 class QTimer;
@@ -60,6 +61,9 @@ public:
     // Worker bodies of the file commands.
     void openCSVFile(QString path);
     int saveConfig();
+    // Worker bodies of the monitoring switch; both end with signalCloseProgressBar.
+    int monitoringOn(CGroupInfo* group, int interval, std::string name);
+    int monitoringOff(CItem* item);
     static QList<QString> findKeysContainingSubstring(std::map<QString, CItem*>& map, const QString& sub);
 
 signals:

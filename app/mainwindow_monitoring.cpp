@@ -1,20 +1,233 @@
 // Connection to a server and live monitoring.
 #include "app/mainwindow.h"
 
+#include "app/guithread.h"
+#include "app/logging.h"
+#include "app/progressbar.h"
+#include "model/groupinfo.h"
+#include "opcua/opcuawrapper.h"
+#include "opcua/searchopcuaserver.h"
 #include "ui_mainwindow.h"
+#include "views/tablemodelmonitoring.h"
+
+#include <QDateTime>
+#include <QLabel>
+#include <QMessageBox>
+#include <QTimer>
+
+namespace {
+
+const char* const kIconOn = ":/res/images/res/monitoring_on.png";
+const char* const kIconOff = ":/res/images/res/monitoring_off.png";
+const char* const kNotConnected =
+    "Нет подключенных серверов, запустите сервер или подключитесь к нему через меню Сервис";
+// Digits kept behind the decimal point of a shown value; the rest is cut, not rounded.
+const int kDecimals = 6;
+
+// The busy dialog around one worker; answers the code the worker closed it with.
+int runBusyStep(MainWindow* window, std::function<void()> work)
+{
+    ProgressBar dialog(nullptr);
+    QObject::connect(window, &MainWindow::signalCloseProgressBar, &dialog,
+                     &ProgressBar::slotCloseProgressBar);
+    QObject::connect(window, &MainWindow::signalSetLabelProgressBar, &dialog,
+                     &ProgressBar::slotSetLabelProgressBar);
+    std::thread worker(std::move(work));
+    worker.detach();
+    dialog.exec();
+    return dialog.resultCode();
+}
+
+// A group's polling period in milliseconds; an unknown unit gives 0.
+int intervalMs(const CGroupInfo* group)
+{
+    static const qint64 factors[] = {1, 1000, 60000, 3600000};
+    const int unit = group->MU_UpdateRate;
+    if (unit < 0 || unit > 3)
+        return 0;
+    return int(qint64(quint32(group->UpdateRate)) * factors[unit]);
+}
+
+QString nodeName(const CItem* item)
+{
+    return QString::fromStdString(item->GetName());
+}
+
+} // namespace
 
 void MainWindow::on_action_triggered()
 {
-}
+    m_statusLabel->clear();
+    if (m_client)
+        m_dialogConnected = m_client->connectedOnce;
 
-void MainWindow::on_monitoring_action_triggered()
-{
-}
+    // The dialog stays as a child of the window.
+    auto* dialog = m_connected ? new SearchOPCUAServer(m_dialogConnected, this, m_foundServers,
+                                                       m_foundEndpoints, m_client)
+                               : new SearchOPCUAServer(m_dialogConnected, this, {}, {}, nullptr);
+    dialog->setPathCerts(m_derPath, m_pemPath, m_trustDir);
+    connect(dialog, &SearchOPCUAServer::signalDisconnect, this, &MainWindow::slotDisconnect);
+    if (dialog->exec() != 1)
+        return;
 
-void MainWindow::slotDataChange(QList<QVariant>)
-{
+    m_connected = m_dialogConnected = dialog->getFlagServer();
+    if (!m_connected) {
+        m_client = nullptr;
+        m_statusLabel->setText("Сервер не запущен");
+        return;
+    }
+    m_nodes = dialog->getVecNodesDlg();
+    m_client = dialog->getOPCUAWrapper();
+    // Queued even when the value is delivered during a call on this thread:
+    // a command in progress is never interrupted by the table.
+    connect(m_client, &OPCUAWrapper::signalDataChange, this, &MainWindow::slotDataChange,
+            Qt::QueuedConnection);
+    m_foundServers = dialog->getServersDlg();
+    m_foundEndpoints = dialog->getEndpointsDlg();
+    m_statusLabel->setText(m_statusLabel->text() +
+                           QString(" Подключены к серверу (%1).").arg(dialog->getCurrentServer()));
 }
 
 void MainWindow::slotDisconnect()
 {
+    m_dialogConnected = false;
+}
+
+void MainWindow::on_monitoring_action_triggered()
+{
+    if (!m_client || !m_connected) {
+        QMessageBox::warning(this, "Ошибка", kNotConnected);
+        VLOG_WARNING().noquote() << kNotConnected;
+        return;
+    }
+    m_nodes = m_client->getVecNodes();
+
+    const QList<QTreeWidgetItem*> selected = ui->treeWidget->selectedItems();
+    if (selected.isEmpty())
+        return;
+    const auto found = m_treeItems.find(selected.first());
+    if (found == m_treeItems.end())
+        return;
+    CItem* node = found->second;
+
+    if (m_monitoring) {
+        runBusyStep(this, [this, node] { monitoringOff(node); });
+        m_monitoringTimer->stop();
+        m_monitoring = false;
+        ui->monitoring_action->setIcon(QIcon(kIconOff));
+        if (node->GetType() == itGroup)
+            setEnabledToolbar(ToolbarMonitoringOff);
+        else
+            on_treeWidget_itemSelectionChanged();
+        return;
+    }
+
+    if (node->GetType() != itGroup)
+        return;
+    auto* group = static_cast<CGroupInfo*>(node);
+    const CItem* device = group->GetParent();
+    const CItem* channel = device->GetParent();
+    const std::string name = channel->GetName() + "." + device->GetName() + "." + group->GetName() + ".";
+    const int interval = intervalMs(group);
+
+    const int code =
+        runBusyStep(this, [this, group, interval, name] { monitoringOn(group, interval, name); });
+    if (code == 0)
+        m_monitoringTimer->start(100);
+    ui->tabWidget->setCurrentIndex(2);
+    m_monitoredTreeItem = ui->treeWidget->currentItem();
+}
+
+int MainWindow::monitoringOn(CGroupInfo* group, int interval, std::string name)
+{
+    // Every group of the tree is subscribed, at the period of the selected one.
+    Q_UNUSED(group);
+    Q_UNUSED(name);
+    emit signalSetLabelProgressBar("Выполняется создание подписки, пожалуйста, подождите...");
+
+    m_subscribedNames.clear();
+    for (auto& channel : m_root)
+        for (auto& device : *channel.second)
+            for (auto& groupEntry : *device.second) {
+                const CItem* g = groupEntry.second;
+                QList<QString> names;
+                for (auto& tag : *g)
+                    names << QString("%1.%2.%3.%4")
+                                 .arg(nodeName(channel.second), nodeName(device.second), nodeName(g),
+                                      nodeName(tag.second));
+                m_subscribedNames << names;
+            }
+
+    // The routing table is read by slotDataChange on the GUI thread, which keeps
+    // taking queued values while this worker runs: it is replaced there.
+    QMap<int, QList<QString>> rows;
+    if (m_client->subscriptionTag(m_subscribedNames, interval, rows) != 0) {
+        emit signalCloseProgressBar(10);
+        return 1;
+    }
+    GuiThread::run([this, &rows] { m_subscriptionRows = rows; });
+
+    m_client->setStatusIterate(true);
+    m_iterateThread = m_client->runIterate();
+
+    GuiThread::run([this] {
+        m_monitoring = true;
+        ui->monitoring_action->setIcon(QIcon(kIconOn));
+        setEnabledToolbar(ToolbarMonitoringOn);
+    });
+    emit signalCloseProgressBar(0);
+    return 0;
+}
+
+int MainWindow::monitoringOff(CItem* item)
+{
+    Q_UNUSED(item);
+    emit signalSetLabelProgressBar("Выполняется отключение подписки, пожалуйста, подождите...");
+    m_client->setStatusIterate(false);
+    if (m_iterateThread.joinable())
+        m_iterateThread.join();
+    if (m_client->deleteSubscriptionTag() != 0) {
+        emit signalCloseProgressBar(8);
+        return 0;
+    }
+    GuiThread::run([this] { m_subscriptionRows.clear(); });
+    emit signalCloseProgressBar(0);
+    return 0;
+}
+
+void MainWindow::slotDataChange(QList<QVariant> message)
+{
+    // Only a group's monitoring tab shows values; a status without a value is dropped.
+    if (!ui->tabWidget->isTabEnabled(2) || message.size() < 5)
+        return;
+    const auto subscription = m_subscriptionRows.constFind(int(message.at(4).toUInt()));
+    if (subscription == m_subscriptionRows.constEnd() || subscription->isEmpty())
+        return;
+
+    // Names of one group are unique, so the item's own position, when it holds
+    // the name, is the first match; otherwise search from the front.
+    const QString fullName = message.at(3).toString();
+    const QList<QString>& names = *subscription;
+    const qsizetype hint = qsizetype(message.at(0).toUInt()) - 1;
+    const qsizetype row =
+        hint >= 0 && hint < names.size() && names.at(hint) == fullName ? hint : names.indexOf(fullName);
+    if (row < 0)
+        return;
+
+    QString value = message.at(1).toString();
+    const qsizetype point = value.indexOf('.');
+    if (point >= 0 && value.size() > point + 1 + kDecimals)
+        value.truncate(point + 1 + kDecimals);
+
+    // Values come in bursts: one time text serves every value of the same millisecond.
+    static qint64 lastMs = -1;
+    static QString lastTime;
+    const qint64 nowMs = QDateTime::currentMSecsSinceEpoch();
+    if (nowMs != lastMs) {
+        lastMs = nowMs;
+        lastTime = QDateTime::fromMSecsSinceEpoch(nowMs).toString("yyyy-MM-dd hh:mm:ss.zzz");
+    }
+
+    const QString group = fullName.left(fullName.lastIndexOf('.'));
+    m_monitoringModel->setNewData(int(row), {value, message.at(2).toString(), lastTime}, group);
 }

@@ -61,6 +61,12 @@ public:
     bool callDeleteNode(QList<QString> args);
     bool callMethodStartStopExchange();
 
+    // One subscription per non-empty group, one monitored item per full name.
+    // 0 success, 1 a subscription refused, 2 a monitored item refused.
+    int subscriptionTag(QList<QList<QString>> groups, int interval, QMap<int, QList<QString>>& nodes);
+    // Deletes the subscription created last; 0 success, 1 failure.
+    int deleteSubscriptionTag();
+
     bool connected = false;
     bool autoConnecting = false;
     bool connectedOnce = false;
