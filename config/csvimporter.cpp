@@ -521,9 +521,12 @@ bool CCsvLoader::Export(const std::string& path)
         // Classic numbers whatever the program's locale, UTF-8 without a mark.
         out.imbue(std::locale(std::locale::classic(), new std::codecvt_utf8<wchar_t, 0x10FFFF>));
         out.open(path, std::ios::out | std::ios::trunc);
+        // A file that can't be opened isn't looked at (the scrambling pass
+        // after a save finds it missing); a write that fails on the way is.
+        const bool opened = out.is_open();
         const bool result = Export(out);
         out.close();
-        return result;
+        return result && !(opened && out.fail());
     } catch (const std::system_error&) {
         return false;
     }

@@ -72,5 +72,8 @@ bool CScrambler::WriteBytes(const QString& path, const QByteArray& bytes)
     QFile file(path);
     if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
         return false;
-    return file.write(bytes) == bytes.size();
+    // QFile buffers: a full disk shows only when the buffer goes out.
+    const bool written = file.write(bytes) == bytes.size() && file.flush();
+    file.close();
+    return written && file.error() == QFileDevice::NoError;
 }
