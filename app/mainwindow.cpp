@@ -173,36 +173,37 @@ QString MainWindow::ipAddrIntToQstring(int addr)
         .arg((a >> 24) & 0xFF);
 }
 
-int MainWindow::askQuestion(const QString& text, bool withNo)
+int MainWindow::askQuestion(const QString& text, int buttons)
 {
-    QMessageBox box(QMessageBox::Question, "Внимание", text,
-                    withNo ? QMessageBox::Ok | QMessageBox::No | QMessageBox::Cancel
-                           : QMessageBox::Ok | QMessageBox::Cancel,
-                    this);
+    QMessageBox box(QMessageBox::Question, "Внимание", text, QMessageBox::StandardButtons(buttons), this);
     box.setWindowIcon(QIcon(":/res/images/res/Velmora.ico"));
-    box.button(QMessageBox::Cancel)->setText("Отмена");
-    if (withNo)
-        box.button(QMessageBox::No)->setText("Нет");
+    if (QAbstractButton* cancel = box.button(QMessageBox::Cancel))
+        cancel->setText("Отмена");
+    if (QAbstractButton* no = box.button(QMessageBox::No))
+        no->setText("Нет");
     return box.exec();
 }
 
 void MainWindow::closeEvent(QCloseEvent* event)
 {
     if (m_serverProcess->state() == QProcess::Running) {
-        if (askQuestion("Сервер запущен, хотите остановить сервер и выйти?", false) != QMessageBox::Ok) {
+        if (askQuestion("Сервер запущен, хотите остановить сервер и выйти?",
+                        QMessageBox::Ok | QMessageBox::Cancel) != QMessageBox::Ok) {
             event->ignore();
             return;
         }
         m_serverProcess->kill();
         m_serverProcess->waitForFinished(30000);
         if (m_serverProcess->state() == QProcess::Running &&
-            askQuestion("При остановке сервера произошла ошибка! Хотите выйти?", false) != QMessageBox::Ok) {
+            askQuestion("При остановке сервера произошла ошибка! Хотите выйти?",
+                        QMessageBox::Ok | QMessageBox::Cancel) != QMessageBox::Ok) {
             event->ignore();
             return;
         }
     }
     if (m_dirty) {
-        const int answer = askQuestion("Хотите сохранить изменения настроек?", true);
+        const int answer = askQuestion("Хотите сохранить изменения настроек?",
+                                       QMessageBox::Ok | QMessageBox::No | QMessageBox::Cancel);
         if (answer == QMessageBox::Ok) {
             on_save_action_triggered();
         } else if (answer == QMessageBox::Cancel) {
@@ -218,7 +219,8 @@ void MainWindow::on_close_action_triggered()
     // With the server running the question is asked here and again in
     // closeEvent; the double question is the program's known behaviour.
     if (m_serverProcess->state() == QProcess::Running &&
-        askQuestion("Сервер запущен, хотите остановить сервер и выйти?", false) != QMessageBox::Ok)
+        askQuestion("Сервер запущен, хотите остановить сервер и выйти?",
+                    QMessageBox::Ok | QMessageBox::Cancel) != QMessageBox::Ok)
         return;
     close();
 }

@@ -61,6 +61,8 @@ public:
     // Worker bodies of the file commands.
     void openCSVFile(QString path);
     int saveConfig();
+    // Writes the start parameters into the configuration's tail.
+    int saveParametrsStartServer(QList<QString> args);
     // Worker bodies of the monitoring switch; both end with signalCloseProgressBar.
     int monitoringOn(CGroupInfo* group, int interval, std::string name);
     int monitoringOff(CItem* item);
@@ -117,16 +119,17 @@ public slots:
     void slotDisconnect();
 
 private:
-    // Runs work on a detached thread while the busy dialog waits for its
-    // signalCloseProgressBar.
-    void runBusy(const std::function<void()>& work);
+    // Runs work on a detached thread while the busy dialog waits for the
+    // owner's signalCloseProgressBar (the owner is this window by default).
+    void runBusy(const std::function<void()>& work, QObject* owner = nullptr);
     // The root row "Каналы", as the constructor and a new open make it.
     QTreeWidgetItem* createRootRow();
     void fillPropertyTable(const StrProps& props);
     // Properties tab to the front, tag and monitoring tabs off.
     void showPropertiesOnly();
-    // Shows the question boxes of closing: Ok/Cancel, or Ok/No/Cancel.
-    int askQuestion(const QString& text, bool withNo);
+    // The question boxes of closing and starting: a QMessageBox::StandardButtons
+    // set, with "Отмена" and "Нет" on Cancel and No.
+    int askQuestion(const QString& text, int buttons);
 
     CTreeItemRoot m_root;
     std::map<QTreeWidgetItem*, CItem*> m_treeItems;

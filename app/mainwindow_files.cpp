@@ -21,11 +21,14 @@ QString fileFilter(bool plain)
 
 } // namespace
 
-void MainWindow::runBusy(const std::function<void()>& work)
+void MainWindow::runBusy(const std::function<void()>& work, QObject* owner)
 {
     ProgressBar dialog(nullptr);
-    connect(this, &MainWindow::signalCloseProgressBar, &dialog, &ProgressBar::slotCloseProgressBar);
-    connect(this, &MainWindow::signalSetLabelProgressBar, &dialog, &ProgressBar::slotSetLabelProgressBar);
+    // Every owner of a worker declares the same two signals.
+    QObject* source = owner ? owner : this;
+    connect(source, SIGNAL(signalCloseProgressBar(int)), &dialog, SLOT(slotCloseProgressBar(int)));
+    connect(source, SIGNAL(signalSetLabelProgressBar(QString)), &dialog,
+            SLOT(slotSetLabelProgressBar(QString)));
     std::thread t(work);
     t.detach();
     dialog.exec();

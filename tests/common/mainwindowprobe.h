@@ -25,4 +25,5 @@ struct MainWindowProbe
     static TableModelMonitoring* monitoringModel(MainWindow& w) { return w.m_monitoringModel; }
     static QTreeWidgetItem*& monitoredTreeItem(MainWindow& w) { return w.m_monitoredTreeItem; }
     static OPCUAWrapper*& client(MainWindow& w) { return w.m_client; }
+    static QString& serverOutput(MainWindow& w) { return w.m_serverOutput; }
 };

@@ -3,6 +3,7 @@
 #include "config/runparameters.h"
 #include "config/scrambler.h"
 #include "dialogs/runpreparedialog.h"
+#include "tests/common/mainwindowprobe.h"
 #include "tests/common/modalwatcher.h"
 
 #include <QComboBox>
@@ -165,6 +166,29 @@ private slots:
             QVERIFY(QFile::exists(trust + "/server_cert.der"));
         }
         QCOMPARE(watcher.unexpectedCount(), 0);
+    }
+
+    void missingGatewayIsToldBeforeTheFileIsTouched()
+    {
+        // This test runs from a folder with no server/server beside it.
+        ModalWatcher watcher;
+        MainWindow w;
+        const QString path = writeCfg("untouched.cfg", m_tree);
+        const QByteArray before = [&] {
+            QFile f(path);
+            f.open(QIODevice::ReadOnly);
+            return f.readAll();
+        }();
+        MainWindowProbe::configPath(w) = path;
+        watcher.answer([](QWidget* dialog) { QMetaObject::invokeMethod(dialog, "accept"); });
+        watcher.answer(QMessageBox::Ok);
+        w.on_run_server_action_triggered();
+        QCOMPARE(watcher.seen().size(), 2);
+        QCOMPARE(watcher.seen()[0].title, QString("Запуск сервера"));
+        QCOMPARE(watcher.seen()[1].text, QString("При запуске сервера произошла ошибка! Файл сервера не найден"));
+        QFile f(path);
+        QVERIFY(f.open(QIODevice::ReadOnly));
+        QCOMPARE(f.readAll(), before);
     }
 
     void gatewayCommandsWithoutGateway()
