@@ -2,6 +2,7 @@
 //   cmake --build build --target velmora_screenshots
 //   QT_QPA_PLATFORM=offscreen build/bin/velmora_screenshots docs
 #include "app/mainwindow.h"
+#include "dialogs/runpreparedialog.h"
 
 #include <QApplication>
 #include <QDir>
@@ -49,5 +50,11 @@ int main(int argc, char** argv)
     window.findChild<QTableView*>("tableView")->resizeColumnsToContents();
     app.processEvents();
     window.grab().save(out.filePath("tag-table.png"));
+
+    RunPrepareDialog start(&window);
+    start.Init("/home/engineer/Котельная/plant.cfg", "", "", "");
+    start.show();
+    app.processEvents();
+    start.grab().save(out.filePath("start-dialog.png"));
     return 0;
 }
