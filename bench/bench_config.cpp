@@ -124,5 +124,10 @@ int main(int argc, char** argv)
     }
     std::printf("peak memory of a load:  %9.1f MB (VmHWM%s; %.1f MB before; target <= 150)\n",
                 peakKb / 1024.0, peakReset ? ", reset before the load" : ", whole process", baseKb / 1024.0);
+    if (pythonMs < 1e300) {
+        ReportAgainstPeer("load 100k-tag .cfg (peer: python csv)", loadMs, pythonMs, "ms", 1.0);
+        ReportAgainstPeer("save 100k-tag .cfg (peer: python csv)", saveMs, pythonMs, "ms", 1.0);
+    }
+    ReportAbsolute("peak memory of a 100k-tag load", peakKb / 1024.0, "MB", 150);
     return 0;
 }

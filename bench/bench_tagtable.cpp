@@ -1,6 +1,7 @@
 // Times the tag table for one group of 1,000 tags: selecting the group (model
 // fill plus the first paint) and sorting by each column. Targets: fill 100 ms,
 // sort 500 ms.
+#include "bench/benchsupport.h"
 #include "model/dataginfo.h"
 #include "model/groupinfo.h"
 #include "views/tablemodelvariable.h"
@@ -74,5 +75,7 @@ int main(int argc, char** argv)
     }
     std::printf("sort %d tags, slowest column: %lld ms (target 500)\n", TagCount,
                 static_cast<long long>(worst));
+    BenchSupport::ReportAbsolute("fill the tag table, 1,000 tags", double(fill), "ms", 100);
+    BenchSupport::ReportAbsolute("sort the tag table, slowest column", double(worst), "ms", 500);
     return fill <= 100 && worst <= 500 ? 0 : 1;
 }

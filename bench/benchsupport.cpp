@@ -120,4 +120,19 @@ bool ResetPeak()
     return static_cast<bool>(clear);
 }
 
+void ReportAbsolute(const char* name, double value, const char* unit, double target)
+{
+    std::printf("BENCH\t%s\t%.1f %s\t-\t-\t<= %.0f %s\t%s\n", name, value, unit, target, unit,
+                value <= target ? "pass" : "FAIL");
+    std::fflush(stdout);
+}
+
+void ReportAgainstPeer(const char* name, double value, double peer, const char* unit, double maxRatio)
+{
+    const double ratio = value / peer;
+    std::printf("BENCH\t%s\t%.1f %s\t%.1f %s\t%.2f\t<= %.2f\t%s\n", name, value, unit, peer, unit, ratio, maxRatio,
+                ratio <= maxRatio ? "pass" : "FAIL");
+    std::fflush(stdout);
+}
+
 } // namespace BenchSupport

@@ -22,4 +22,10 @@ bool ResetPeak();
 // Resident size now, in kB (VmRSS).
 long ResidentKb();
 
+// Rows of the one summary table that scripts/bench.sh prints: a figure
+// against an absolute target, or against a peer measured in the same run
+// with a target for the ratio. Lower is better in both.
+void ReportAbsolute(const char* name, double value, const char* unit, double target);
+void ReportAgainstPeer(const char* name, double value, double peer, const char* unit, double maxRatio);
+
 } // namespace BenchSupport

@@ -1,0 +1,36 @@
+#!/usr/bin/env bash
+# Builds in release mode, runs every benchmark and prints one table:
+# case, our figure, the peer's figure where there is one, the ratio, the
+# target and whether it was met. Each benchmark's own output goes to
+# build-release/bench-logs/.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+bash scripts/install-deps.sh
+cmake --preset release >/dev/null
+cmake --build --preset release -j"$(nproc)"
+
+bin=build-release/bin
+logs=build-release/bench-logs
+mkdir -p "$logs"
+export QT_QPA_PLATFORM=offscreen
+home=$(mktemp -d)
+trap 'rm -rf "$home"' EXIT
+export HOME="$home"
+
+rows=()
+for bench in "$bin"/bench_*; do
+    name=$(basename "$bench")
+    echo "running $name ..." >&2
+    if ! (cd "$bin" && "./$name") >"$logs/$name.log" 2>&1; then
+        echo "  $name missed a target or failed; see $logs/$name.log" >&2
+    fi
+    while IFS= read -r line; do
+        rows+=("${line#BENCH	}")
+    done < <(grep '^BENCH	' "$logs/$name.log" || true)
+done
+
+{
+    printf 'case\tours\tpeer\tratio\ttarget\tresult\n'
+    printf '%s\n' "${rows[@]}"
+} | column -t -s $'\t'
