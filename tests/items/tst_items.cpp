@@ -7,6 +7,7 @@
 #include "model/groupinfo.h"
 #include "model/portio_cominfo.h"
 #include "model/portio_tcpinfo.h"
+#include "opcua/opcuawrapper.h"
 #include "tests/common/mainwindowprobe.h"
 #include "tests/common/modalwatcher.h"
 
@@ -464,6 +465,81 @@ private slots:
         QCOMPARE(rowOf(w, at(serial, "Device_0_Copy2"))->parent(), rowOf(w, serial));
         QVERIFY(!MainWindowProbe::dirty(w));
         QCOMPARE(watcher.unexpectedCount(), 0);
+    }
+
+    // A client that is not connected refuses every call, like a server that
+    // answers with an error: each command then shows what it leaves behind.
+    void refusingServer()
+    {
+        ModalWatcher watcher;
+        OPCUAWrapper client; // outlives the window, which still points at it
+        MainWindow w;
+        w.show();
+        open(w, watcher);
+        MainWindowProbe::connected(w) = true;
+        MainWindowProbe::client(w) = &client;
+        CTreeItemRoot& root = MainWindowProbe::root(w);
+        auto& groups = MainWindowProbe::groups(w);
+        CItem* channel0 = at(&root, "Channel_0");
+        CItem* device0 = at(channel0, "Device_0");
+        CItem* group0 = at(device0, "Group_0");
+
+        select(w, rootRow(w));
+        fill(watcher, [](QDialog* d) { child<QSpinBox>(d, "comNoBox")->setValue(4); });
+        watcher.answer(QMessageBox::Ok);
+        w.on_add_channel_action_triggered();
+        QCOMPARE(lastText(watcher),
+                 QString("Добавление канала завершилось неудачно, на сервере произошла ошибка"));
+        QCOMPARE(root.size(), 2u);
+        QCOMPARE(rootRow(w)->childCount(), 2);
+        QVERIFY(MainWindowProbe::infoChannel(w).isEmpty());
+
+        select(w, rowOf(w, device0));
+        fill(watcher, [](QDialog*) {});
+        watcher.answer(QMessageBox::Ok);
+        w.on_add_group_action_triggered();
+        QCOMPARE(lastText(watcher),
+                 QString("Добавление группы завершилось неудачно, на сервере произошла ошибка"));
+        QCOMPARE(device0->size(), 1u);
+
+        // A refused delete takes the row away but leaves the node.
+        QTreeWidgetItem* groupRow = rowOf(w, group0);
+        select(w, groupRow);
+        watcher.answer(QMessageBox::Yes);
+        watcher.answer(QMessageBox::Ok);
+        w.on_delete_action_triggered();
+        QCOMPARE(lastText(watcher), QString("Удаление ноды завершилось неудачно"));
+        QCOMPARE(rowOf(w, device0)->childCount(), 0);
+        QCOMPARE(device0->size(), 1u);
+        QCOMPARE(groups.count("Channel_0.Device_0.Group_0"), size_t(1));
+
+        // A refused edit keeps what the dialog wrote and the whole argument list.
+        select(w, rowOf(w, device0));
+        fill(watcher, [](QDialog* d) {
+            child<QLineEdit>(d, "nameEdit")->setText("Pump");
+            child<QSpinBox>(d, "addressBox")->setValue(66);
+        });
+        watcher.answer(QMessageBox::Ok);
+        w.on_edit_action_triggered();
+        QCOMPARE(lastText(watcher), QString("Изменения устройства завершилось неудачно"));
+        const QList<QString> info = MainWindowProbe::infoDevice(w);
+        QCOMPARE(info.size(), 9);
+        QCOMPARE(info.mid(0, 4), (QList<QString>{"Channel_0.Device_0", "2", "Pump", "B"}));
+        QCOMPARE(device0->GetName(), std::string("Pump"));
+        QCOMPARE(rowOf(w, device0)->text(0), QString("Device_0"));
+        QCOMPARE(groups.count("Channel_0.Device_0.Group_0"), size_t(1));
+
+        select(w, rowOf(w, channel0));
+        fill(watcher, [](QDialog*) {});
+        watcher.answer(QMessageBox::Ok);
+        w.on_edit_action_triggered();
+        QCOMPARE(lastText(watcher), QString("Изменения канала завершилось неудачно"));
+        QVERIFY(client.exchangeRunning); // set for the stop that never happened
+        QCOMPARE(MainWindowProbe::infoChannel(w).size(), 16);
+
+        QCOMPARE(watcher.unexpectedCount(), 0);
+        MainWindowProbe::client(w) = nullptr;
+        MainWindowProbe::connected(w) = false;
     }
 
     // Renders the three editors; with VELMORA_SHOTS set they are saved there.
