@@ -14,6 +14,7 @@
 #include <thread>
 #include <vector>
 
+class CDATagInfo;
 class CGroupInfo;
 class QLabel;
 class QProcess;
@@ -66,6 +67,8 @@ public:
     // Worker bodies of the monitoring switch; both end with signalCloseProgressBar.
     int monitoringOn(CGroupInfo* group, int interval, std::string name);
     int monitoringOff(CItem* item);
+    // Worker body of the tag add: appends the tag and the rest of the series.
+    void threadAddTags(CItem* group, CDATagInfo* tag);
     static QList<QString> findKeysContainingSubstring(std::map<QString, CItem*>& map, const QString& sub);
 
 signals:
@@ -130,6 +133,8 @@ private:
     // The question boxes of closing and starting: a QMessageBox::StandardButtons
     // set, with "Отмена" and "Нет" on Cancel and No.
     int askQuestion(const QString& text, int buttons);
+    // The node of the selected tree row when that row is a group, else null.
+    CItem* selectedGroup();
 
     CTreeItemRoot m_root;
     std::map<QTreeWidgetItem*, CItem*> m_treeItems;
