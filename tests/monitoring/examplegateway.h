@@ -1,0 +1,8 @@
+#pragma once
+
+#include <QString>
+
+// The worked example with its first device emulating, so that the gateway
+// sends live values, written scrambled into `folder`. Returns the file's path,
+// empty on failure.
+QString writeEmulatedExample(const QString& folder);
