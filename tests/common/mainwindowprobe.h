@@ -25,5 +25,10 @@ struct MainWindowProbe
     static TableModelMonitoring* monitoringModel(MainWindow& w) { return w.m_monitoringModel; }
     static QTreeWidgetItem*& monitoredTreeItem(MainWindow& w) { return w.m_monitoredTreeItem; }
     static OPCUAWrapper*& client(MainWindow& w) { return w.m_client; }
+    static QMap<int, QList<QString>>& subscriptionRows(MainWindow& w) { return w.m_subscriptionRows; }
+    static QList<QList<QString>>& subscribedNames(MainWindow& w) { return w.m_subscribedNames; }
+    static QTimer* monitoringTimer(MainWindow& w) { return w.m_monitoringTimer; }
+    static QLabel* statusLabel(MainWindow& w) { return w.m_statusLabel; }
+    static bool& dialogConnected(MainWindow& w) { return w.m_dialogConnected; }
     static QString& serverOutput(MainWindow& w) { return w.m_serverOutput; }
 };
