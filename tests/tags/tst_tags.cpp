@@ -3,6 +3,7 @@
 #include "model/dataginfo.h"
 #include "model/emuldata_sin.h"
 #include "model/transform_linescaledata.h"
+#include "opcua/opcuawrapper.h"
 #include "tests/common/mainwindowprobe.h"
 #include "tests/common/modalwatcher.h"
 #include "views/tablemodelmonitoring.h"
@@ -438,6 +439,71 @@ private slots:
         QCOMPARE(MainWindowProbe::infoTag(w), (QList<QString>{"Channel_0.Device_0.Group_0.Tag_3", "4",
                                                               "Channel_0.Device_0.Group_0.Tag_4", "4"}));
         QCOMPARE(watcher.unexpectedCount(), 0);
+    }
+
+    // A client that is not connected refuses every call, as a server that
+    // answers with an error would.
+    void refusingServer()
+    {
+        ModalWatcher watcher;
+        OPCUAWrapper client; // outlives the window, which still points at it
+        MainWindow w;
+        w.show();
+        CItem* group = openExample(w, watcher);
+        MainWindowProbe::connected(w) = true;
+        MainWindowProbe::client(w) = &client;
+        QSignalSpy removed(MainWindowProbe::tagModel(w), &QAbstractItemModel::rowsRemoved);
+
+        // The worker stops at the refused exchange stop: its box comes up on
+        // the GUI thread and the busy dialog stays; only the test ends it here.
+        watcher.answer([](QWidget* d) {
+            child<QSpinBox>(d, "spinBox_5")->setValue(5);
+            qobject_cast<QDialog*>(d)->accept();
+        });
+        watcher.answer([&w](QWidget* box) {
+            ModalWatcher::pressButton(box, QMessageBox::Ok);
+            QTimer::singleShot(50, &w, [&w] { emit w.signalCloseProgressBar(0); });
+        });
+        w.on_add_tag_action_triggered();
+        QCOMPARE(watcher.seen().last().text, QString("Изменения канала завершилось неудачно"));
+        QVERIFY(client.exchangeRunning);
+        QCOMPARE(group->size(), 4u);
+        QCOMPARE(MainWindowProbe::infoTag(w).size(), 16);
+        MainWindowProbe::infoTag(w).clear();
+
+        // A refused edit keeps what the dialog wrote under the old key.
+        selectRows(w, {0});
+        watcher.answer([](QWidget* d) {
+            child<QLineEdit>(d, "nameEdit")->setText("Renamed");
+            qobject_cast<QDialog*>(d)->accept();
+        });
+        watcher.answer(QMessageBox::Ok);
+        w.tag_edit_action_triggered();
+        QCOMPARE(watcher.seen().last().text, QString("Изменение тега завершилось неудачно"));
+        QVERIFY(MainWindowProbe::infoTag(w).isEmpty());
+        QVERIFY(!group->FindChildByName("Renamed"));
+        QCOMPARE(group->begin()->second->GetName(), std::string("Renamed"));
+
+        selectRows(w, {1, 2});
+        watcher.answer(QMessageBox::Yes);
+        watcher.answer(QMessageBox::Ok);
+        w.tag_delete_action_triggered();
+        QCOMPARE(watcher.seen().last().text, QString("Удаление ноды завершилось неудачно"));
+        QCOMPARE(group->size(), 4u);
+        QCOMPARE(removed.count(), 0);
+
+        selectRows(w, {1});
+        w.tag_copy_action_triggered();
+        watcher.answer(QMessageBox::Ok);
+        w.tag_paste_action_triggered();
+        QCOMPARE(watcher.seen().last().text,
+                 QString("Добавление тега завершилось неудачно, на сервере произошла ошибка"));
+        QCOMPARE(group->size(), 4u);
+        QVERIFY(MainWindowProbe::infoTag(w).isEmpty());
+
+        QCOMPARE(watcher.unexpectedCount(), 0);
+        MainWindowProbe::client(w) = nullptr;
+        MainWindowProbe::connected(w) = false;
     }
 
     void holdingRegisterFormFitsItsTexts()
