@@ -86,11 +86,19 @@ QList<QVariant> TableModelMonitoring::groupValues(const QString& group) const
     return it == m_groupValues.end() ? QList<QVariant>() : it->second;
 }
 
+CItem* TableModelMonitoring::currentGroup() const
+{
+    // A name that a refused rename left behind finds no group: an empty table, not a crash.
+    auto it = m_items.find(m_groupName);
+    return it == m_items.end() ? nullptr : it->second;
+}
+
 int TableModelMonitoring::rowCount(const QModelIndex& parent) const
 {
-    if (parent.isValid() || m_items.empty())
+    if (parent.isValid())
         return 0;
-    return int(m_items.at(m_groupName)->size());
+    CItem* group = currentGroup();
+    return group ? int(group->size()) : 0;
 }
 
 int TableModelMonitoring::columnCount(const QModelIndex& parent) const
@@ -108,8 +116,8 @@ QVariant TableModelMonitoring::data(const QModelIndex& index, int role) const
         return QVariant();
     if (column == 0) {
         // The name is the first string property of a tag; read it straight from the node.
-        CItem* group = m_items.at(m_groupName);
-        if (row >= int(group->size()))
+        CItem* group = currentGroup();
+        if (!group || row >= int(group->size()))
             return QVariant();
         return QString::fromStdString(std::next(group->begin(), row)->second->GetName());
     }

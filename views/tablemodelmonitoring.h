@@ -38,6 +38,7 @@ public:
     QHash<int, QByteArray> roleNames() const override;
 
 private:
+    CItem* currentGroup() const;
     std::map<QString, CItem*> m_items;
     QString m_groupName;
     std::map<QString, QList<QVariant>> m_groupValues;

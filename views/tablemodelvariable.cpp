@@ -49,8 +49,8 @@ void TableModelVariable::setMapItem(std::map<QString, CItem*> items)
     beginResetModel();
     m_items = std::move(items);
     m_rowOrder.clear();
-    if (!m_items.empty()) {
-        m_rowOrder.resize(m_items.at(m_groupName)->size());
+    if (CItem* group = currentGroup()) {
+        m_rowOrder.resize(group->size());
         std::iota(m_rowOrder.begin(), m_rowOrder.end(), 0);
     }
     endResetModel();
@@ -65,11 +65,19 @@ void TableModelVariable::editNameGroup(QString oldName, QString newName)
     m_items.insert(std::move(node));
 }
 
+CItem* TableModelVariable::currentGroup() const
+{
+    // A name that a refused rename left behind finds no group: an empty table, not a crash.
+    auto it = m_items.find(m_groupName);
+    return it == m_items.end() ? nullptr : it->second;
+}
+
 int TableModelVariable::rowCount(const QModelIndex& parent) const
 {
-    if (parent.isValid() || m_items.empty())
+    if (parent.isValid())
         return 0;
-    return int(m_items.at(m_groupName)->size());
+    CItem* group = currentGroup();
+    return group ? int(group->size()) : 0;
 }
 
 int TableModelVariable::columnCount(const QModelIndex& parent) const
@@ -85,7 +93,8 @@ QVariant TableModelVariable::data(const QModelIndex& index, int role) const
     // Rows added since the last setMapItem or sort have no place in the order yet.
     if (index.row() >= int(m_rowOrder.size()))
         return QVariant();
-    CItem* tag = tagAt(m_items.at(m_groupName), m_rowOrder[index.row()]);
+    CItem* group = currentGroup();
+    CItem* tag = group ? tagAt(group, m_rowOrder[index.row()]) : nullptr;
     if (!tag)
         return QVariant();
     return propertyText(tag, index.column());
@@ -129,9 +138,9 @@ Qt::ItemFlags TableModelVariable::flags(const QModelIndex& index) const
 
 void TableModelVariable::sort(int column, Qt::SortOrder order)
 {
-    if (m_items.empty())
+    CItem* group = currentGroup();
+    if (!group)
         return;
-    CItem* group = m_items.at(m_groupName);
     beginResetModel();
     // Every sort starts from tree order.
     m_rowOrder.resize(group->size());

@@ -32,6 +32,7 @@ public:
     QHash<int, QByteArray> roleNames() const override;
 
 private:
+    CItem* currentGroup() const;
     std::map<QString, CItem*> m_items;
     QString m_groupName;
     // Visible row -> position of the tag among the group's children.

@@ -111,7 +111,10 @@ private slots:
         setConfigOpen(w, configOpen);
         setMonitoring(w, monitoring);
         w.setEnabledToolbar(mode);
-        QCOMPARE(enabledOf(w), enabled);
+        const QStringList actual = enabledOf(w);
+        // The flag alone, with no subscription behind it: nothing to stop at the end.
+        setMonitoring(w, false);
+        QCOMPARE(actual, enabled);
     }
 
     void saveLatchesAfterFirstChannel()
