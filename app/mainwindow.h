@@ -128,6 +128,8 @@ private:
     // The root row "Каналы", as the constructor and a new open make it.
     QTreeWidgetItem* createRootRow();
     void fillPropertyTable(const StrProps& props);
+    // Whether a row's node is still part of the tree.
+    bool isLiveNode(const CItem* node);
     // Properties tab to the front, tag and monitoring tabs off.
     void showPropertiesOnly();
     // The question boxes of closing and starting: a QMessageBox::StandardButtons

@@ -117,6 +117,10 @@ void MainWindow::on_treeWidget_itemSelectionChanged()
 
     for (QTreeWidgetItem* row : ui->treeWidget->selectedItems()) {
         CItem* node = m_treeItems[row];
+        // A failed open leaves the old rows in view over deleted nodes; such a
+        // row shows nothing rather than reading freed memory.
+        if (!isLiveNode(node))
+            continue;
         switch (row->type()) {
         case TreeItemRoot:
             setEnabledToolbar(TreeItemRoot);
@@ -165,6 +169,24 @@ void MainWindow::on_treeWidget_itemSelectionChanged()
             break;
         }
     }
+}
+
+bool MainWindow::isLiveNode(const CItem* node)
+{
+    if (node == &m_root)
+        return true;
+    for (const auto& channel : m_root) {
+        if (channel.second == node)
+            return true;
+        for (const auto& device : *channel.second) {
+            if (device.second == node)
+                return true;
+            for (const auto& group : *device.second)
+                if (group.second == node)
+                    return true;
+        }
+    }
+    return false;
 }
 
 QList<QString> MainWindow::findKeysContainingSubstring(std::map<QString, CItem*>& map, const QString& sub)

@@ -169,6 +169,9 @@ private slots:
         // The old rows stay in view; the tree holds what the reader managed.
         QCOMPARE(tree(w)->topLevelItem(0)->childCount(), rowsBefore);
         QCOMPARE(MainWindowProbe::root(w).size(), 1u);
+        // Their nodes are gone: selecting one shows nothing and doesn't crash.
+        tree(w)->setCurrentItem(tree(w)->topLevelItem(0)->child(1));
+        QCOMPARE(w.findChild<QTableWidget*>("tableWidget")->item(0, 0), nullptr);
 
         // A folder that doesn't exist: the plain writer can't tell, the
         // scrambling pass can, and the flag stays.
