@@ -1,0 +1,281 @@
+// Live monitoring of 10,000 tags at 100 ms against the gateway, through the
+// program's own commands: subscription creation time, the program's CPU in the
+// steady state, and how late a value shows in the table.
+//
+//   QT_QPA_PLATFORM=offscreen bench_monitoring [seconds]
+//
+// Latency: the table's probe group holds sine tags with periods of an hour or
+// more, computed by the gateway for each millisecond, so a shown value tells
+// the millisecond it was sampled; the sample is published at most one
+// publishing interval later, so "sample to table" bounds "publish to table"
+// from above. The time the value reached the client is given beside it.
+#include "app/mainwindow.h"
+#include "app/progressbar.h"
+#include "config/scrambler.h"
+#include "gatewayprocess.h"
+#include "opcua/opcuawrapper.h"
+#include "tests/common/modalwatcher.h"
+#include "views/tablemodelmonitoring.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QDateTime>
+#include <QElapsedTimer>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QTemporaryDir>
+#include <QTreeWidget>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <ctime>
+#include <map>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+namespace {
+
+constexpr int kDevices = 10;
+constexpr int kGroups = 10;
+constexpr int kTags = 100;
+constexpr int kProbes = 20;
+
+// Sine periods (s) whose phase stays clear of the peaks for the next ten
+// minutes, so that the value can be turned back into its time.
+std::vector<int> probePeriods()
+{
+    std::vector<int> periods;
+    const double now = QDateTime::currentMSecsSinceEpoch() / 1000.0;
+    for (int p = 3600; int(periods.size()) < kProbes; p += 37) {
+        bool clear = true;
+        for (double t = now; t < now + 600; t += 10)
+            clear = clear && std::fabs(std::cos(2 * M_PI * std::fmod(t, p) / p)) > 0.5;
+        if (clear)
+            periods.push_back(p);
+    }
+    return periods;
+}
+
+QString generate(const std::vector<int>& periods)
+{
+    QString text = "CHANNEL;1;2;3;4;5;6;7;8;9;10;11;12;13;14\n"
+                   ";Линия;COM-порт;MODBUS RTU;500;3;0;1;9600;8;1;Нет;Нет;Нет;Нет\n";
+    const QString tagHeader = "TAG;1;2;3;4;5;6;7;8;9;10;11;12;13;14;15;16;17\n";
+    for (int d = 0; d < kDevices; ++d) {
+        text += QString("DEVICE;1;2;3;4;5;6;7\n;Прибор_%1;%2;Да;125;2000;0;Да\n").arg(d).arg(d + 1);
+        for (int g = 0; g < kGroups; ++g) {
+            text += QString("GROUP;1;2;3\n;Группа_%1;100;мс\n").arg(g) + tagHeader;
+            // A third random, a third sine, a third constant: two thirds change every sample.
+            for (int t = 0; t < kTags; ++t) {
+                const QString emulation = t % 3 == 0   ? "Случайное число;"
+                                          : t % 3 == 1 ? "Синусоида;60"
+                                                       : "Константа;5";
+                text += QString(";Тег_%1;Входной регистр;%2;0;0;Да;;;Вещ32;BA DC;Нет;;;;;%3\n")
+                            .arg(t, 3, 10, QChar('0'))
+                            .arg(t * 2)
+                            .arg(emulation);
+            }
+        }
+    }
+    text += "DEVICE;1;2;3;4;5;6;7\n;Зонд;99;Да;125;2000;0;Да\nGROUP;1;2;3\n;Часы;1;мс\n" + tagHeader;
+    for (int i = 0; i < kProbes; ++i)
+        text += QString(";Период_%1;Входной регистр;%2;0;0;Да;;;Вещ32;BA DC;Нет;;;;;Синусоида;%3\n")
+                    .arg(i, 2, 10, QChar('0'))
+                    .arg(i * 2)
+                    .arg(periods[size_t(i)]);
+    return text;
+}
+
+// The sampling time (ms since the epoch) of a sine value of period `p` s,
+// taken as the latest candidate not after `nowMs`.
+double sampleTimeMs(double value, int p, qint64 nowMs)
+{
+    const double a = std::asin(std::clamp(value, -1.0, 1.0)) / (2 * M_PI);
+    double best = -1;
+    for (double phase : {a, 0.5 - a}) {
+        phase = phase - std::floor(phase);
+        const double periodMs = p * 1000.0;
+        double t = std::floor(nowMs / periodMs) * periodMs + phase * periodMs;
+        while (t > nowMs + 1)
+            t -= periodMs;
+        best = std::max(best, t);
+    }
+    return best;
+}
+
+double cpuMs()
+{
+    timespec ts;
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &ts);
+    return ts.tv_sec * 1e3 + ts.tv_nsec / 1e6;
+}
+
+double percentile(std::vector<double> v, double q)
+{
+    if (v.empty())
+        return -1;
+    std::sort(v.begin(), v.end());
+    return v[size_t(q * double(v.size() - 1))];
+}
+
+void runBusy(MainWindow& window, void (MainWindow::*body)(QString), const QString& arg)
+{
+    ProgressBar dialog(nullptr);
+    QObject::connect(&window, &MainWindow::signalCloseProgressBar, &dialog,
+                     &ProgressBar::slotCloseProgressBar);
+    std::thread worker(body, &window, arg);
+    worker.detach();
+    dialog.exec();
+}
+
+QTreeWidgetItem* findRow(QTreeWidgetItem* parent, const QString& text)
+{
+    for (int i = 0; i < parent->childCount(); ++i) {
+        if (parent->child(i)->text(0) == text)
+            return parent->child(i);
+        if (QTreeWidgetItem* found = findRow(parent->child(i), text))
+            return found;
+    }
+    return nullptr;
+}
+
+void select(QTreeWidget* tree, QTreeWidgetItem* row)
+{
+    tree->clearSelection();
+    tree->setCurrentItem(row);
+    row->setSelected(true);
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    QApplication app(argc, argv);
+    qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString&) {});
+    const int seconds = argc > 1 ? std::max(3, atoi(argv[1])) : 10;
+
+    QTemporaryDir dir;
+    const QString path = dir.filePath("monitoring.cfg");
+    const std::vector<int> periods = probePeriods();
+    if (!CScrambler::WriteFile(path, generate(periods))) {
+        std::fprintf(stderr, "bench_monitoring: can't write %s\n", qPrintable(path));
+        return 1;
+    }
+    GatewayProcess gateway;
+    if (!gateway.start(GatewayProcess::Options(path), 60000)) {
+        std::fprintf(stderr, "bench_monitoring: gateway did not start:\n%s\n", qPrintable(gateway.output()));
+        return 1;
+    }
+
+    MainWindow window;
+    window.resize(1200, 800);
+    window.show();
+    runBusy(window, &MainWindow::openCSVFile, path);
+    ModalWatcher watcher;
+    const QString url = gateway.url();
+    watcher.answer([url](QWidget* dialog) {
+        dialog->findChild<QLineEdit*>("le_device")->setText(url);
+        for (const char* name : {"pb_searchDevice", "pb_getEndPoint", "pb_connect", "pb_ok"})
+            dialog->findChild<QPushButton*>(name)->click();
+    });
+    window.findChild<QAction*>("action")->trigger();
+    OPCUAWrapper* client = OPCUAWrapper::GetInstance();
+    if (!client->connected) {
+        std::fprintf(stderr, "bench_monitoring: no connection\n");
+        return 1;
+    }
+
+    // The probe group is selected once so the table keeps its values, then the
+    // switch is pressed on an ordinary group, whose 100 ms apply to all.
+    auto* tree = window.findChild<QTreeWidget*>("treeWidget");
+    QTreeWidgetItem* probeRow = findRow(tree->topLevelItem(0), "Часы");
+    QTreeWidgetItem* groupRow = findRow(tree->topLevelItem(0), "Группа_0");
+    select(tree, probeRow);
+    select(tree, groupRow);
+    QElapsedTimer timer;
+    timer.start();
+    window.findChild<QAction*>("monitoring_action")->trigger();
+    const double subscribeMs = timer.nsecsElapsed() / 1e6;
+
+    // Arrival of each probe value at the client, on the loop's thread.
+    std::mutex arrivalsMutex;
+    std::map<QString, qint64> arrivals;
+    QObject::connect(
+        client, &OPCUAWrapper::signalDataChange, client,
+        [&](QVariantList v) {
+            if (v.size() == 5 && v.at(3).toString().contains("Период_")) {
+                std::lock_guard<std::mutex> lock(arrivalsMutex);
+                arrivals[v.at(3).toString() + "=" + v.at(1).toString()] = QDateTime::currentMSecsSinceEpoch();
+            }
+        },
+        Qt::DirectConnection);
+
+    select(tree, probeRow);
+    auto* model = window.findChild<TableModelMonitoring*>();
+    std::vector<QString> shown(kProbes);
+    std::vector<double> sampleToTable, arrivalToTable;
+    QObject::connect(model, &QAbstractItemModel::dataChanged, [&] {
+        const qint64 now = QDateTime::currentMSecsSinceEpoch();
+        for (int row = 0; row < kProbes; ++row) {
+            const QString value = model->data(model->index(row, 1)).toString();
+            if (value.isEmpty() || value == "0" || value == shown[size_t(row)])
+                continue;
+            shown[size_t(row)] = value;
+            sampleToTable.push_back(now - sampleTimeMs(value.toDouble(), periods[size_t(row)], now));
+            const QString name = model->data(model->index(row, 0)).toString();
+            std::lock_guard<std::mutex> lock(arrivalsMutex);
+            for (auto it = arrivals.begin(); it != arrivals.end(); ++it)
+                if (it->first.contains(name + "=") && it->first.section('=', 1).startsWith(value)) {
+                    arrivalToTable.push_back(double(now - it->second));
+                    break;
+                }
+        }
+        std::lock_guard<std::mutex> lock(arrivalsMutex);
+        if (arrivals.size() > 5000)
+            arrivals.clear();
+    });
+
+    // Warm-up, then the steady state.
+    QElapsedTimer wait;
+    wait.start();
+    while (wait.elapsed() < 3000)
+        app.processEvents(QEventLoop::AllEvents, 50);
+    sampleToTable.clear();
+    arrivalToTable.clear();
+    const double cpu0 = cpuMs();
+    wait.restart();
+    while (wait.elapsed() < seconds * 1000)
+        app.processEvents(QEventLoop::AllEvents, 50);
+    const double cpuPercent = (cpuMs() - cpu0) / double(wait.elapsed()) * 100.0;
+
+    // Calls made on the GUI thread while the loop delivers this load.
+    double slowestCall = 0;
+    for (int i = 0; i < 10; ++i) {
+        timer.restart();
+        client->exchangeRunning = true;
+        client->callMethodStartStopExchange();
+        client->callMethodStartStopExchange();
+        slowestCall = std::max(slowestCall, timer.nsecsElapsed() / 1e6 / 2);
+    }
+
+    timer.restart();
+    window.findChild<QAction*>("monitoring_action")->trigger();
+    const double unsubscribeMs = timer.nsecsElapsed() / 1e6;
+
+    std::printf("tags monitored:               %d (+%d probes), interval 100 ms\n",
+                kDevices * kGroups * kTags, kProbes);
+    std::printf("subscription creation:        %.0f ms (target <= 3000)\n", subscribeMs);
+    std::printf("steady-state CPU, %2d s:       %.1f %% of one core (target <= 25)\n", seconds, cpuPercent);
+    std::printf("sample -> table, %zu values:  median %.0f ms, p99 %.0f ms, max %.0f ms (target <= 300)\n",
+                sampleToTable.size(), percentile(sampleToTable, 0.5), percentile(sampleToTable, 0.99),
+                percentile(sampleToTable, 1.0));
+    std::printf("client arrival -> table:      median %.0f ms, p99 %.0f ms, max %.0f ms (%zu values)\n",
+                percentile(arrivalToTable, 0.5), percentile(arrivalToTable, 0.99),
+                percentile(arrivalToTable, 1.0), arrivalToTable.size());
+    std::printf("method call during monitoring: slowest %.1f ms\n", slowestCall);
+    std::printf("subscription removal:         %.0f ms\n", unsubscribeMs);
+    client->disconnectToServer();
+    return 0;
+}
