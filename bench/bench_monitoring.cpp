@@ -4,11 +4,10 @@
 //
 //   QT_QPA_PLATFORM=offscreen bench_monitoring [seconds]
 //
-// Latency: the table's probe group holds sine tags with periods of an hour or
-// more, computed by the gateway for each millisecond, so a shown value tells
-// the millisecond it was sampled; the sample is published at most one
-// publishing interval later, so "sample to table" bounds "publish to table"
-// from above. The time the value reached the client is given beside it.
+// Latency: the table's probe group holds sine tags that the gateway computes
+// for each millisecond, so a shown value tells the millisecond it was sampled; the sample is published at
+// most one publishing interval later, so "sample to table" bounds "publish to table" from above. The time the
+// value reached the client is given beside it.
 #include "app/mainwindow.h"
 #include "app/progressbar.h"
 #include "config/scrambler.h"
@@ -24,6 +23,7 @@
 #include <QLineEdit>
 #include <QPushButton>
 #include <QTemporaryDir>
+#include <QTimer>
 #include <QTreeWidget>
 
 #include <algorithm>
@@ -42,19 +42,12 @@ constexpr int kGroups = 10;
 constexpr int kTags = 100;
 constexpr int kProbes = 20;
 
-// Sine periods (s) whose phase stays clear of the peaks for the next ten
-// minutes, so that the value can be turned back into its time.
+// Sine periods of the probe tags (the gateway allows 1 to 60 s).
 std::vector<int> probePeriods()
 {
     std::vector<int> periods;
-    const double now = QDateTime::currentMSecsSinceEpoch() / 1000.0;
-    for (int p = 3600; int(periods.size()) < kProbes; p += 37) {
-        bool clear = true;
-        for (double t = now; t < now + 600; t += 10)
-            clear = clear && std::fabs(std::cos(2 * M_PI * std::fmod(t, p) / p)) > 0.5;
-        if (clear)
-            periods.push_back(p);
-    }
+    for (int i = 0; i < kProbes; ++i)
+        periods.push_back(60 - i);
     return periods;
 }
 
@@ -74,7 +67,7 @@ QString generate(const std::vector<int>& periods)
                                                        : "Константа;5";
                 text += QString(";Тег_%1;Входной регистр;%2;0;0;Да;;;Вещ32;BA DC;Нет;;;;;%3\n")
                             .arg(t, 3, 10, QChar('0'))
-                            .arg(t * 2)
+                            .arg(t * 2 + 1)
                             .arg(emulation);
             }
         }
@@ -83,26 +76,29 @@ QString generate(const std::vector<int>& periods)
     for (int i = 0; i < kProbes; ++i)
         text += QString(";Период_%1;Входной регистр;%2;0;0;Да;;;Вещ32;BA DC;Нет;;;;;Синусоида;%3\n")
                     .arg(i, 2, 10, QChar('0'))
-                    .arg(i * 2)
+                    .arg(i * 2 + 1)
                     .arg(periods[size_t(i)]);
     return text;
 }
 
-// The sampling time (ms since the epoch) of a sine value of period `p` s,
-// taken as the latest candidate not after `nowMs`.
+// The sampling time (ms since the epoch) of a sine value of period `p` s:
+// of the two times in a period with this value, the one in the last two
+// seconds. Values near the peaks are ambiguous and give -1.
 double sampleTimeMs(double value, int p, qint64 nowMs)
 {
-    const double a = std::asin(std::clamp(value, -1.0, 1.0)) / (2 * M_PI);
-    double best = -1;
+    if (std::fabs(value) > 0.95)
+        return -1;
+    const double a = std::asin(value) / (2 * M_PI);
+    const double periodMs = p * 1000.0;
     for (double phase : {a, 0.5 - a}) {
         phase = phase - std::floor(phase);
-        const double periodMs = p * 1000.0;
         double t = std::floor(nowMs / periodMs) * periodMs + phase * periodMs;
-        while (t > nowMs + 1)
+        if (t > nowMs + 1)
             t -= periodMs;
-        best = std::max(best, t);
+        if (nowMs - t < 2000)
+            return t;
     }
-    return best;
+    return -1;
 }
 
 double cpuMs()
@@ -223,7 +219,9 @@ int main(int argc, char** argv)
             if (value.isEmpty() || value == "0" || value == shown[size_t(row)])
                 continue;
             shown[size_t(row)] = value;
-            sampleToTable.push_back(now - sampleTimeMs(value.toDouble(), periods[size_t(row)], now));
+            const double sampled = sampleTimeMs(value.toDouble(), periods[size_t(row)], now);
+            if (sampled > 0)
+                sampleToTable.push_back(now - sampled);
             const QString name = model->data(model->index(row, 0)).toString();
             std::lock_guard<std::mutex> lock(arrivalsMutex);
             for (auto it = arrivals.begin(); it != arrivals.end(); ++it)
@@ -237,17 +235,19 @@ int main(int argc, char** argv)
             arrivals.clear();
     });
 
-    // Warm-up, then the steady state.
-    QElapsedTimer wait;
-    wait.start();
-    while (wait.elapsed() < 3000)
-        app.processEvents(QEventLoop::AllEvents, 50);
+    // Warm-up, then the steady state, with the event loop waiting as it does in the program.
+    auto runFor = [](int ms) {
+        QEventLoop loop;
+        QTimer::singleShot(ms, &loop, &QEventLoop::quit);
+        loop.exec();
+    };
+    runFor(3000);
     sampleToTable.clear();
     arrivalToTable.clear();
     const double cpu0 = cpuMs();
-    wait.restart();
-    while (wait.elapsed() < seconds * 1000)
-        app.processEvents(QEventLoop::AllEvents, 50);
+    QElapsedTimer wait;
+    wait.start();
+    runFor(seconds * 1000);
     const double cpuPercent = (cpuMs() - cpu0) / double(wait.elapsed()) * 100.0;
 
     // Calls made on the GUI thread while the loop delivers this load.
