@@ -3,6 +3,7 @@
 #include "app/aboutdialog.h"
 #include "app/guithread.h"
 #include "app/logging.h"
+#include "opcua/opcuawrapper.h"
 #include "ui_mainwindow.h"
 #include "views/tablemodelmonitoring.h"
 #include "views/tablemodelvariable.h"
@@ -79,6 +80,11 @@ MainWindow::~MainWindow()
 {
     if (m_monitoring)
         on_monitoring_action_triggered();
+    if (m_client)
+        m_client->disconnectToServer();
+    // The tree goes before the widgets: the views must stop reading it first.
+    ui->tableView->setModel(nullptr);
+    ui->tableView_2->setModel(nullptr);
     delete ui;
 }
 
