@@ -67,7 +67,8 @@ private slots:
         // Starting again asks about a restart; No leaves the gateway alone.
         watcher.answer(QMessageBox::No);
         w.on_run_server_action_triggered();
-        QCOMPARE(watcher.seen().last().text, QString("Сервер уже запущен, перезапустить с новыми настройками?"));
+        QCOMPARE(watcher.seen().last().text,
+                 QString("Сервер уже запущен, перезапустить с новыми настройками?"));
         QVERIFY(MainWindowProbe::connected(w));
 
         watcher.answer(QMessageBox::Ok);
