@@ -340,6 +340,145 @@ private slots:
             QVERIFY2(seen.title != "Внимание", qPrintable(seen.text));
         QCOMPARE(watcher.unexpectedCount(), 0);
     }
+
+    // A second client gets there first or takes nodes away; the program then
+    // shows the refusal and keeps what that command keeps.
+    void refusalsOfTheGateway()
+    {
+        GatewayProcess gateway;
+        ModalWatcher watcher;
+        MainWindow w;
+        w.show();
+        openAndConnect(w, watcher, gateway);
+        SecondClient other;
+        QVERIFY(other.connect(gateway.url()));
+        CTreeItemRoot& root = MainWindowProbe::root(w);
+        auto& groups = MainWindowProbe::groups(w);
+        CItem* channel0 = root.FindChildByName("Channel_0");
+        CItem* channel1 = root.FindChildByName("Channel_1");
+        CItem* device0 = channel0->FindChildByName("Device_0");
+        CItem* group0 = device0->FindChildByName("Group_0");
+        int mark = gateway.output().size();
+        // The box, and in the log the client's failed call followed by the same text.
+        auto refused = [&](const QString& text) {
+            const QStringList warnings = takeWarnings();
+            return watcher.seen().last().title == "Внимание" && watcher.seen().last().text == text &&
+                   warnings.size() == 2 && warnings.first().startsWith("Ошибка вызова метода") &&
+                   warnings.last() == text;
+        };
+
+        // Names taken on the gateway: the added channel and device are undone.
+        QCOMPARE(other.call("addNode", "Каналы;1;Channel_2;0;500;3;0;0;9;9600;8;1;0;0;0;0"), QString("Good"));
+        select(w, tree(w)->topLevelItem(0));
+        fill(watcher, [](QWidget* d) { child<QSpinBox>(d, "comNoBox")->setValue(5); });
+        watcher.answer(QMessageBox::Ok);
+        w.on_add_channel_action_triggered();
+        QVERIFY(refused("Добавление канала завершилось неудачно, на сервере произошла ошибка"));
+        QVERIFY(printedSince(gateway, mark).contains("Метод addNode: BadNodeIdExists"));
+        QCOMPARE(root.size(), 2u);
+        QCOMPARE(tree(w)->topLevelItem(0)->childCount(), 2);
+        QVERIFY(MainWindowProbe::infoChannel(w).isEmpty());
+
+        QCOMPARE(other.call("addNode", "Channel_0;2;Device_1"), QString("Good"));
+        select(w, rowOf(w, device0));
+        fill(watcher, [](QWidget*) {});
+        watcher.answer(QMessageBox::Ok);
+        w.on_add_device_action_triggered();
+        QVERIFY(refused("Добавление устройства завершилось неудачно, на сервере произошла ошибка"));
+        QCOMPARE(channel0->size(), 1u);
+        QCOMPARE(rowOf(w, channel0)->childCount(), 1);
+
+        QCOMPARE(other.call("addNode", "Channel_0.Device_0;3;Medium;1;0"), QString("Good"));
+        select(w, rowOf(w, device0));
+        rename(watcher, "Medium");
+        watcher.answer(QMessageBox::Ok);
+        w.on_add_group_action_triggered();
+        QVERIFY(refused("Добавление группы завершилось неудачно, на сервере произошла ошибка"));
+        QCOMPARE(device0->size(), 1u);
+        QCOMPARE(groups.count("Channel_0.Device_0.Medium"), size_t(0));
+
+        // The group goes to the gateway before the local check: a name taken
+        // only here leaves the gateway with a new, empty group of that name.
+        QCOMPARE(other.call("deleteNode", "Channel_0.Device_0.Group_0"), QString("Good"));
+        select(w, rowOf(w, device0));
+        rename(watcher, "Group_0");
+        watcher.answer(QMessageBox::Ok);
+        w.on_add_group_action_triggered();
+        QCOMPARE(watcher.seen().last().text,
+                 QString("Добавление группы завершилось неудачно, обнаружен дубликат"));
+        QVERIFY(takeWarnings().isEmpty()); // this one is not logged
+        QVERIFY(printedSince(gateway, mark).contains("Метод addNode: Good"));
+        QCOMPARE(other.children("Channel_0.Device_0.Group_0"), QStringList());
+        QCOMPARE(device0->FindChildByName("Group_0"), group0);
+        QCOMPARE(group0->size(), 3u);
+
+        // Parents that the gateway no longer has.
+        QCOMPARE(other.call("deleteNode", "Channel_1"), QString("Good"));
+        select(w, rowOf(w, channel1));
+        fill(watcher, [](QWidget*) {});
+        watcher.answer(QMessageBox::Ok);
+        w.on_add_device_action_triggered();
+        QVERIFY(refused("Добавление устройства завершилось неудачно, на сервере произошла ошибка"));
+        QVERIFY(printedSince(gateway, mark).contains("Метод addNode: BadNodeIdUnknown"));
+        QCOMPARE(channel1->size(), 0u);
+
+        QCOMPARE(other.call("deleteNode", "Channel_0.Device_0"), QString("Good"));
+        select(w, rowOf(w, device0));
+        fill(watcher, [](QWidget*) {});
+        watcher.answer(QMessageBox::Ok);
+        w.on_add_group_action_triggered();
+        QVERIFY(refused("Добавление группы завершилось неудачно, на сервере произошла ошибка"));
+        QCOMPARE(device0->size(), 1u);
+
+        // A refused edit keeps what the dialog wrote and the whole list.
+        select(w, rowOf(w, device0));
+        fill(watcher, [](QWidget* d) { child<QSpinBox>(d, "addressBox")->setValue(9); });
+        watcher.answer(QMessageBox::Ok);
+        w.on_edit_action_triggered();
+        QVERIFY(refused("Изменения устройства завершилось неудачно"));
+        QVERIFY(printedSince(gateway, mark).contains("Метод editNode: BadNodeIdUnknown"));
+        QCOMPARE(static_cast<CDeviceInfo*>(device0)->Addr, uint8_t(9));
+        QCOMPARE(MainWindowProbe::infoDevice(w).size(), 9);
+        MainWindowProbe::infoDevice(w).clear();
+
+        // A refused delete takes the row away and leaves the node.
+        select(w, rowOf(w, group0));
+        watcher.answer(QMessageBox::Yes);
+        watcher.answer(QMessageBox::Ok);
+        w.on_delete_action_triggered();
+        QVERIFY(refused("Удаление ноды завершилось неудачно"));
+        QVERIFY(printedSince(gateway, mark).contains("Метод deleteNode: BadNodeIdUnknown"));
+        QCOMPARE(rowOf(w, device0)->childCount(), 0);
+        QCOMPARE(device0->FindChildByName("Group_0"), group0);
+        QCOMPARE(groups.count("Channel_0.Device_0.Group_0"), size_t(1));
+        select(w, rowOf(w, device0));
+        watcher.answer(QMessageBox::Yes);
+        watcher.answer(QMessageBox::Ok);
+        w.on_delete_action_triggered();
+        QVERIFY(refused("Удаление ноды завершилось неудачно"));
+        QCOMPARE(rowOf(w, channel0)->childCount(), 0);
+        QCOMPARE(channel0->FindChildByName("Device_0"), device0);
+
+        // The channel edit stops the exchange, is refused, and the exchange
+        // stays stopped: nothing starts it again.
+        select(w, rowOf(w, channel1));
+        rename(watcher, "Шлюз");
+        watcher.answer(QMessageBox::Ok);
+        w.on_edit_action_triggered();
+        QVERIFY(refused("Изменения канала завершилось неудачно"));
+        const QString edit = printedSince(gateway, mark);
+        QVERIFY(edit.contains("Вызов метода stopExchange: emul"));
+        QVERIFY(edit.contains("Метод editNode: BadNodeIdUnknown"));
+        QVERIFY2(!edit.contains("startExchange"), qPrintable(edit));
+        QVERIFY(!MainWindowProbe::client(w)->exchangeRunning);
+        QCOMPARE(channel1->GetName(), std::string("Шлюз"));
+        QCOMPARE(rowOf(w, channel1)->text(0), QString("Channel_1"));
+
+        // The gateway ends up with what the second client and the accepted calls made.
+        QCOMPARE(other.children("Каналы"), QStringList({"Channel_0", "Channel_2"}));
+        QCOMPARE(other.children("Channel_0"), QStringList{"Device_1"});
+        QCOMPARE(watcher.unexpectedCount(), 0);
+    }
 };
 
 QTEST_MAIN(ConnectedItemsTest)
