@@ -13,7 +13,7 @@ enum class Form
     Flag     // "1" or "0"
 };
 
-struct FieldSpec
+struct FieldRule
 {
     int field;
     Form form;
@@ -21,25 +21,25 @@ struct FieldSpec
     std::int64_t max;
 };
 
-const FieldSpec kSerialChannel[] = {
+const FieldRule kSerialChannel[] = {
     {3, Form::Decimal, 0, 1},        {4, Form::Decimal, 20, 60000}, {5, Form::Decimal, 1, 20},
     {6, Form::Decimal, 0, 10000},    {7, Form::Decimal, 0, 2},      {8, Form::Decimal, 0, 1000},
     {9, Form::Decimal, 300, 256000}, {10, Form::Decimal, 7, 8},     {11, Form::Decimal, 1, 2},
     {12, Form::Decimal, 0, 4},       {13, Form::Flag, 0, 1},        {14, Form::Decimal, 0, 3},
     {15, Form::Decimal, 0, 2}};
 
-const FieldSpec kTcpChannel[] = {{3, Form::Decimal, 0, 1},     {4, Form::Decimal, 20, 60000},
+const FieldRule kTcpChannel[] = {{3, Form::Decimal, 0, 1},     {4, Form::Decimal, 20, 60000},
                                  {5, Form::Decimal, 1, 20},    {6, Form::Decimal, 0, 10000},
                                  {7, Form::Decimal, 0, 2},     {8, Form::Decimal, 0, 4294967295LL},
                                  {9, Form::Decimal, 1, 65535}, {10, Form::Decimal, 20, 120000}};
 
-const FieldSpec kDevice[] = {{3, Form::Char, 0, 255}, {4, Form::Flag, 0, 1},    {5, Form::Flag, 0, 1},
+const FieldRule kDevice[] = {{3, Form::Char, 0, 255}, {4, Form::Flag, 0, 1},    {5, Form::Flag, 0, 1},
                              {6, Form::Char, 1, 125}, {7, Form::Char, 1, 2000}, {8, Form::Char, 0, 123}};
 
-const FieldSpec kGroup[] = {{3, Form::Decimal, 0, 86400000}, {4, Form::Decimal, 0, 3}};
+const FieldRule kGroup[] = {{3, Form::Decimal, 0, 86400000}, {4, Form::Decimal, 0, 3}};
 
 // Address 0 is let through: a series of states that wraps past 65535 sends it.
-const FieldSpec kTag[] = {
+const FieldRule kTag[] = {
     {3, Form::Decimal, 0, 3},  {4, Form::Decimal, 0, 65535}, {5, Form::Decimal, 0, 23},
     {6, Form::Order, 0, 3},    {7, Form::Flag, 0, 1},        {8, Form::Flag, 0, 1},
     {9, Form::Flag, 0, 1},     {10, Form::Decimal, 0, 2000}, {11, Form::Decimal, 0, 2000},
@@ -127,7 +127,7 @@ bool ValidName(const std::string& name)
 }
 
 template <std::size_t N>
-bool ParseFields(const std::vector<std::string>& f, const FieldSpec (&specs)[N], CMethodArgument& out,
+bool ParseFields(const std::vector<std::string>& f, const FieldRule (&rules)[N], CMethodArgument& out,
                  std::string& error)
 {
     // A ";" sent as a one-character number splits into two empty fields; the
@@ -135,14 +135,14 @@ bool ParseFields(const std::vector<std::string>& f, const FieldSpec (&specs)[N],
     std::size_t surplus = f.size() > N + 3 ? f.size() - (N + 3) : 0;
     std::size_t cursor = 3;
     out.values.assign(N + 3, std::nullopt);
-    for (const FieldSpec& spec : specs) {
+    for (const FieldRule& rule : rules) {
         if (cursor >= f.size())
             break;
         const std::string& text = f[cursor];
         const bool last = cursor + 1 == f.size();
         std::int64_t v = 0;
         bool ok = false;
-        switch (spec.form) {
+        switch (rule.form) {
         case Form::Decimal:
             ok = ParseDecimal(text, v);
             break;
@@ -171,14 +171,14 @@ bool ParseFields(const std::vector<std::string>& f, const FieldSpec (&specs)[N],
             break;
         }
         if (!ok) {
-            error = "field " + std::to_string(spec.field) + " unreadable";
+            error = "field " + std::to_string(rule.field) + " unreadable";
             return false;
         }
-        if (v < spec.min || v > spec.max) {
-            error = "field " + std::to_string(spec.field) + " out of range";
+        if (v < rule.min || v > rule.max) {
+            error = "field " + std::to_string(rule.field) + " out of range";
             return false;
         }
-        out.values[spec.field] = v;
+        out.values[rule.field] = v;
         ++cursor;
         if (last && text.empty())
             break;
