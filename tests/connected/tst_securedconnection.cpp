@@ -1,0 +1,194 @@
+#include "app/mainwindow.h"
+#include "gatewayprocess.h"
+#include "opcua/opcuawrapper.h"
+#include "tests/common/mainwindowprobe.h"
+#include "tests/common/modalwatcher.h"
+
+#include <QComboBox>
+#include <QLineEdit>
+#include <QProcess>
+#include <QPushButton>
+#include <QSignalSpy>
+#include <QTableWidget>
+#include <QTextEdit>
+#include <QtTest>
+
+namespace {
+
+const char kSecure[] = "http://opcfoundation.org/UA/SecurityPolicy#Basic256Sha256 (Sign and Encrypt)";
+
+void quiet(QtMsgType, const QMessageLogContext&, const QString&) {}
+
+QString lastLine(const QSignalSpy& spy)
+{
+    return spy.isEmpty() ? QString() : spy.last().first().toString();
+}
+
+} // namespace
+
+// The whole road to a secured session: certificates from the certificate
+// tool, users written by the users dialog, a gateway started on both, and the
+// program's client logging in with a password and with its certificate.
+class SecuredConnectionTest : public QObject
+{
+    Q_OBJECT
+
+private:
+    QTemporaryDir m_dir;
+    QString m_startDir;
+    QString m_config;
+    QString m_gatewayCert, m_gatewayKey, m_gatewayTrust;
+    QString m_clientCert, m_clientKey, m_clientTrust;
+
+    QString folder(const QString& name)
+    {
+        const QString path = m_dir.filePath(name);
+        QDir().mkpath(path);
+        return path;
+    }
+
+    // Finds the gateway and opens a session on its encrypted endpoint.
+    static int connectSecured(OPCUAWrapper& client, const QString& url, int authKind, const QString& user,
+                              const QString& password)
+    {
+        QSignalSpy endpoints(&client, &OPCUAWrapper::signalSetEndpointDlgSearchDevice);
+        if (client.findServers(url) != 0 || client.getEndpoints(url) != 0 || endpoints.isEmpty() ||
+            !endpoints.first().first().toStringList().contains(kSecure))
+            return -1;
+        return client.connectToServer(url, kSecure, true, authKind, user, password);
+    }
+
+private slots:
+    void initTestCase()
+    {
+        qInstallMessageHandler(quiet);
+        m_startDir = QDir::currentPath();
+        m_config = m_dir.filePath("secured.cfg");
+        QVERIFY(QFile::copy(QString(VELMORA_TEST_DATA) + "/worked_example.cfg", m_config));
+        QVERIFY(QFile::setPermissions(m_config, QFile::ReadOwner | QFile::WriteOwner));
+        m_gatewayTrust = folder("gateway-trust");
+        m_clientTrust = folder("client-trust");
+    }
+
+    void cleanup()
+    {
+        OPCUAWrapper::SetCertificateChooser(nullptr);
+        QDir::setCurrent(m_startDir);
+    }
+
+    // The gateway's pair through the program's certificate command (the tool in
+    // the working directory), the client's by running the tool with the same
+    // argument form; users through the users command on the open configuration.
+    void certificatesAndUsersFromTheProgram()
+    {
+        const QString work = folder("work");
+        QVERIFY(
+            QFile::link(QString(VELMORA_BIN_DIR) + "/generate_certificate", work + "/generate_certificate"));
+        QVERIFY(QDir::setCurrent(work));
+        const QString gatewayPki = folder("gateway-pki");
+
+        ModalWatcher watcher;
+        MainWindow w;
+        watcher.answer([&](QWidget* d) {
+            d->findChild<QLineEdit*>("lineEdit_organization_name")->setText("Velmora");
+            d->findChild<QTextEdit*>("textEdit_domains")->setPlainText("localhost");
+            d->findChild<QTextEdit*>("textEdit_ip_adresses")->setPlainText("127.0.0.1");
+            d->findChild<QLineEdit*>("lineEdit_outputCatalogCert")->setText(gatewayPki);
+            d->findChild<QLineEdit*>("lineEdit_outputCatalogKey")->setText(gatewayPki);
+            d->findChild<QPushButton*>("pushButton_ok")->click();
+        });
+        watcher.answer(QMessageBox::Ok);
+        w.on_create_certiifcates_triggered();
+        QCOMPARE(watcher.seen().last().title, QString("Успешно"));
+        QCOMPARE(watcher.seen().last().text, QString("Сертификаты успешно созданы!"));
+        m_gatewayCert = gatewayPki + "/server_cert.der";
+        m_gatewayKey = gatewayPki + "/server_key.pem";
+        QVERIFY(QFile::exists(m_gatewayCert) && QFile::exists(m_gatewayKey));
+
+        const QString clientPki = folder("client-pki");
+        const QString arguments =
+            QString("-CN=client -O=Velmora -OU= -ST= -L= -C=RU -DNS=localhost -IP=127.0.0.1 -size=2048 "
+                    "-alg=Sha256 -val=1825 -der=%1 -pem=%1")
+                .arg(clientPki);
+        QProcess tool;
+        tool.start("./generate_certificate", arguments.split(' '));
+        QVERIFY(tool.waitForFinished(60000));
+        QCOMPARE(tool.exitCode(), 0);
+        m_clientCert = clientPki + "/server_cert.der";
+        m_clientKey = clientPki + "/server_key.pem";
+
+        // Each side trusts the other's certificate.
+        QVERIFY(QFile::copy(m_clientCert, m_gatewayTrust + "/client.der"));
+        QVERIFY(QFile::copy(m_gatewayCert, m_clientTrust + "/gateway.der"));
+
+        watcher.answerFile(m_config);
+        w.on_open_action_triggered();
+        QCOMPARE(MainWindowProbe::configPath(w), m_config);
+        watcher.answer([](QWidget* d) {
+            for (const auto& user : {std::pair("оператор", "секрет 1"), std::pair("admin", "")}) {
+                d->findChild<QLineEdit*>("lineEdit_login")->setText(user.first);
+                d->findChild<QLineEdit*>("lineEdit_password")->setText(user.second);
+                d->findChild<QPushButton*>("pushButton_add_user")->click();
+            }
+            QCOMPARE(d->findChild<QTableWidget*>("tableWidget_users")->rowCount(), 2);
+            qobject_cast<QDialog*>(d)->accept();
+        });
+        w.on_action_addUsers_triggered();
+        QCOMPARE(watcher.pending(), 0);
+        QCOMPARE(watcher.unexpectedCount(), 0);
+    }
+
+    void passwordAndCertificateSessions()
+    {
+        if (m_clientCert.isEmpty())
+            QSKIP("no certificates");
+        GatewayProcess::Options options(m_config);
+        options.anonymous = false;
+        options.certificate = m_gatewayCert;
+        options.privateKey = m_gatewayKey;
+        options.trustFolder = m_gatewayTrust;
+        GatewayProcess gateway;
+        QVERIFY2(gateway.start(options), qPrintable(gateway.output()));
+        OPCUAWrapper::SetCertificateChooser([this](const CertificatePaths&) {
+            return CertificatePaths{m_clientCert, m_clientKey, m_clientTrust};
+        });
+
+        OPCUAWrapper client;
+        QSignalSpy log(&client, &OPCUAWrapper::signalSetLogDlgSearchDevice);
+
+        // Both users of the dialog, the second with an empty password.
+        QCOMPARE(connectSecured(client, gateway.url(), 2, "оператор", "секрет 1"), 0);
+        QTRY_VERIFY(gateway.output().contains("Сессия открыта: пользователь \"оператор\", "
+                                              "Basic256Sha256 (SignAndEncrypt)"));
+        QVERIFY(client.getVecNodes().contains("ns=2;s=Channel_0.Device_0.Group_0.Tag_1"));
+        client.exchangeRunning = true;
+        QVERIFY(client.callMethodStartStopExchange());
+        QVERIFY(client.callMethodStartStopExchange());
+        QCOMPARE(client.disconnectToServer(), 0);
+        QCOMPARE(connectSecured(client, gateway.url(), 2, "admin", ""), 0);
+        QCOMPARE(client.disconnectToServer(), 0);
+
+        // A wrong password, and a password that belongs to another user.
+        QCOMPARE(connectSecured(client, gateway.url(), 2, "оператор", "секрет"), 1);
+        QCOMPARE(lastLine(log),
+                 QString("Не удалось подключиться к конечной точке. Код ошибки BadUserAccessDenied"));
+        QCOMPARE(connectSecured(client, gateway.url(), 2, "admin", "секрет 1"), 1);
+        QVERIFY(!client.connected);
+        QTRY_VERIFY(gateway.output().contains("Сессия отклонена: пользователь \"admin\""));
+
+        // The certificate as the identity; the session can change the gateway.
+        QCOMPARE(connectSecured(client, gateway.url(), 3, "", ""), 0);
+        QTRY_VERIFY(gateway.output().contains("Сессия открыта: сертификат пользователя, "
+                                              "Basic256Sha256 (SignAndEncrypt)"));
+        QVERIFY(client.callAddNode({"Channel_0.Device_0", "3", "Secure", "1", "0"}));
+        QVERIFY(client.getVecNodes().contains("ns=2;s=Channel_0.Device_0"));
+        QCOMPARE(client.disconnectToServer(), 0);
+
+        // No anonymous sessions on this gateway, encrypted or not.
+        QCOMPARE(connectSecured(client, gateway.url(), 1, "", ""), 1);
+        QCOMPARE(gateway.stop(), 0);
+    }
+};
+
+QTEST_MAIN(SecuredConnectionTest)
+#include "tst_securedconnection.moc"
