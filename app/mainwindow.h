@@ -174,6 +174,10 @@ private:
     bool m_plainFormat = false;
     TableModelVariable* m_tagModel = nullptr;
     TableModelMonitoring* m_monitoringModel = nullptr;
+    // Values that come while monitoringOn is still building the routing table
+    // wait here for it instead of being lost.
+    bool m_monitoringStarting = false;
+    QList<QList<QVariant>> m_earlyValues;
 
     // Tests read and set the state through this one door.
     friend struct MainWindowProbe;

@@ -159,13 +159,22 @@ int MainWindow::monitoringOn(CGroupInfo* group, int interval, std::string name)
             }
 
     // The routing table is read by slotDataChange on the GUI thread, which keeps
-    // taking queued values while this worker runs: it is replaced there.
+    // taking queued values while this worker runs: it is replaced there, and
+    // the first values, which come before it, are held until then.
+    GuiThread::run([this] { m_monitoringStarting = true; });
     QMap<int, QList<QString>> rows;
-    if (m_client->subscriptionTag(m_subscribedNames, interval, rows) != 0) {
+    const int subscribed = m_client->subscriptionTag(m_subscribedNames, interval, rows);
+    GuiThread::run([this, subscribed, &rows] {
+        if (subscribed == 0)
+            m_subscriptionRows = rows;
+        m_monitoringStarting = false;
+        for (const QList<QVariant>& message : std::exchange(m_earlyValues, {}))
+            slotDataChange(message);
+    });
+    if (subscribed != 0) {
         emit signalCloseProgressBar(10);
         return 1;
     }
-    GuiThread::run([this, &rows] { m_subscriptionRows = rows; });
 
     m_client->setStatusIterate(true);
     m_iterateThread = m_client->runIterate();
@@ -201,6 +210,10 @@ void MainWindow::slotDataChange(QList<QVariant> message)
     if (!ui->tabWidget->isTabEnabled(2) || message.size() < 5)
         return;
     const auto subscription = m_subscriptionRows.constFind(int(message.at(4).toUInt()));
+    if (subscription == m_subscriptionRows.constEnd() && m_monitoringStarting) {
+        m_earlyValues << message;
+        return;
+    }
     if (subscription == m_subscriptionRows.constEnd() || subscription->isEmpty())
         return;
 

@@ -56,7 +56,13 @@ QVariant scalarValue(const UA_Variant& variant)
 void handler_TheAnswerChanged(UA_Client*, UA_UInt32 subId, void*, UA_UInt32 monId, void*, UA_DataValue* value)
 {
     OPCUAWrapper* wrapper = OPCUAWrapper::GetInstance();
-    const QString status = statusName(value->status);
+    // Nearly every value is "Good": the name is made once per change of status.
+    thread_local UA_StatusCode lastStatus = UA_STATUSCODE_GOOD;
+    thread_local QString status = statusName(UA_STATUSCODE_GOOD);
+    if (value->status != lastStatus) {
+        lastStatus = value->status;
+        status = statusName(lastStatus);
+    }
     const UA_Variant& variant = value->value;
     // An empty array carries no value either.
     if (UA_Variant_isEmpty(&variant) || (!UA_Variant_isScalar(&variant) && variant.arrayLength == 0)) {
