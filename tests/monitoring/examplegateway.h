@@ -6,3 +6,7 @@
 // sends live values, written scrambled into `folder`. Returns the file's path,
 // empty on failure.
 QString writeEmulatedExample(const QString& folder);
+
+// One emulating device with `groups` groups of three constant tags (1, 2, 3),
+// written scrambled into `folder`. Returns the file's path, empty on failure.
+QString writeConstantGroups(const QString& folder, int groups);

@@ -224,6 +224,33 @@ private slots:
         QCOMPARE(watcher.unexpectedCount(), 0);
     }
 
+    void valuesThatNeverChangeStillShow()
+    {
+        // Constant tags send their value once, while the later groups are still
+        // being subscribed; it must not be lost.
+        const QString path = writeConstantGroups(m_dir.path(), 30);
+        QVERIFY(!path.isEmpty());
+        GatewayProcess gateway;
+        QVERIFY2(gateway.start(GatewayProcess::Options(path)), qPrintable(gateway.output()));
+        ModalWatcher watcher;
+        MainWindow w;
+        w.show();
+        watcher.answerFile(path);
+        w.on_open_action_triggered();
+        connectThroughDialog(w, watcher, gateway.url());
+        QTreeWidgetItem* first = channelRow(w, 0)->child(0)->child(0);
+        select(w, first);
+        action(w, "monitoring_action")->trigger();
+        QVERIFY(MainWindowProbe::monitoring(w));
+        QCOMPARE(MainWindowProbe::subscriptionRows(w).size(), 30);
+        for (int row = 0; row < 3; ++row) {
+            QTRY_COMPARE_WITH_TIMEOUT(cell(w, row, 1), QString::number(row + 1), 2000);
+            QCOMPARE(cell(w, row, 2), QString("Good"));
+        }
+        action(w, "monitoring_action")->trigger();
+        QVERIFY(!MainWindowProbe::monitoring(w));
+    }
+
     void deleteWhileMonitoring()
     {
         GatewayProcess gateway;
