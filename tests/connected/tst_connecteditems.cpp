@@ -331,6 +331,19 @@ private slots:
         QCOMPARE(look.children("Линия"), QStringList());
         QVERIFY(!look.exists("Линия.Котёл.Group_0.Tag_0"));
         QCOMPARE(channel0->size(), 0u);
+        select(w, rowOf(w, root.FindChildByName("Сеть")));
+        watcher.answer(QMessageBox::Yes);
+        w.on_delete_action_triggered();
+        QVERIFY(printedSince(gateway, mark).contains("Вызов метода deleteNode: Сеть\n"));
+        QVERIFY(!look.exists("Сеть"));
+
+        // A paste stays local: the gateway learns of it at its next start only.
+        select(w, rowOf(w, channel2));
+        w.on_copy_action_triggered();
+        w.on_paste_action_triggered();
+        QVERIFY(root.FindChildByName("Channel_3"));
+        QVERIFY(!printedSince(gateway, mark).contains("Вызов метода"));
+        QCOMPARE(look.children("Каналы"), QStringList({"Channel_1", "Channel_2", "Линия"}));
 
         QVERIFY(!gateway.output().contains(": Bad"));
         QVERIFY(MainWindowProbe::dirty(w));
