@@ -1,4 +1,5 @@
 #include "app/mainwindow.h"
+#include "dialogs/dialogchoosecertificate.h"
 #include "gatewayprocess.h"
 #include "opcua/opcuawrapper.h"
 #include "tests/common/mainwindowprobe.h"
@@ -8,9 +9,11 @@
 #include <QLineEdit>
 #include <QProcess>
 #include <QPushButton>
+#include <QRadioButton>
 #include <QSignalSpy>
 #include <QTableWidget>
 #include <QTextEdit>
+#include <QTreeWidget>
 #include <QtTest>
 
 namespace {
@@ -158,8 +161,8 @@ private slots:
 
         // Both users of the dialog, the second with an empty password.
         QCOMPARE(connectSecured(client, gateway.url(), 2, "оператор", "секрет 1"), 0);
-        QTRY_VERIFY(gateway.output().contains("Сессия открыта: пользователь \"оператор\", "
-                                              "Basic256Sha256 (SignAndEncrypt)"));
+        QVERIFY(gateway.output().contains("Сессия открыта: пользователь \"оператор\", "
+                                          "Basic256Sha256 (SignAndEncrypt)"));
         QVERIFY(client.getVecNodes().contains("ns=2;s=Channel_0.Device_0.Group_0.Tag_1"));
         client.exchangeRunning = true;
         QVERIFY(client.callMethodStartStopExchange());
@@ -174,12 +177,12 @@ private slots:
                  QString("Не удалось подключиться к конечной точке. Код ошибки BadUserAccessDenied"));
         QCOMPARE(connectSecured(client, gateway.url(), 2, "admin", "секрет 1"), 1);
         QVERIFY(!client.connected);
-        QTRY_VERIFY(gateway.output().contains("Сессия отклонена: пользователь \"admin\""));
+        QVERIFY(gateway.output().contains("Сессия отклонена: пользователь \"admin\""));
 
         // The certificate as the identity; the session can change the gateway.
         QCOMPARE(connectSecured(client, gateway.url(), 3, "", ""), 0);
-        QTRY_VERIFY(gateway.output().contains("Сессия открыта: сертификат пользователя, "
-                                              "Basic256Sha256 (SignAndEncrypt)"));
+        QVERIFY(gateway.output().contains("Сессия открыта: сертификат пользователя, "
+                                          "Basic256Sha256 (SignAndEncrypt)"));
         QVERIFY(client.callAddNode({"Channel_0.Device_0", "3", "Secure", "1", "0"}));
         QVERIFY(client.getVecNodes().contains("ns=2;s=Channel_0.Device_0"));
         QCOMPARE(client.disconnectToServer(), 0);
@@ -187,6 +190,67 @@ private slots:
         // No anonymous sessions on this gateway, encrypted or not.
         QCOMPARE(connectSecured(client, gateway.url(), 1, "", ""), 1);
         QCOMPARE(gateway.stop(), 0);
+    }
+
+    // As a user does it: the find-server dialog with login and password, the
+    // certificate dialog the program installs, then an edit over that session.
+    void loginThroughTheWindow()
+    {
+        if (m_clientCert.isEmpty())
+            QSKIP("no certificates");
+        GatewayProcess::Options options(m_config);
+        options.anonymous = false;
+        options.certificate = m_gatewayCert;
+        options.privateKey = m_gatewayKey;
+        options.trustFolder = m_gatewayTrust;
+        GatewayProcess gateway;
+        QVERIFY2(gateway.start(options), qPrintable(gateway.output()));
+        DialogChooseCertificate::InstallAsCertificateChooser();
+
+        ModalWatcher watcher;
+        MainWindow w;
+        w.show();
+        watcher.answerFile(m_config);
+        w.on_open_action_triggered();
+        const QString url = gateway.url();
+        watcher.answer([url](QWidget* d) {
+            d->findChild<QLineEdit*>("le_device")->setText(url);
+            d->findChild<QPushButton*>("pb_searchDevice")->click();
+            d->findChild<QPushButton*>("pb_getEndPoint")->click();
+            auto* endpoints = d->findChild<QComboBox*>("cb_endpoint");
+            endpoints->setCurrentIndex(endpoints->findText(kSecure));
+            d->findChild<QRadioButton*>("radioButton_userpassword")->click();
+            d->findChild<QLineEdit*>("le_user")->setText("оператор");
+            d->findChild<QLineEdit*>("le_password")->setText("секрет 1");
+            d->findChild<QPushButton*>("pb_connect")->click();
+            d->findChild<QPushButton*>("pb_ok")->click();
+        });
+        QString chooser;
+        watcher.answer([this, &chooser](QWidget* d) {
+            chooser = d->objectName();
+            d->findChild<QLineEdit*>("certFileEdit")->setText(m_clientCert);
+            d->findChild<QLineEdit*>("keyFileEdit")->setText(m_clientKey);
+            d->findChild<QLineEdit*>("clientCertEdit")->setText(m_clientTrust);
+            d->findChild<QPushButton*>("pushButton")->click();
+        });
+        w.on_action_triggered();
+        QCOMPARE(chooser, QString("DialogChooseCertificate"));
+        QVERIFY(MainWindowProbe::connected(w));
+        QVERIFY(gateway.output().contains("Сессия открыта: пользователь \"оператор\", "
+                                          "Basic256Sha256 (SignAndEncrypt)"));
+
+        QTreeWidgetItem* channelRow = w.findChild<QTreeWidget*>("treeWidget")->topLevelItem(0)->child(0);
+        channelRow->treeWidget()->clearSelection();
+        channelRow->child(0)->setSelected(true);
+        watcher.answer([](QWidget* d) {
+            d->findChild<QLineEdit*>("nameEdit")->setText("Защищённая");
+            qobject_cast<QDialog*>(d)->accept();
+        });
+        w.on_add_group_action_triggered();
+        QVERIFY(gateway.output().contains(QRegularExpression(
+            "Вызов метода addNode: Channel_0.Device_0;3;Защищённая;[^\n]*\n[^\n]*Метод addNode: Good")));
+        QVERIFY(MainWindowProbe::groups(w).count("Channel_0.Device_0.Защищённая"));
+        QCOMPARE(watcher.unexpectedCount(), 0);
     }
 };
 
