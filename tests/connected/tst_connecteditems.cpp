@@ -380,6 +380,23 @@ private slots:
                    warnings.last() == text;
         };
 
+        // Channels and devices are checked here first: a duplicate never reaches the gateway.
+        select(w, tree(w)->topLevelItem(0));
+        fill(watcher, [](QWidget* d) { child<QSpinBox>(d, "comNoBox")->setValue(1); });
+        watcher.answer(QMessageBox::Ok);
+        w.on_add_channel_action_triggered();
+        QCOMPARE(watcher.seen().last().text,
+                 QString("Добавление канала завершилось неудачно, обнаружен дубликат"));
+        select(w, rowOf(w, device0));
+        fill(watcher, [](QWidget* d) { child<QSpinBox>(d, "addressBox")->setValue(1); });
+        watcher.answer(QMessageBox::Ok);
+        w.on_add_device_action_triggered();
+        QCOMPARE(watcher.seen().last().text,
+                 QString("Добавление устройства завершилось неудачно, обнаружен дубликат"));
+        QVERIFY(!printedSince(gateway, mark).contains("Вызов метода"));
+        QVERIFY(takeWarnings().isEmpty());
+        QCOMPARE(other.children("Каналы"), QStringList({"Channel_0", "Channel_1"}));
+
         // Names taken on the gateway: the added channel and device are undone.
         QCOMPARE(other.call("addNode", "Каналы;1;Channel_2;0;500;3;0;0;9;9600;8;1;0;0;0;0"), QString("Good"));
         select(w, tree(w)->topLevelItem(0));
