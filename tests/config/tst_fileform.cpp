@@ -51,86 +51,59 @@ class TestFileForm : public QObject
 
 private slots:
     void rule();
-    void handWrittenFileDecodes();
-    void scrambleFileMatchesHandWrittenFile();
+    void handWrittenFile();
     void tailCut();
     void cellsAndRows();
-    void stopWordsOnlyInScrambledForm();
 };
 
 void TestFileForm::rule()
 {
     QCOMPARE(CScrambler::Char(U'\n'), char32_t(0xF5));
-    QCOMPARE(CScrambler::Char(U';'), char32_t(0xC4));
-    QCOMPARE(CScrambler::Char(U'1'), char32_t(0xCE));
     QCOMPARE(CScrambler::Char(U'а'), char32_t(0x4CF));
     QCOMPARE(CScrambler::Char(0x1F600), char32_t(0x1F6FF));
     // Outside the BMP the file form works on the halves of the surrogate pair.
     const QString emoji = QString::fromUcs4(U"\U0001F600", 1);
     QCOMPARE(CScrambler::CharOfUtf16(0x1F600), CScrambler::Applied(emoji).toUcs4().value(0));
     QCOMPARE(CScrambler::CharOfUtf16(CScrambler::CharOfUtf16(0x1F600)), char32_t(0x1F600));
-    QCOMPARE(CScrambler::CharOfUtf16(U'\n'), char32_t(0xF5));
-
-    QCOMPARE(CScrambler::Encode(QStringLiteral("\n")), QByteArray("\xC3\xB5"));
-    QCOMPARE(CScrambler::Encode(QStringLiteral(";")), QByteArray("\xC3\x84"));
-    QCOMPARE(CScrambler::Encode(QStringLiteral("1")), QByteArray("\xC3\x8E"));
+    QCOMPARE(CScrambler::Encode(QStringLiteral(";1\n")), QByteArray("\xC3\x84\xC3\x8E\xC3\xB5"));
     QCOMPARE(CScrambler::Encode(QStringLiteral("а")), QByteArray("\xD3\x8F"));
-    // No line structure survives on disk.
-    QVERIFY(!CScrambler::Encode(QStringLiteral("a;b\nc;d\n")).contains('\n'));
 
+    // The rule undoes itself over the whole BMP.
     QString all;
     for (char32_t c = 0; c <= 0xFFFF; ++c)
         all.append(QChar(static_cast<char16_t>(c)));
     const QString once = CScrambler::Applied(all);
-    QCOMPARE(once.size(), all.size());
-    QVERIFY(once != all);
+    QVERIFY(once.size() == all.size() && once != all);
     QCOMPARE(CScrambler::Applied(once), all);
-    QVERIFY(CScrambler::Applied(QString()).isEmpty());
-    QVERIFY(CScrambler::Encode(QString()).isEmpty());
-    QVERIFY(CScrambler::Decode(QByteArray()).isEmpty());
+    QVERIFY(CScrambler::Encode(QString()).isEmpty() && CScrambler::Decode(QByteArray()).isEmpty());
 }
 
-void TestFileForm::handWrittenFileDecodes()
+void TestFileForm::handWrittenFile()
 {
     const QByteArray disk = ReadBytes(kData + "/worked_example.cfg");
-    const QString plain = QString::fromUtf8(ReadBytes(kData + "/worked_example.csv"));
-    QVERIFY(!disk.isEmpty());
-    QVERIFY(!plain.isEmpty());
-
+    const QByteArray plain = ReadBytes(kData + "/worked_example.csv");
     QString clear;
     QVERIFY(CScrambler::ReadFile(kData + "/worked_example.cfg", clear));
-    QCOMPARE(clear, plain + kTail);
+    QCOMPARE(clear, QString::fromUtf8(plain) + kTail);
     QCOMPARE(CScrambler::Encode(clear), disk);
     QVERIFY(!CScrambler::ReadFile(kData + "/no such file.cfg", clear));
-}
 
-void TestFileForm::scrambleFileMatchesHandWrittenFile()
-{
+    // Scrambling the plain file in place gives the hand-written file without its tail;
+    // a stray CRLF, as an editor may leave it, comes out as a bare LF.
     QTemporaryDir dir;
     const QString path = dir.filePath("saved.cfg");
-    QByteArray plain = ReadBytes(kData + "/worked_example.csv");
-    // A stray CRLF, as an editor may leave it, comes out as a bare LF.
-    plain.replace("\n", "\r\n");
-    WriteBytes(path, plain);
+    WriteBytes(path, QByteArray(plain).replace("\n", "\r\n"));
     QVERIFY(CScrambler::ScrambleFile(path));
-
-    const QByteArray disk = ReadBytes(kData + "/worked_example.cfg");
     const QByteArray tail = CScrambler::Encode(kTail);
-    QVERIFY(disk.endsWith(tail));
     QCOMPARE(ReadBytes(path), disk.left(disk.size() - tail.size()));
-
     // Written back through the clear text, the full file is reproduced.
-    QString clear;
-    QVERIFY(CScrambler::ReadFile(kData + "/worked_example.cfg", clear));
     QVERIFY(CScrambler::WriteFile(path, clear));
     QCOMPARE(ReadBytes(path), disk);
 
     WriteBytes(path, QByteArray());
-    QVERIFY(CScrambler::ScrambleFile(path));
-    QVERIFY(ReadBytes(path).isEmpty());
-
-    QVERIFY(!CScrambler::ScrambleFile(dir.filePath("missing.cfg")));
-    QVERIFY(!QFile::exists(dir.filePath("missing.cfg")));
+    QVERIFY(CScrambler::ScrambleFile(path) && ReadBytes(path).isEmpty());
+    QVERIFY(!CScrambler::ScrambleFile(dir.filePath("missing.cfg")) &&
+            !QFile::exists(dir.filePath("missing.cfg")));
     QVERIFY(!CScrambler::WriteFile(dir.filePath("no/such/folder.cfg"), QStringLiteral("x")));
 }
 
@@ -139,30 +112,23 @@ void TestFileForm::tailCut()
     const QString tree = QStringLiteral("CHANNEL;1\n;c\n");
     const QString ini = QStringLiteral("INIFILE\n\n[options]\nport = 1\n");
     const QString users = QStringLiteral("USERS\n\n[users]\nusers = a;1;b;2;");
-    QString t, u;
-
-    QVERIFY(CConfigTail::Cut(tree + ini + users, t, u));
-    QCOMPARE(t, tree);
-    QCOMPARE(u, users);
-    QVERIFY(CConfigTail::Cut(tree + ini, t, u));
-    QCOMPARE(t, tree);
-    QVERIFY(u.isEmpty());
-    QVERIFY(CConfigTail::Cut(tree + users, t, u));
-    QCOMPARE(t, tree);
-    QCOMPARE(u, users);
-    QVERIFY(CConfigTail::Cut(tree, t, u));
-    QCOMPARE(t, tree);
-    QVERIFY(u.isEmpty());
-
     // The marker needs its empty line: a tag called INIFILE is no tail.
-    QVERIFY(CConfigTail::Cut(QStringLiteral(";INIFILE;x\n") + ini, t, u));
-    QCOMPARE(t, QStringLiteral(";INIFILE;x\n"));
-
+    const std::tuple<QString, QString, QString> cases[] = {{tree + ini + users, tree, users},
+                                                           {tree + ini, tree, QString()},
+                                                           {tree + users, tree, users},
+                                                           {tree, tree, QString()},
+                                                           {";INIFILE;x\n" + ini, ";INIFILE;x\n", QString()}};
+    QString t, u;
+    for (const auto& [text, wantTree, wantUsers] : cases) {
+        QVERIFY(CConfigTail::Cut(text, t, u));
+        QCOMPARE(t, wantTree);
+        QCOMPARE(u, wantUsers);
+    }
     t = QStringLiteral("kept");
     QVERIFY(!CConfigTail::Cut(tree + users + ini, t, u));
     QCOMPARE(t, QStringLiteral("kept"));
-
     QCOMPARE(CConfigTail::UsersList(tree + ini + users), QStringLiteral("a;1;b;2;"));
+    QVERIFY(CConfigTail::UsersList(tree + ini).isEmpty() && CConfigTail::UsersList("USERS\n\n[us").isEmpty());
 
     // A hand-written file with both blocks.
     QString clear;
@@ -171,49 +137,37 @@ void TestFileForm::tailCut()
     QCOMPARE(t, QString::fromUtf8(ReadBytes(kData + "/worked_example.csv")));
     QVERIFY(u.startsWith(CConfigTail::UsersMarker + CConfigTail::UsersHeader));
     QCOMPARE(CConfigTail::UsersList(clear), QStringLiteral("оператор;пароль1;admin;a;b;"));
-    QVERIFY(CConfigTail::UsersList(tree + ini).isEmpty());
-    QVERIFY(CConfigTail::UsersList(QStringLiteral("USERS\n\n[us")).isEmpty());
 }
 
 void TestFileForm::cellsAndRows()
 {
     using Rows = CRowSplitter::Rows;
-    QCOMPARE(Split(L";a;", true), (Rows{{L"", L"a"}}));
-    QCOMPARE(Split(L"a;;", true), (Rows{{L"a", L""}}));
-    QCOMPARE(Split(L";", true), (Rows{{L""}}));
-    QCOMPARE(Split(L";;", true), (Rows{{L"", L""}}));
-    // Blank rows stay, as rows without cells; nothing behind the last LF is no row.
-    QCOMPARE(Split(L"A\n\n;b\n", true), (Rows{{L"A"}, {}, {L"", L"b"}}));
-    QCOMPARE(Split(L"A\n;b", true), (Rows{{L"A"}, {L"", L"b"}}));
-    QCOMPARE(Split(L"", true), Rows{});
-    // Cells are taken as they stand.
-    QCOMPARE(Split(L" a ;B", true), (Rows{{L" a ", L"B"}}));
-    // Carriage returns go in the plain form only.
-    QCOMPARE(Split(L";a\r\n;b\r", true), (Rows{{L"", L"a"}, {L"", L"b"}}));
-    QCOMPARE(Split(L";a\r\n", false), (Rows{{L"", L"a\r"}}));
+    const std::wstring stop = L"CHANNEL;1\n;c\nDEVICE;1\n;USERS;1\n;after\n";
+    const std::tuple<const char*, std::wstring, bool, Rows> cases[] = {
+        {"trailing cell", L";a;", true, {{L"", L"a"}}},
+        // Blank rows stay, as rows without cells; nothing behind the last LF is no row.
+        {"blank row", L"A\n\n;b\n", true, {{L"A"}, {}, {L"", L"b"}}},
+        {"no final LF", L"A\n;b", true, {{L"A"}, {L"", L"b"}}},
+        {"cells as they stand", L" a ;B", true, {{L" a ", L"B"}}},
+        // Carriage returns go in the plain form only.
+        {"CR plain", L";a\r\n;b\r", true, {{L"", L"a"}, {L"", L"b"}}},
+        {"CR scrambled", L";a\r\n", false, {{L"", L"a\r"}}},
+        // Stop words end the scrambled form only, and only as whole cells.
+        {"stop word", stop, false, {{L"CHANNEL", L"1"}, {L"", L"c"}, {L"DEVICE", L"1"}}},
+        {"stop word plain", L";USERS;1\n", true, {{L"", L"USERS", L"1"}}},
+        {"INIFILE", L"INIFILE\n\n[options]\n", false, {}},
+        {"[options] cell", L";a\n;b;[options]\n", false, {{L"", L"a"}}},
+        {"whole cells", L";INIFILE2;users\n", false, {{L"", L"INIFILE2", L"users"}}}};
+    for (const auto& [name, text, plain, rows] : cases)
+        QVERIFY2(Split(text, plain) == rows, name);
 
     // Buffers are reused after Clear without leaking cells of a longer row.
     CRowSplitter splitter(true);
     QVERIFY(splitter.AddLine(L"a;b;c;d", 7));
     splitter.Clear();
-    QVERIFY(splitter.AddLine(L";x", 2));
-    QVERIFY(splitter.AddLine(L"", 0));
-    QCOMPARE(splitter.Count(), size_t(2));
+    QVERIFY(splitter.AddLine(L";x", 2) && splitter.AddLine(L"", 0) && splitter.Count() == 2);
     QCOMPARE(splitter.Buffer()[0], (CRowSplitter::Row{L"", L"x"}));
     QVERIFY(splitter.Buffer()[1].empty());
-}
-
-void TestFileForm::stopWordsOnlyInScrambledForm()
-{
-    using Rows = CRowSplitter::Rows;
-    const std::wstring text = L"CHANNEL;1\n;c\nDEVICE;1\n;USERS;1\n;after\n";
-    QCOMPARE(Split(text, false), (Rows{{L"CHANNEL", L"1"}, {L"", L"c"}, {L"DEVICE", L"1"}}));
-    QCOMPARE(Split(text, true).size(), size_t(5));
-    QCOMPARE(Split(L"INIFILE\n\n[options]\n", false), Rows{});
-    QCOMPARE(Split(L";a\n[users]\n", false), (Rows{{L"", L"a"}}));
-    QCOMPARE(Split(L";a\n;b;[options]\n", false), (Rows{{L"", L"a"}}));
-    // Only whole cells count.
-    QCOMPARE(Split(L";INIFILE2;users\n", false), (Rows{{L"", L"INIFILE2", L"users"}}));
 }
 
 QTEST_GUILESS_MAIN(TestFileForm)
