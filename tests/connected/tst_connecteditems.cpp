@@ -347,6 +347,19 @@ private slots:
 
         QVERIFY(!gateway.output().contains(": Bad"));
         QVERIFY(MainWindowProbe::dirty(w));
+
+        // Saved and started again, a gateway holds what the program holds, the paste included.
+        const QString saved = m_dir.filePath("saved.cfg");
+        watcher.answerFile(saved);
+        w.on_save_action_triggered();
+        QVERIFY(!MainWindowProbe::dirty(w));
+        GatewayProcess again;
+        QVERIFY2(again.start(GatewayProcess::Options(saved)), qPrintable(again.output()));
+        SecondClient restarted;
+        QVERIFY(restarted.connect(again.url()));
+        QCOMPARE(restarted.children("Каналы"), QStringList({"Channel_1", "Channel_2", "Channel_3", "Линия"}));
+        QCOMPARE(restarted.children("Channel_3"), QStringList{"Насос"});
+        QCOMPARE(restarted.children("Линия"), QStringList());
         const QStringList warnings = takeWarnings();
         QVERIFY2(warnings.isEmpty(), qPrintable(warnings.join("\n")));
         for (const ModalWatcher::Seen& seen : watcher.seen())
@@ -507,6 +520,17 @@ private slots:
         // The gateway ends up with what the second client and the accepted calls made.
         QCOMPARE(other.children("Каналы"), QStringList({"Channel_0", "Channel_2"}));
         QCOMPARE(other.children("Channel_0"), QStringList{"Device_1"});
+
+        // What the refused deletes left here is saved and comes back at the next start.
+        const QString saved = m_dir.filePath("refused.cfg");
+        watcher.answerFile(saved);
+        w.on_save_action_triggered();
+        GatewayProcess again;
+        QVERIFY2(again.start(GatewayProcess::Options(saved)), qPrintable(again.output()));
+        SecondClient restarted;
+        QVERIFY(restarted.connect(again.url()));
+        QCOMPARE(restarted.children("Каналы"), QStringList({"Channel_0", "Шлюз"}));
+        QCOMPARE(restarted.children("Channel_0.Device_0.Group_0"), QStringList({"Tag_0", "Tag_1", "Tag_2"}));
         QCOMPARE(watcher.unexpectedCount(), 0);
     }
 };
