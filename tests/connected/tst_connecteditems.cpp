@@ -229,6 +229,8 @@ private slots:
         MainWindow w;
         w.show();
         openAndConnect(w, watcher, gateway);
+        if (QTest::currentTestFailed())
+            return;
         SecondClient look;
         QVERIFY(look.connect(gateway.url()));
         CTreeItemRoot& root = MainWindowProbe::root(w);
@@ -376,6 +378,8 @@ private slots:
         MainWindow w;
         w.show();
         openAndConnect(w, watcher, gateway);
+        if (QTest::currentTestFailed())
+            return;
         SecondClient other;
         QVERIFY(other.connect(gateway.url()));
         CTreeItemRoot& root = MainWindowProbe::root(w);
