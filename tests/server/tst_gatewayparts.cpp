@@ -11,69 +11,53 @@ class TestGatewayParts : public QObject
     Q_OBJECT
 private slots:
     void dataTypesFollowRegisterAndValueType();
-    void randomMovesOncePerUpdatePeriod();
-    void sineAndTransformations();
-    void filledValuesCarryTypeAndStatus();
+    void emulationAndTransformations();
+    void filledValuesAreClampedAndTimed();
     void stoppedClockStandsStill();
     void tailAndUsersBlock();
 };
 
 void TestGatewayParts::dataTypesFollowRegisterAndValueType()
 {
+    // The common kinds show in the gateway test; these are the odd ones. States
+    // are bits whatever value type they hold.
     using R = CTagRuntime;
-    QCOMPARE(R::KindFor(2, 0), R::Float);
-    QCOMPARE(R::KindFor(3, 1), R::Double);
-    QCOMPARE(R::KindFor(2, 2), R::UInt16);
-    QCOMPARE(R::KindFor(2, 3), R::UInt32);
-    QCOMPARE(R::KindFor(3, 4), R::Int16);
-    QCOMPARE(R::KindFor(3, 5), R::Int32);
     QCOMPARE(R::KindFor(2, 6), R::Byte);
     QCOMPARE(R::KindFor(2, 7), R::Byte);
-    QCOMPARE(R::KindFor(3, 8), R::Boolean);
     QCOMPARE(R::KindFor(2, 23), R::Boolean);
-    // States are bits whatever value type they hold.
     QCOMPARE(R::KindFor(0, 1), R::Boolean);
     QCOMPARE(R::KindFor(1, 0), R::Boolean);
-    QCOMPARE(R::TypeOf(R::Int16), &UA_TYPES[UA_TYPES_INT16]);
 }
 
-void TestGatewayParts::randomMovesOncePerUpdatePeriod()
+void TestGatewayParts::emulationAndTransformations()
 {
+    const std::int64_t t0 = 1700000000000; // a whole number of 4 s periods
+    // Random: one value per update period, in 0..1, evenly spread, its own per tag.
     CTagRuntime a;
     a.emulation = CTagRuntime::Random;
     a.updateMs = 100;
     a.SetSeed("C.D.G.A");
     CTagRuntime b = a;
     b.SetSeed("C.D.G.B");
-
-    const std::int64_t t0 = 1700000000000;
     QCOMPARE(a.RawAt(t0), a.RawAt(t0 + 99));
     QSet<double> seen;
-    int differentFromB = 0;
-    for (int i = 0; i < 50; ++i) {
+    double sum = 0;
+    for (int i = 0; i < 2000; ++i) {
         const double v = a.RawAt(t0 + i * 100);
         QVERIFY(v >= 0.0 && v < 1.0);
+        QVERIFY(i >= 50 || v != b.RawAt(t0 + i * 100));
         seen << v;
-        differentFromB += v != b.RawAt(t0 + i * 100);
+        sum += v;
     }
-    QCOMPARE(seen.size(), 50);
-    QCOMPARE(differentFromB, 50);
-    double sum = 0;
-    for (int i = 0; i < 2000; ++i)
-        sum += a.RawAt(t0 + i * 100);
+    QVERIFY(seen.size() > 1990);
     QVERIFY(std::fabs(sum / 2000 - 0.5) < 0.05);
-}
 
-void TestGatewayParts::sineAndTransformations()
-{
     CTagRuntime s;
     s.emulation = CTagRuntime::Sine;
     s.period = 4;
     s.updateMs = 0;
-    const std::int64_t t0 = 1700000000000; // a whole number of 4 s periods
-    QVERIFY(std::fabs(s.RawAt(t0)) < 1e-9);
-    QVERIFY(std::fabs(s.RawAt(t0 + 1000) - 1.0) < 1e-9);
-    QVERIFY(std::fabs(s.RawAt(t0 + 3000) + 1.0) < 1e-9);
+    const auto near = [](double x, double y) { return std::fabs(x - y) < 1e-9; };
+    QVERIFY(near(s.RawAt(t0), 0) && near(s.RawAt(t0 + 1000), 1) && near(s.RawAt(t0 + 3000), -1));
     QCOMPARE(s.RawAt(t0 + 1234), s.RawAt(t0 + 1234 + 4000));
     s.updateMs = 1000; // sampled at the start of each second
     QCOMPARE(s.RawAt(t0 + 1999), s.RawAt(t0 + 1000));
@@ -82,7 +66,6 @@ void TestGatewayParts::sineAndTransformations()
     c.kind = CTagRuntime::Int16;
     c.constant = 5;
     c.transform = CTagRuntime::LineScale;
-    c.srcMin = 0;
     c.srcMax = 10;
     c.dstMin = 100;
     c.dstMax = 200;
@@ -96,7 +79,7 @@ void TestGatewayParts::sineAndTransformations()
     QCOMPARE(c.ValueAt(0), 5.0);
 }
 
-void TestGatewayParts::filledValuesCarryTypeAndStatus()
+void TestGatewayParts::filledValuesAreClampedAndTimed()
 {
     CTagRuntime t;
     t.kind = CTagRuntime::Int16;
@@ -106,7 +89,6 @@ void TestGatewayParts::filledValuesCarryTypeAndStatus()
     UA_DataValue_init(&dv);
     t.Fill(1700000000123, true, &dv);
     QVERIFY(dv.hasValue && !dv.hasStatus && dv.hasSourceTimestamp);
-    QCOMPARE(dv.value.type, &UA_TYPES[UA_TYPES_INT16]);
     QCOMPARE(*static_cast<UA_Int16*>(dv.value.data), UA_Int16(32767));
     QCOMPARE(dv.sourceTimestamp, UA_DATETIME_UNIX_EPOCH + 1700000000100LL * UA_DATETIME_MSEC);
     UA_DataValue_clear(&dv);
@@ -117,18 +99,11 @@ void TestGatewayParts::filledValuesCarryTypeAndStatus()
     QCOMPARE(*static_cast<UA_Byte*>(dv.value.data), UA_Byte(0));
     QVERIFY(!dv.hasSourceTimestamp);
     UA_DataValue_clear(&dv);
-
-    t.emulated = false;
-    t.Fill(0, true, &dv);
-    QVERIFY(!dv.hasValue && dv.hasStatus);
-    QCOMPARE(dv.status, UA_STATUSCODE_BADNOCOMMUNICATION);
-    UA_DataValue_clear(&dv);
 }
 
 void TestGatewayParts::stoppedClockStandsStill()
 {
     CExchangeClock clock;
-    QVERIFY(clock.Running());
     clock.Stop();
     const std::int64_t frozen = clock.NowMs();
     QTest::qWait(20);
@@ -145,14 +120,12 @@ void TestGatewayParts::tailAndUsersBlock()
                  "derFile = \npemFile = /k.pem\ntrustFolder = /t\nUSERS\n\n[users]\nusers = "
                  "оператор;секрет;admin;;x;");
     QCOMPARE(config.options.at("port"), std::string("4841"));
-    QCOMPARE(config.options.at("allowanonimus"), std::string("false"));
     QCOMPARE(config.options.at("derFile"), std::string());
     QCOMPARE(config.options.at("trustFolder"), std::string("/t"));
     QVERIFY(!config.options.count("users"));
     // A login without its password at the end is no user.
-    QCOMPARE(config.users.size(), size_t(2));
-    QCOMPARE(config.users[0], std::make_pair(std::string("оператор"), std::string("секрет")));
-    QCOMPARE(config.users[1], std::make_pair(std::string("admin"), std::string()));
+    using User = std::pair<std::string, std::string>;
+    QCOMPARE(config.users, (std::vector<User>{{"оператор", "секрет"}, {"admin", ""}}));
 
     config.Parse(";tree only\n");
     QVERIFY(config.options.empty() && config.users.empty());
