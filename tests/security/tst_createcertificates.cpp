@@ -48,27 +48,10 @@ class TstCreateCertificates : public QObject
 {
     Q_OBJECT
 private slots:
-    void countryAndPassword();
     void checksInOrder();
     void acceptedFormGivesTheMap();
-    void folderChoosersFillTheFields();
+    void countryPasswordAndFolderChoosers();
 };
-
-void TstCreateCertificates::countryAndPassword()
-{
-    CreateCertificates d(nullptr);
-    QLineEdit* country = edit(d, "lineEdit_country_name");
-    QCOMPARE(country->text(), QString("RU"));
-    QTest::keyClicks(country, "S");
-    QCOMPARE(country->text(), QString("RU"));
-
-    auto* use = d.findChild<QCheckBox*>("checkBox_usePassword");
-    for (bool on : {false, true, false}) {
-        use->setChecked(on);
-        QCOMPARE(edit(d, "lineEdit_password")->isEnabled(), on);
-        QCOMPARE(edit(d, "lineEdit_passwordRepeat")->isEnabled(), on);
-    }
-}
 
 void TstCreateCertificates::checksInOrder()
 {
@@ -129,10 +112,21 @@ void TstCreateCertificates::acceptedFormGivesTheMap()
     QCOMPARE(watcher.seen().size(), 0);
 }
 
-void TstCreateCertificates::folderChoosersFillTheFields()
+void TstCreateCertificates::countryPasswordAndFolderChoosers()
 {
     QTemporaryDir dir;
     CreateCertificates d(nullptr);
+    QLineEdit* country = edit(d, "lineEdit_country_name");
+    QCOMPARE(country->text(), QString("RU"));
+    QTest::keyClicks(country, "S");
+    QCOMPARE(country->text(), QString("RU"));
+    auto* use = d.findChild<QCheckBox*>("checkBox_usePassword");
+    for (bool on : {false, true, false}) {
+        use->setChecked(on);
+        QCOMPARE(edit(d, "lineEdit_password")->isEnabled(), on);
+        QCOMPARE(edit(d, "lineEdit_passwordRepeat")->isEnabled(), on);
+    }
+
     ModalWatcher watcher;
     for (const char* name : {"Cert", "Key"}) {
         QLineEdit* field = edit(d, QString("lineEdit_outputCatalog") + name);
