@@ -102,13 +102,12 @@ void TestLevels::channel()
 {
     CChannelInfo channel;
     CChannelData data(&channel);
-    QVERIFY(data.Set_TypeProtocol(L"MODBUS TCP") && !data.Set_TypeProtocol(L"modbus tcp"));
-    QCOMPARE(channel.TypeProtocol, 2);
+    QVERIFY(data.Set_TypeProtocol(L"MODBUS TCP") && !data.Set_TypeProtocol(L"modbus tcp") &&
+            channel.TypeProtocol == 2);
 
     Texts(CHECK(data, Validate_Timeout), {L"20", L"60000"}, {L"19", L"60001", L""});
     Texts(CHECK(data, Validate_QuanRetry), {L"20"}, {L"0", L"21"});
-    QVERIFY(data.Set_Timeout(L"120ms"));
-    QCOMPARE(channel.Timeout, uint64_t(120));
+    QVERIFY(data.Set_Timeout(L"120ms") && channel.Timeout == 120);
 
     // 0 is in range, so an empty text passes, and the read into the field doesn't start.
     QVERIFY(data.Set_TimeBusy(L"500") && data.Set_TimeBusy(L""));
@@ -146,12 +145,9 @@ void TestLevels::ports()
     CPortIO_COMInfo port;
     Texts(CHECK(port, Validate_ComNo), {L"0", L"1000"}, {L"1001"});
     // Tables that store the number the text spells, or the position of the text.
-    QVERIFY(port.Set_BaudRate(L"115200") && !port.Set_BaudRate(L"115201"));
-    QCOMPARE(port.BaudRate, uint64_t(115200));
-    QVERIFY(port.Set_Parity(L"Чет") && !port.Set_Parity(L"чет"));
-    QCOMPARE(port.Parity, uint8_t(2));
-    QVERIFY(port.Set_RtsControl(L"Togge") && !port.Set_DtrControl(L"Togge"));
-    QCOMPARE(port.RtsControl, uint8_t(3));
+    QVERIFY(port.Set_BaudRate(L"115200") && !port.Set_BaudRate(L"115201") && port.BaudRate == 115200);
+    QVERIFY(port.Set_Parity(L"Чет") && !port.Set_Parity(L"чет") && port.Parity == 2);
+    QVERIFY(port.Set_RtsControl(L"Togge") && !port.Set_DtrControl(L"Togge") && port.RtsControl == 3);
 
     // Echo can't be switched on from text.
     port.bEcho = true;
@@ -190,9 +186,8 @@ void TestLevels::channelDuplicates()
     t1.TypeChannel = t2.TypeChannel = 1;
     t1.Init();
     t2.Init();
-    auto* p1 = static_cast<CPortIO_TCPInfo*>(t1.Port);
     auto* p2 = static_cast<CPortIO_TCPInfo*>(t2.Port);
-    p1->Set_IP(L"10.0.0.1");
+    static_cast<CPortIO_TCPInfo*>(t1.Port)->Set_IP(L"10.0.0.1");
     p2->Set_IP(L"10.0.0.1");
     p2->TimeoutConnect = 100;
     QVERIFY(t1.IsDublicate(&t2));
