@@ -371,20 +371,14 @@ void TestGateway::emulatedValuesSubscriptionsAndExchange()
     QCOMPARE(Read(cl, g + "Bit").type, &UA_TYPES[UA_TYPES_BOOLEAN]);
     QCOMPARE(Read(cl, "Линия.Молчит.G.T").status, UA_STATUSCODE_BADNOCOMMUNICATION);
 
-    // Random values within 0..1 that move with the 50 ms update rate; a 2 s
-    // sine scaled from -1..1 to -100..100.
-    const std::tuple<const char*, int, int, double, double> moving[] = {
-        {"Rand", UA_TYPES_DOUBLE, 60, 0, 0.999999}, {"Sine", UA_TYPES_INT16, 120, -100, 100}};
-    for (const auto& [tag, typeIndex, waitMs, low, high] : moving) {
-        QSet<double> seen;
-        for (int i = 0; i < 6; ++i, QTest::qWait(waitMs)) {
-            const Value v = Read(cl, g + tag);
-            QVERIFY2(v.number >= low && v.number <= high, tag);
-            QCOMPARE(v.type, &UA_TYPES[typeIndex]);
-            seen << v.number;
-        }
-        QVERIFY2(seen.size() >= 4, tag);
-    }
+    // A random double (its moves show below) and a sine scaled from -1..1 to -100..100.
+    QCOMPARE(Read(cl, g + "Rand").type, &UA_TYPES[UA_TYPES_DOUBLE]);
+    QCOMPARE(Read(cl, g + "Sine").type, &UA_TYPES[UA_TYPES_INT16]);
+    QSet<double> sines;
+    for (int i = 0; i < 6; ++i, QTest::qWait(120))
+        sines << Read(cl, g + "Sine").number;
+    QVERIFY(sines.size() >= 4 && *std::min_element(sines.begin(), sines.end()) >= -100 &&
+            *std::max_element(sines.begin(), sines.end()) <= 100);
 
     // Monitored items are numbered from 1 in each subscription.
     static int notifications = 0;
