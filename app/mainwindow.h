@@ -128,6 +128,8 @@ private:
     // The root row "Каналы", as the constructor and a new open make it.
     QTreeWidgetItem* createRootRow();
     void fillPropertyTable(const StrProps& props);
+    // Live values of m_client reach slotDataChange, once.
+    void connectClientValues();
     // Whether a row's node is still part of the tree.
     bool isLiveNode(const CItem* node);
     // Properties tab to the front, tag and monitoring tabs off.

@@ -78,10 +78,7 @@ void MainWindow::on_action_triggered()
     }
     m_nodes = dialog->getVecNodesDlg();
     m_client = dialog->getOPCUAWrapper();
-    // Queued even when the value is delivered during a call on this thread:
-    // a command in progress is never interrupted by the table.
-    connect(m_client, &OPCUAWrapper::signalDataChange, this, &MainWindow::slotDataChange,
-            Qt::QueuedConnection);
+    connectClientValues();
     m_foundServers = dialog->getServersDlg();
     m_foundEndpoints = dialog->getEndpointsDlg();
     m_statusLabel->setText(m_statusLabel->text() +
@@ -243,4 +240,13 @@ void MainWindow::slotDataChange(QList<QVariant> message)
 
     const QString group = fullName.left(fullName.lastIndexOf('.'));
     m_monitoringModel->setNewData(int(row), {value, message.at(2).toString(), lastTime}, group);
+}
+
+void MainWindow::connectClientValues()
+{
+    // Queued even when the value is delivered during a call on this thread:
+    // a command in progress is never interrupted by the table. Unique, since
+    // every connection and start hands over the same client again.
+    connect(m_client, &OPCUAWrapper::signalDataChange, this, &MainWindow::slotDataChange,
+            Qt::ConnectionType(Qt::QueuedConnection | Qt::UniqueConnection));
 }

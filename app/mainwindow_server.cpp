@@ -61,8 +61,7 @@ void MainWindow::on_run_server_action_triggered()
     connect(search, &SearchOPCUAServer::signalDisconnect, this, &MainWindow::slotDisconnect);
     search->setPathCerts(m_derPath, m_pemPath, m_trustDir);
     m_client = search->getOPCUAWrapper();
-    connect(m_client, &OPCUAWrapper::signalDataChange, this, &MainWindow::slotDataChange,
-            Qt::UniqueConnection);
+    connectClientValues();
     m_foundServers = search->getServersDlg();
     m_foundEndpoints = search->getEndpointsDlg();
     const QString port = prepare.port();
