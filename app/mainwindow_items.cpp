@@ -508,6 +508,36 @@ void MainWindow::on_copy_action_triggered()
     m_clipboard.push_back(found->second);
 }
 
+// A copy of a clipboard entry, ready to go under host. A single copy that can
+// move on to settings of its own (a serial channel to the next free port, a tag
+// to the next free address) keeps its name; any other gets "_Copy1", and then
+// the next free number.
+CItem* MainWindow::makePasteCopy(CItem* host, CItem* entry, bool single)
+{
+    bool ok = true;
+    CItem* clone = entry->Copy(ok);
+    if (!clone)
+        return nullptr;
+    bool suffix = true;
+    if (single) {
+        for (;;) {
+            if (!host->HasChildDublicate(clone, nullptr)) {
+                suffix = false;
+                break;
+            }
+            if (!clone->MakeNextSettings() || clone->IsDublicate(entry))
+                break;
+        }
+    }
+    std::string name = clone->GetName();
+    if (suffix && name.find("_Copy") == std::string::npos)
+        name += "_Copy1";
+    while (host->FindChildByName(name.c_str()))
+        name = DataConversion::IncrementName(name);
+    clone->SetName(name);
+    return clone;
+}
+
 void MainWindow::on_paste_action_triggered()
 {
     const QList<QTreeWidgetItem*> selected = ui->treeWidget->selectedItems();
@@ -536,30 +566,9 @@ void MainWindow::on_paste_action_triggered()
 
     const bool single = m_clipboard.size() == 1;
     for (CItem* entry : m_clipboard) {
-        bool ok = true;
-        CItem* clone = entry->Copy(ok);
+        CItem* clone = makePasteCopy(host, entry, single);
         if (!clone)
             continue;
-
-        // A copy that can move on to settings of its own (a serial channel to
-        // the next free port) keeps its name; any other gets a suffix.
-        bool suffix = true;
-        if (single) {
-            for (;;) {
-                if (!host->HasChildDublicate(clone, nullptr)) {
-                    suffix = false;
-                    break;
-                }
-                if (!clone->MakeNextSettings() || clone->IsDublicate(entry))
-                    break;
-            }
-        }
-        std::string name = clone->GetName();
-        if (suffix && name.find("_Copy") == std::string::npos)
-            name += "_Copy1";
-        while (host->FindChildByName(name.c_str()))
-            name = DataConversion::IncrementName(name);
-        clone->SetName(name);
 
         if (!host->AppendChild(clone)) {
             delete clone;

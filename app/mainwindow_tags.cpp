@@ -304,29 +304,9 @@ void MainWindow::tag_paste_action_triggered()
 
     const bool single = m_clipboard.size() == 1;
     for (CItem* entry : m_clipboard) {
-        bool ok = true;
-        CItem* clone = entry->Copy(ok);
+        CItem* clone = makePasteCopy(host, entry, single);
         if (!clone)
             continue;
-
-        // A single tag moves on to the next free address and keeps its base name.
-        bool suffix = true;
-        if (single) {
-            for (;;) {
-                if (!host->HasChildDublicate(clone, nullptr)) {
-                    suffix = false;
-                    break;
-                }
-                if (!clone->MakeNextSettings() || clone->IsDublicate(entry))
-                    break;
-            }
-        }
-        std::string name = clone->GetName();
-        if (suffix && name.find("_Copy") == std::string::npos)
-            name += "_Copy1";
-        while (host->FindChildByName(name.c_str()))
-            name = DataConversion::IncrementName(name);
-        clone->SetName(name);
 
         if (!host->AppendChild(clone)) {
             delete clone;
