@@ -7,7 +7,6 @@
 #include "app/logging.h"
 #include "app/progressbar.h"
 #include "dialogs/tagsetupdialog.h"
-#include "model/dataconversion.h"
 #include "model/dataginfo.h"
 #include "opcua/opcuawrapper.h"
 #include "ui_mainwindow.h"
