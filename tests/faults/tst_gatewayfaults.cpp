@@ -2,7 +2,6 @@
 #include "config/csvimporter.h"
 #include "gatewayprocess.h"
 #include "model/treeitemroot.h"
-#include "opcua/opcuawrapper.h"
 #include "tests/common/mainwindowprobe.h"
 #include "tests/common/modalwatcher.h"
 
@@ -38,12 +37,16 @@ bool logged(const QString& text)
     return g_warnings.contains(text);
 }
 
-template <typename T> T* child(QWidget* w, const char* name)
+// Sets one field of the next setup dialog and accepts it.
+template <typename T, typename V> ModalWatcher::Handler accepting(const char* field, V value)
 {
-    T* found = w->findChild<T*>(name);
-    if (!found)
-        qFatal("no widget %s", name);
-    return found;
+    return [field, value](QWidget* d) {
+        if constexpr (std::is_same_v<T, QLineEdit>)
+            d->findChild<T*>(field)->setText(value);
+        else
+            d->findChild<T*>(field)->setValue(value);
+        qobject_cast<QDialog*>(d)->accept();
+    };
 }
 
 void select(MainWindow& w, CItem* node)
@@ -51,6 +54,12 @@ void select(MainWindow& w, CItem* node)
     for (const auto& entry : MainWindowProbe::treeItems(w))
         if (entry.second == node)
             w.findChild<QTreeWidget*>("treeWidget")->setCurrentItem(entry.first);
+}
+
+// The only group of a channel of the example.
+CItem* groupOf(CTreeItemRoot& root, const char* channel)
+{
+    return root.FindChildByName(channel)->FindChildByName("Device_0")->FindChildByName("Group_0");
 }
 
 } // namespace
@@ -86,12 +95,6 @@ class GatewayFaultsTest : public QObject
         QVERIFY(MainWindowProbe::connected(w) && MainWindowProbe::client(w));
     }
 
-    void kill()
-    {
-        m_gateway.kill();
-        QVERIFY(m_gateway.waitForFinished(5000));
-    }
-
     // What a fresh reader makes of the file the program saves now.
     void saveAndReload(MainWindow& w, ModalWatcher& watcher, CTreeItemRoot& into)
     {
@@ -114,34 +117,26 @@ private slots:
         startAndConnect(w, watcher);
         if (QTest::currentTestFailed())
             return;
-        kill();
+        m_gateway.kill();
+        QVERIFY(m_gateway.waitForFinished(5000));
         CItem* channel0 = MainWindowProbe::root(w).FindChildByName("Channel_0");
         CItem* device0 = channel0->FindChildByName("Device_0");
 
         // Each refused call ends with the program's box; nothing is added here.
-        QElapsedTimer took;
-        took.start();
         select(w, device0);
-        watcher.answer([](QWidget* d) {
-            child<QLineEdit>(d, "nameEdit")->setText("Новая");
-            qobject_cast<QDialog*>(d)->accept();
-        });
+        watcher.answer(accepting<QLineEdit>("nameEdit", QString("Новая")));
         watcher.answer(QMessageBox::Ok);
         w.on_add_group_action_triggered();
         QCOMPARE(watcher.seen().last().text,
                  QString("Добавление группы завершилось неудачно, на сервере произошла ошибка"));
         QCOMPARE(device0->size(), 1u);
         select(w, channel0);
-        watcher.answer([](QWidget* d) {
-            child<QSpinBox>(d, "addressBox")->setValue(7);
-            qobject_cast<QDialog*>(d)->accept();
-        });
+        watcher.answer(accepting<QSpinBox>("addressBox", 7));
         watcher.answer(QMessageBox::Ok);
         w.on_add_device_action_triggered();
         QCOMPARE(watcher.seen().last().text,
                  QString("Добавление устройства завершилось неудачно, на сервере произошла ошибка"));
         QCOMPARE(channel0->size(), 1u);
-        QVERIFY2(took.elapsed() < 30000, "a dead gateway must not hold the window for long");
         QVERIFY(logged("Добавление устройства завершилось неудачно, на сервере произошла ошибка"));
 
         // A local paste still works, and the file keeps the whole tree.
@@ -153,11 +148,7 @@ private slots:
         saveAndReload(w, watcher, reloaded);
         QCOMPARE(reloaded.size(), 3u);
         for (const char* channel : {"Channel_0", "Channel_2"})
-            QCOMPARE(reloaded.FindChildByName(channel)
-                         ->FindChildByName("Device_0")
-                         ->FindChildByName("Group_0")
-                         ->size(),
-                     3u);
+            QCOMPARE(groupOf(reloaded, channel)->size(), 3u);
         QCOMPARE(watcher.unexpectedCount(), 0);
     }
 
@@ -173,40 +164,32 @@ private slots:
             return;
         CItem* group = MainWindowProbe::groups(w).at("Channel_0.Device_0.Group_0");
         select(w, group);
-        watcher.answer([](QWidget* d) {
-            child<QSpinBox>(d, "spinBox_5")->setValue(500);
-            qobject_cast<QDialog*>(d)->accept();
-        });
-        watcher.answer(QMessageBox::Ok); // a refused exchange call has its box
+        watcher.answer(accepting<QSpinBox>("spinBox_5", 500));
+        watcher.answer(QMessageBox::Ok);
         g_addsHeard = 0;
 
         // Kills the gateway once it has taken 20 tags, waits for the worker's
-        // failure, then half a second more, and closes the busy dialog.
+        // failure (a minute at most), then half a second more, and closes the
+        // busy dialog.
         QString printed;
         QElapsedTimer sinceKill, sinceFailure;
         bool stayedOpen = false;
         QTimer monitor;
-        auto finish = [&] {
-            monitor.stop();
-            emit w.signalCloseProgressBar(0);
-        };
         connect(&monitor, &QTimer::timeout, &w, [&] {
             printed += QString::fromUtf8(m_gateway.readAll());
-            if (!sinceKill.isValid()) {
-                if (printed.count("Метод addNode: Good") >= 20) {
-                    m_gateway.kill();
-                    sinceKill.start();
-                }
-            } else if (!sinceFailure.isValid()) {
-                if (logged("Изменения канала завершилось неудачно") ||
-                    logged("Добавление тега завершилось неудачно, на сервере произошла ошибка"))
-                    sinceFailure.start();
-                else if (sinceKill.elapsed() > 60000)
-                    finish();
-            } else if (sinceFailure.elapsed() > 500) {
+            if (!sinceKill.isValid() && printed.count("Метод addNode: Good") >= 20) {
+                m_gateway.kill();
+                sinceKill.start();
+            } else if (sinceKill.isValid() && !sinceFailure.isValid() &&
+                       (logged("Изменения канала завершилось неудачно") ||
+                        logged("Добавление тега завершилось неудачно, на сервере произошла ошибка"))) {
+                sinceFailure.start();
+            } else if (sinceKill.isValid() && ((sinceFailure.isValid() && sinceFailure.hasExpired(500)) ||
+                                               sinceKill.hasExpired(60000))) {
                 QWidget* modal = QApplication::activeModalWidget();
                 stayedOpen = modal && modal->objectName() == "ProgressBar";
-                finish();
+                monitor.stop();
+                emit w.signalCloseProgressBar(0);
             }
         });
         monitor.start(20);
@@ -216,14 +199,19 @@ private slots:
         QVERIFY(stayedOpen);
         m_gateway.waitForFinished(5000);
         printed += QString::fromUtf8(m_gateway.readAll());
-        if (watcher.pending()) // a refused tag add has no box
+        QCOMPARE(watcher.unexpectedCount(), 0);
+        // A refused exchange call is told in a box; a refused add only in the log.
+        if (watcher.pending())
             watcher.clear();
+        else
+            QCOMPARE(watcher.seen().last().text, QString("Изменения канала завершилось неудачно"));
 
         // The tags whose add the program saw accepted stay here, next to what
         // it had; the gateway may have taken one more whose answer never came.
         const int accepted = printed.count("Метод addNode: Good");
         const int heard = g_addsHeard;
-        QVERIFY2(heard >= 20 && heard < 500 && accepted - heard <= 1, qPrintable(QString::number(heard)));
+        QVERIFY2(accepted >= 20 && accepted < 500 && (accepted == heard || accepted == heard + 1),
+                 qPrintable(QString("%1 %2").arg(accepted).arg(heard)));
         for (int i = 0; i < 3 + heard; ++i)
             QVERIFY2(group->FindChildByName(("Tag_" + std::to_string(i)).c_str()),
                      qPrintable(QString::number(i)));
@@ -231,11 +219,7 @@ private slots:
 
         CTreeItemRoot reloaded;
         saveAndReload(w, watcher, reloaded);
-        QCOMPARE(reloaded.FindChildByName("Channel_0")
-                     ->FindChildByName("Device_0")
-                     ->FindChildByName("Group_0")
-                     ->size(),
-                 group->size());
+        QCOMPARE(groupOf(reloaded, "Channel_0")->size(), group->size());
         QCOMPARE(watcher.unexpectedCount(), 0);
     }
 };
