@@ -85,14 +85,6 @@ private:
 
 const QString kGroup = "Channel_0.Device_0.Group_0";
 
-template <typename T> T* child(QWidget* w, const char* name)
-{
-    T* found = w->findChild<T*>(name);
-    if (!found)
-        qFatal("no widget %s", name);
-    return found;
-}
-
 } // namespace
 
 // Tag commands while connected: each add, edit and delete must reach the
@@ -134,22 +126,18 @@ private slots:
         // Three holding registers from one dialog; a series that hangs is
         // closed here after a minute so that the failure shows.
         watcher.answer([](QWidget* d) {
-            child<QComboBox>(d, "regTypeBox")->setCurrentIndex(MRT_HoldingRegister);
-            child<QSpinBox>(d, "addrBox")->setValue(100);
-            child<QComboBox>(d, "valTypeBox")->setCurrentText("Цел16");
-            child<QSpinBox>(d, "spinBox_5")->setValue(3);
+            d->findChild<QComboBox*>("regTypeBox")->setCurrentIndex(MRT_HoldingRegister);
+            d->findChild<QSpinBox*>("addrBox")->setValue(100);
+            d->findChild<QComboBox*>("valTypeBox")->setCurrentText("Цел16");
+            d->findChild<QSpinBox*>("spinBox_5")->setValue(3);
             qobject_cast<QDialog*>(d)->accept();
         });
         bool hung = false;
-        QTimer guard;
-        guard.setSingleShot(true);
-        connect(&guard, &QTimer::timeout, &w, [&] {
+        QTimer::singleShot(60000, &w, [&] {
             hung = true;
             emit w.signalCloseProgressBar(0);
         });
-        guard.start(60000);
         w.on_add_tag_action_triggered();
-        guard.stop();
         QVERIFY(!hung);
 
         const QString added = gateway.output().mid(mark);
@@ -183,8 +171,8 @@ private slots:
         selectRows({4});
         QCOMPARE(MainWindowProbe::tagModel(w)->index(4, 0).data().toString(), QString("Tag_4"));
         watcher.answer([](QWidget* d) {
-            child<QLineEdit>(d, "nameEdit")->setText("Уровень");
-            child<QComboBox>(d, "valTypeBox")->setCurrentText("Вещ64");
+            d->findChild<QLineEdit*>("nameEdit")->setText("Уровень");
+            d->findChild<QComboBox*>("valTypeBox")->setCurrentText("Вещ64");
             qobject_cast<QDialog*>(d)->accept();
         });
         w.tag_edit_action_triggered();
