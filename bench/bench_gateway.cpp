@@ -31,7 +31,8 @@ int main(int argc, char** argv)
         QElapsedTimer t;
         t.start();
         if (!gateway.start(options, 60000)) {
-            std::fprintf(stderr, "bench_gateway: the gateway did not answer:\n%s\n", qPrintable(gateway.output()));
+            std::fprintf(stderr, "bench_gateway: the gateway did not answer:\n%s\n",
+                         qPrintable(gateway.output()));
             return 1;
         }
         best = std::min(best, t.nsecsElapsed() / 1e6);

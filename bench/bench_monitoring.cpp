@@ -12,6 +12,7 @@
 // value reached the client is given beside it.
 #include "app/mainwindow.h"
 #include "app/progressbar.h"
+#include "bench/benchsupport.h"
 #include "config/scrambler.h"
 #include "gatewayprocess.h"
 #include "opcua/opcuawrapper.h"
@@ -207,10 +208,13 @@ int main(int argc, char** argv)
     select(tree, probeRow);
     runFor(3000);
     const double cpu0 = cpuMs();
+    const double gatewayCpu0 = BenchSupport::ProcessCpuMs(gateway.processId());
     QElapsedTimer wait;
     wait.start();
     runFor(seconds * 1000);
     const double cpuPercent = (cpuMs() - cpu0) / double(wait.elapsed()) * 100.0;
+    const double gatewayCpuPercent =
+        (BenchSupport::ProcessCpuMs(gateway.processId()) - gatewayCpu0) / double(wait.elapsed()) * 100.0;
 
     // Arrival of each probe value at the client, on the loop's thread.
     std::mutex arrivalsMutex;
@@ -289,6 +293,13 @@ int main(int argc, char** argv)
                 percentile(arrivalToTable, 1.0), arrivalToTable.size());
     std::printf("method call during monitoring: slowest %.1f ms\n", slowestCall);
     std::printf("subscription removal:         %.0f ms\n", unsubscribeMs);
+    std::printf("gateway CPU, same %2d s:       %.1f %% of one core (target <= 50)\n", seconds,
+                gatewayCpuPercent);
+    BenchSupport::ReportAbsolute("subscribe to 10k tags at 100 ms", subscribeMs, "ms", 3000);
+    BenchSupport::ReportAbsolute("program CPU, 10k tags monitored (% of a core)", cpuPercent, "%", 25);
+    BenchSupport::ReportAbsolute("gateway CPU, 10k tags monitored (% of a core)", gatewayCpuPercent, "%", 50);
+    BenchSupport::ReportAbsolute("gateway sample to table, slowest value", percentile(sampleToTable, 1.0),
+                                 "ms", 300);
     client->disconnectToServer();
     return 0;
 }

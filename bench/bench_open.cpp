@@ -38,7 +38,8 @@ double programOpenMs(MainWindow& window, const QString& path)
     QElapsedTimer t;
     t.start();
     ProgressBar dialog(nullptr);
-    QObject::connect(&window, &MainWindow::signalCloseProgressBar, &dialog, &ProgressBar::slotCloseProgressBar);
+    QObject::connect(&window, &MainWindow::signalCloseProgressBar, &dialog,
+                     &ProgressBar::slotCloseProgressBar);
     QObject::connect(&window, &MainWindow::signalSetLabelProgressBar, &dialog,
                      &ProgressBar::slotSetLabelProgressBar);
     std::thread worker(&MainWindow::openCSVFile, &window, path);
@@ -74,13 +75,16 @@ int main(int argc, char** argv)
         return 1;
     }
     const int rows = window.findChild<QTreeWidget*>("treeWidget")->topLevelItem(0)->childCount();
-    std::printf("configuration: %d tags, %d channel rows in the tree\n",
-                BenchSupport::kChannels * BenchSupport::kDevices * BenchSupport::kGroups * BenchSupport::kTags, rows);
+    std::printf(
+        "configuration: %d tags, %d channel rows in the tree\n",
+        BenchSupport::kChannels * BenchSupport::kDevices * BenchSupport::kGroups * BenchSupport::kTags, rows);
     std::printf("bare Load:                 %7.1f ms\n", bare);
     std::printf("open through the program:  %7.1f ms\n", program);
     std::printf("ratio open / Load:          %5.2f   (target <= 2.0)\n", program / bare);
     std::printf("resident memory now:        %5.1f MB\n", BenchSupport::ResidentKb() / 1024.0);
-    BenchSupport::ReportAgainstPeer("open 100k tags in the program (peer: bare Load)", program, bare, "ms", 2.0);
-    BenchSupport::ReportAbsolute("resident memory, 100k-tag tree open", BenchSupport::ResidentKb() / 1024.0, "MB", 300);
+    BenchSupport::ReportAgainstPeer("open 100k tags in the program (peer: bare Load)", program, bare, "ms",
+                                    2.0);
+    BenchSupport::ReportAbsolute("resident memory, 100k-tag tree open", BenchSupport::ResidentKb() / 1024.0,
+                                 "MB", 300);
     return program / bare <= 2.0 ? 0 : 1;
 }

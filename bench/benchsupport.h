@@ -22,6 +22,10 @@ bool ResetPeak();
 // Resident size now, in kB (VmRSS).
 long ResidentKb();
 
+// CPU time used so far by another process of this machine, in ms; -1 when
+// it can't be read.
+double ProcessCpuMs(long long pid);
+
 // Rows of the one summary table that scripts/bench.sh prints: a figure
 // against an absolute target, or against a peer measured in the same run
 // with a target for the ratio. Lower is better in both.

@@ -6,13 +6,17 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-bash scripts/install-deps.sh
-cmake --preset release >/dev/null
-cmake --build --preset release -j"$(nproc)"
-
 bin=build-release/bin
 logs=build-release/bench-logs
+
+bash scripts/install-deps.sh
+cmake --preset release >/dev/null
 mkdir -p "$logs"
+echo "building (release) ..." >&2
+cmake --build --preset release -j"$(nproc)" >"$logs/build.log" 2>&1 || {
+    tail -30 "$logs/build.log" >&2
+    exit 1
+}
 export QT_QPA_PLATFORM=offscreen
 home=$(mktemp -d)
 trap 'rm -rf "$home"' EXIT

@@ -34,6 +34,7 @@ public:
 
     bool running() const { return m_process.state() != QProcess::NotRunning; }
     quint16 port() const { return m_port; }
+    qint64 processId() const { return m_process.processId(); }
     // "opc.tcp://127.0.0.1:<port>"
     QString url() const;
     // Everything it printed so far, stdout and stderr merged.
