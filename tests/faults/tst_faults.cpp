@@ -1,10 +1,14 @@
 #include "app/mainwindow.h"
 #include "config/csvimporter.h"
+#include "config/runparameters.h"
 #include "config/scrambler.h"
+#include "dialogs/dialogaddusers.h"
 #include "tests/common/mainwindowprobe.h"
 #include "tests/common/modalwatcher.h"
 
 #include <QElapsedTimer>
+#include <QProcess>
+#include <QTableWidget>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -40,6 +44,16 @@ private:
         CCsvLoader loader(&root);
         return loader.Load(path.toStdString(), plain);
     }
+
+    // A tmpfs of its own at `folder`, with mount options; false where the
+    // test may not mount (not root, or no mount namespace of its own).
+    static bool mountTmpfs(const QString& folder, const QString& options)
+    {
+        QDir().mkpath(folder);
+        return QProcess::execute("mount", {"-t", "tmpfs", "-o", options, "tmpfs", folder}) == 0;
+    }
+
+    static void unmount(const QString& folder) { QProcess::execute("umount", {folder}); }
 
 private slots:
     void damagedFilesKeepWhatCouldBeRead()
@@ -123,6 +137,61 @@ private slots:
         QVERIFY(load(m_dir.filePath("roomy.cfg"), false, again));
         QCOMPARE(again.GetItemsCount(itTag), 3u);
         QCOMPARE(watcher.unexpectedCount(), 0);
+    }
+    void readOnlyFolderAndTinyDisk()
+    {
+        const QString readOnly = m_dir.filePath("ro");
+        const QString tiny = m_dir.filePath("tiny");
+        if (!mountTmpfs(readOnly, "size=64k,ro"))
+            QSKIP("no tmpfs can be mounted here");
+        QVERIFY(mountTmpfs(tiny, "size=16k"));
+        struct Unmount
+        {
+            QString a, b;
+            ~Unmount()
+            {
+                unmount(a);
+                unmount(b);
+            }
+        } unmountAtEnd{readOnly, tiny};
+
+        ModalWatcher watcher;
+        MainWindow w;
+        w.openCSVFile(QString(VELMORA_EXAMPLES) + "/plant.cfg");
+        const uint tags = MainWindowProbe::root(w).GetItemsCount(itTag);
+        MainWindowProbe::dirty(w) = true;
+
+        // Nothing can be created in a read-only folder: the scrambling pass
+        // finds no file (code 13) and the changes still count as unsaved.
+        MainWindowProbe::configPath(w) = readOnly + "/plant.cfg";
+        QCOMPARE(w.saveConfig(), 2);
+        QVERIFY(MainWindowProbe::dirty(w));
+        QCOMPARE(CRunParameters::Save({readOnly + "/plant.cfg", "4840", "info", "true", "", "", ""}),
+                 int(CRunParameters::NotWritten));
+
+        // A disk too small for the file: the writer's own failure (code 12).
+        MainWindowProbe::configPath(w) = tiny + "/plant.cfg";
+        QCOMPARE(w.saveConfig(), 1);
+        QVERIFY(MainWindowProbe::dirty(w));
+        QCOMPARE(MainWindowProbe::root(w).GetItemsCount(itTag), tags);
+        QCOMPARE(watcher.unexpectedCount(), 0);
+    }
+
+    void semicolonInALogin()
+    {
+        // A ";" in a login splits it: the pairs behind it shift, nothing breaks.
+        const QString path = write("users.cfg", example("worked_example.cfg"));
+        DialogAddUsers dialog(path);
+        dialog.saveUsers("оператор;смена", "1");
+        dialog.saveUsers("admin", "2");
+        dialog.readFileUsers();
+        auto* table = dialog.findChild<QTableWidget*>("tableWidget_users");
+        QCOMPARE(table->rowCount(), 2);
+        QCOMPARE(table->item(0, 0)->text(), QString("оператор"));
+        QCOMPARE(table->item(1, 0)->text(), QString("1"));
+        CTreeItemRoot root;
+        QVERIFY(load(path, false, root));
+        QCOMPARE(root.GetItemsCount(itTag), 3u);
     }
 };
 
