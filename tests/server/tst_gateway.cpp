@@ -374,10 +374,11 @@ void TestGateway::emulatedValuesSubscriptionsAndExchange()
     // A random double (its moves show below) and a sine scaled from -1..1 to -100..100.
     QCOMPARE(Read(cl, g + "Rand").type, &UA_TYPES[UA_TYPES_DOUBLE]);
     QCOMPARE(Read(cl, g + "Sine").type, &UA_TYPES[UA_TYPES_INT16]);
+    // Sampled until four distinct values: a loaded machine may read twice within one step,
+    // or at two points mirrored about a peak.
     QSet<double> sines;
-    for (int i = 0; i < 6; ++i, QTest::qWait(120))
-        sines << Read(cl, g + "Sine").number;
-    QVERIFY(sines.size() >= 4 && *std::min_element(sines.begin(), sines.end()) >= -100 &&
+    QTRY_VERIFY_WITH_TIMEOUT((sines << Read(cl, g + "Sine").number, sines.size() >= 4), 10000);
+    QVERIFY(*std::min_element(sines.begin(), sines.end()) >= -100 &&
             *std::max_element(sines.begin(), sines.end()) <= 100);
 
     // Monitored items are numbered from 1 in each subscription.
@@ -399,7 +400,7 @@ void TestGateway::emulatedValuesSubscriptionsAndExchange()
             QCOMPARE(res.monitoredItemId, i + 1);
         }
     }
-    QTRY_VERIFY_WITH_TIMEOUT((UA_Client_run_iterate(cl, 20), notifications > 20), 5000);
+    QTRY_VERIFY_WITH_TIMEOUT((UA_Client_run_iterate(cl, 20), notifications > 20), 15000);
 
     // Stopped exchange freezes every value; starting lets them move again.
     QCOMPARE(Call(cl, "stopExchange", "emul"), UA_STATUSCODE_GOOD);
@@ -407,7 +408,7 @@ void TestGateway::emulatedValuesSubscriptionsAndExchange()
     for (int i = 0; i < 3; ++i, QTest::qWait(60))
         QCOMPARE(Read(cl, g + "Rand").number, frozen);
     QCOMPARE(Call(cl, "startExchange", "emul"), UA_STATUSCODE_GOOD);
-    QTRY_VERIFY_WITH_TIMEOUT(Read(cl, g + "Rand").number != frozen, 2000);
+    QTRY_VERIFY_WITH_TIMEOUT(Read(cl, g + "Rand").number != frozen, 10000);
 }
 
 void TestGateway::loginsAndEncryptedSessions()
