@@ -21,118 +21,99 @@ class TestMethodArgument : public QObject
 {
     Q_OBJECT
 private slots:
-    void splitKeepsEmptyFieldsAndStopsAtNul();
-    void channelsAndGroups();
-    void deviceNumbersTravelAsCharacters();
-    void tagFieldSixHasTwoForms();
-    void malformedArgumentsAreRefused();
-};
-
-void TestMethodArgument::splitKeepsEmptyFieldsAndStopsAtNul()
-{
-    using V = std::vector<std::string>;
-    QCOMPARE(A::SplitFields("a;;b"), (V{"a", "", "b"}));
-    QCOMPARE(A::SplitFields("a;b;"), (V{"a", "b", ""}));
-    QCOMPARE(A::SplitFields(std::string("a;b\0;c", 6)), (V{"a", "b"}));
-    QCOMPARE(A::SplitFields(""), (V{""}));
-    // A delete takes the whole path up to a NUL.
-    QCOMPARE(Parsed(A::Method::Delete, "Ch;x.Dev").path, std::string("Ch;x.Dev"));
-    QCOMPARE(Parsed(A::Method::Delete, std::string("Ch.Dev\0junk", 11)).path, std::string("Ch.Dev"));
-}
-
-void TestMethodArgument::channelsAndGroups()
-{
-    const A serial = Parsed(A::Method::Add, "Каналы;1;Линия;0;500;3;0;0;7;19200;8;2;2;1;3;1");
-    QCOMPARE(serial.path, std::string("Каналы"));
-    QCOMPARE(serial.kind, int(A::KindChannel));
-    QCOMPARE(serial.name, std::string("Линия"));
-    QCOMPARE(serial.Value(A::ChBaudRate), 19200);
-    QCOMPARE(serial.Value(A::ChStopBits), 2);
-    QCOMPARE(serial.Value(A::ChDtr), 1);
-
-    // TCP: the address as one 32-bit number, three fields fewer.
-    const A tcp = Parsed(A::Method::Edit, "Ch;1;Ch;1;500;3;0;2;167815360;502;5000");
-    QCOMPARE(tcp.Value(A::ChIp), 167815360);
-    QCOMPARE(tcp.Value(A::ChTimeoutConnect), 5000);
-
-    // The largest group rate allowed depends on the unit.
-    QCOMPARE(Parsed(A::Method::Add, "C.D;3;G;24;3").Value(A::GrRate), 24);
-    QCOMPARE(Parsed(A::Method::Add, "C.D;3;G;86400000;0").Value(A::GrUnit), 0);
-}
-
-void TestMethodArgument::deviceNumbersTravelAsCharacters()
-{
-    const A dev = Parsed(A::Method::Add, "Ch;2;Dev;A;1;0;};\xdf\x90;\x05");
-    QCOMPARE(dev.Value(A::DevAddr), 65);
-    QCOMPARE(dev.Value(A::DevExchange), 1);
-    QCOMPARE(dev.Value(A::DevMaxRegs), 125);
-    QCOMPARE(dev.Value(A::DevMaxDiscrets), 2000); // two UTF-8 bytes
-    QCOMPARE(dev.Value(A::DevMaxFragmentation), 5);
-
-    // Address 59 is ";" itself and splits into two empty fields.
-    const A semi = Parsed(A::Method::Edit, "Ch.Dev;2;Dev;;;1;1;};\xdf\x90;\x05");
-    QCOMPARE(semi.Value(A::DevAddr), 59);
-    QCOMPARE(semi.Value(A::DevEmulation), 1);
-    QCOMPARE(semi.Value(A::DevMaxFragmentation), 5);
-
-    // Address 0 is a NUL: the text ends there and the address reads as 0.
-    const A zero = Parsed(A::Method::Edit, std::string("Ch.Dev;2;Dev;") + '\0' + ";1;1;}");
-    QCOMPARE(zero.Value(A::DevAddr), 0);
-    QVERIFY(!zero.Has(A::DevExchange));
-}
-
-void TestMethodArgument::tagFieldSixHasTwoForms()
-{
-    // The adding worker writes decimal digits, the edit dialog a character code...
-    const A add = Parsed(A::Method::Add, "C.D.G;4;T;3;40;0;3;1;1;0;2;1;1;1;2;2");
-    QCOMPARE(add.Value(A::TagByteOrder), 3);
-    QCOMPARE(add.Value(A::TagEmul), 2);
-    QCOMPARE(Parsed(A::Method::Edit, "C.D.G.T;4;T;3;40;0;\x02;1;1;0;2;1;1;1;2;2").Value(A::TagByteOrder), 2);
-
-    // ...and byte order 0 is a NUL: fields 0 to 5 arrive, the order reads 0.
-    const A cut = Parsed(A::Method::Edit, std::string("C.D.G.T;4;T;3;40;1;") + '\0' + ";1;1;0;2;1;1;1;2;2");
-    QCOMPARE(cut.Value(A::TagValType), 1);
-    QCOMPARE(cut.Value(A::TagByteOrder), 0);
-    QVERIFY(!cut.Has(A::TagRead) && !cut.Has(A::TagEmul));
-
-    // A paste sends the two leading fields only.
-    const A paste = Parsed(A::Method::Add, "C.D.G;4");
-    QVERIFY(paste.name.empty() && !paste.Has(A::TagRegType));
-}
-
-void TestMethodArgument::malformedArgumentsAreRefused()
-{
-    const std::pair<A::Method, std::string> cases[] = {
-        {A::Method::Add, ""},
-        {A::Method::Add, "Каналы"},
-        {A::Method::Add, ";1;Ch"},
-        {A::Method::Add, "Каналы;5;X"},
-        {A::Method::Add, "Каналы;x;X"},
-        {A::Method::Add, "C.D;3;G;-5;0"},
-        {A::Method::Add, "C.D;3;G;50;0;extra"},
-        {A::Method::Add, "C.D;3;" + std::string(65, 'g') + ";50;0"},
-        {A::Method::Add, "C.D;3;\xff\xfe;50;0"}, // not UTF-8
-        {A::Method::Delete, std::string("\0C", 2)},
-        {A::Method::Edit, "Ch;1;Ch;1;500;3;0;2;167815360;502;5000;8"},
-        {A::Method::Add, "Каналы;1;Линия;0;500;3;0;0;7;19201;8;1;0;0;0;0"}, // no such baud rate
-        {A::Method::Add, "Каналы;1;Линия;0;19;3;0;0;7;9600;8;1;0;0;0;0"},   // timeout below 20
-        {A::Method::Add, "Каналы;1;Ли.ния;0;500;3;0;0;7;9600;8;1;0;0;0;0"}, // point in a name
-        {A::Method::Add, "C.D;3;G;25;3"},
-        {A::Method::Add, "C.D;3;G;1441;2"},
-        {A::Method::Add, "Ch;2;Dev;AB;1;0;}"},                      // two characters
-        {A::Method::Add, "Ch;2;Dev;A;1;0;~"},                       // 126 registers
-        {A::Method::Add, "C.D.G;4;T;2;40;0;0;1;0;0;124;0;0;0;0;0"}, // registers: at most 123
-        {A::Method::Add, "C.D.G;4;T;0;40;8;0;1;0;0;10;11;0;0;0;0"}, // position beyond segment
-        {A::Method::Add, "C.D.G;4;T;3;40;0;4;1;1;0;2;1;1;1;2;2"},   // byte order 4
-        {A::Method::Add, "C.D.G;4;T;3;40;0;3;2;1;0;2;1;1;1;2;2"},   // flag 2
-        {A::Method::Add, "C.D.G;4;T;3;40;0;;1;1;0;2;1;1;1;2;2"},    // empty order mid-text
-    };
-    for (const auto& [method, text] : cases) {
-        A a;
-        std::string error;
-        QVERIFY2(!A::Parse(method, text, a, error) && !error.empty(), text.c_str());
+    void splitKeepsEmptyFieldsAndStopsAtNul()
+    {
+        using V = std::vector<std::string>;
+        QCOMPARE(A::SplitFields(std::string("a;;b;\0;c", 8)), (V{"a", "", "b", ""}));
+        // A delete takes the whole path, semicolons too, up to a NUL.
+        QCOMPARE(Parsed(A::Method::Delete, std::string("Ch;x.Dev\0junk", 13)).path, std::string("Ch;x.Dev"));
     }
-}
+
+    void channelsAndGroups()
+    {
+        const A serial = Parsed(A::Method::Add, "Каналы;1;Линия;0;500;3;0;0;7;19200;8;2;2;1;3;1");
+        QCOMPARE(serial.path, std::string("Каналы"));
+        QCOMPARE(serial.kind, int(A::KindChannel));
+        QCOMPARE(serial.name, std::string("Линия"));
+        QCOMPARE(serial.Value(A::ChBaudRate), 19200);
+        QCOMPARE(serial.Value(A::ChDtr), 1);
+
+        // TCP: the address as one 32-bit number, three fields fewer.
+        const A tcp = Parsed(A::Method::Edit, "Ch;1;Ch;1;500;3;0;2;167815360;502;5000");
+        QCOMPARE(tcp.Value(A::ChIp), 167815360);
+        QCOMPARE(tcp.Value(A::ChTimeoutConnect), 5000);
+
+        // The largest group rate allowed depends on the unit.
+        QCOMPARE(Parsed(A::Method::Add, "C.D;3;G;24;3").Value(A::GrRate), 24);
+        QCOMPARE(Parsed(A::Method::Add, "C.D;3;G;86400000;0").Value(A::GrUnit), 0);
+    }
+
+    void deviceNumbersTravelAsCharacters()
+    {
+        const A dev = Parsed(A::Method::Add, "Ch;2;Dev;A;1;0;};\xdf\x90;\x05");
+        QCOMPARE(dev.Value(A::DevAddr), 65);
+        QCOMPARE(dev.Value(A::DevMaxDiscrets), 2000); // two UTF-8 bytes
+        QCOMPARE(dev.Value(A::DevMaxFragmentation), 5);
+
+        // Address 59 is ";" itself and splits into two empty fields.
+        const A semi = Parsed(A::Method::Edit, "Ch.Dev;2;Dev;;;1;1;};\xdf\x90;\x05");
+        QCOMPARE(semi.Value(A::DevAddr), 59);
+        QCOMPARE(semi.Value(A::DevMaxFragmentation), 5);
+
+        // Address 0 is a NUL: the text ends there and the address reads as 0.
+        const A zero = Parsed(A::Method::Edit, std::string("Ch.Dev;2;Dev;") + '\0' + ";1;1;}");
+        QCOMPARE(zero.Value(A::DevAddr), 0);
+        QVERIFY(!zero.Has(A::DevExchange));
+    }
+
+    void tagFieldSixHasTwoForms()
+    {
+        // The adding worker writes decimal digits, the edit dialog a character code...
+        QCOMPARE(Parsed(A::Method::Add, "C.D.G;4;T;3;40;0;3;1;1;0;2;1;1;1;2;2").Value(A::TagByteOrder), 3);
+        QCOMPARE(Parsed(A::Method::Edit, "C.D.G.T;4;T;3;40;0;\x02;1;1;0;2;1;1;1;2;2").Value(A::TagByteOrder),
+                 2);
+
+        // ...and byte order 0 is a NUL: fields 0 to 5 arrive, the order reads 0.
+        const A cut =
+            Parsed(A::Method::Edit, std::string("C.D.G.T;4;T;3;40;1;") + '\0' + ";1;1;0;2;1;1;1;2;2");
+        QCOMPARE(cut.Value(A::TagValType), 1);
+        QCOMPARE(cut.Value(A::TagByteOrder), 0);
+        QVERIFY(!cut.Has(A::TagRead) && !cut.Has(A::TagEmul));
+
+        // A paste sends the two leading fields only.
+        const A paste = Parsed(A::Method::Add, "C.D.G;4");
+        QVERIFY(paste.name.empty() && !paste.Has(A::TagRegType));
+    }
+
+    void malformedArgumentsAreRefused()
+    {
+        const std::pair<A::Method, std::string> cases[] = {
+            {A::Method::Add, ""},
+            {A::Method::Add, "Каналы"},
+            {A::Method::Add, "Каналы;5;X"},
+            {A::Method::Add, "C.D;3;G;50;0;extra"},
+            {A::Method::Add, "C.D;3;" + std::string(65, 'g') + ";50;0"},
+            {A::Method::Add, "C.D;3;\xff\xfe;50;0"}, // not UTF-8
+            {A::Method::Delete, std::string("\0C", 2)},
+            {A::Method::Add, "Каналы;1;Линия;0;500;3;0;0;7;19201;8;1;0;0;0;0"}, // no such baud rate
+            {A::Method::Add, "Каналы;1;Линия;0;19;3;0;0;7;9600;8;1;0;0;0;0"},   // timeout below 20
+            {A::Method::Add, "Каналы;1;Ли.ния;0;500;3;0;0;7;9600;8;1;0;0;0;0"}, // point in a name
+            {A::Method::Add, "C.D;3;G;25;3"},
+            {A::Method::Add, "Ch;2;Dev;AB;1;0;}"},                      // two characters
+            {A::Method::Add, "Ch;2;Dev;A;1;0;~"},                       // 126 registers
+            {A::Method::Add, "C.D.G;4;T;2;40;0;0;1;0;0;124;0;0;0;0;0"}, // registers: at most 123
+            {A::Method::Add, "C.D.G;4;T;0;40;8;0;1;0;0;10;11;0;0;0;0"}, // position beyond segment
+            {A::Method::Add, "C.D.G;4;T;3;40;0;4;1;1;0;2;1;1;1;2;2"},   // byte order 4
+            {A::Method::Add, "C.D.G;4;T;3;40;0;3;2;1;0;2;1;1;1;2;2"},   // flag 2
+            {A::Method::Add, "C.D.G;4;T;3;40;0;;1;1;0;2;1;1;1;2;2"},    // empty order mid-text
+        };
+        for (const auto& [method, text] : cases) {
+            A a;
+            std::string error;
+            QVERIFY2(!A::Parse(method, text, a, error) && !error.empty(), text.c_str());
+        }
+    }
+};
 
 QTEST_GUILESS_MAIN(TestMethodArgument)
 #include "tst_methodargument.moc"
