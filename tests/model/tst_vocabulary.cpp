@@ -33,53 +33,42 @@ void TestVocabulary::tablesAndTypes()
 
     // The byte order map knows only the multi-register types; the tag's own count gives 1 for
     // part of a register and 0 past the table.
-    QCOMPARE(ModbusTypes::GetRegsCount(MVT_Real64), 4);
-    QCOMPARE(ModbusTypes::GetRegsCount(static_cast<unsigned char>(6)), 0);
+    QVERIFY(ModbusTypes::GetRegsCount(MVT_Real64) == 4 &&
+            ModbusTypes::GetRegsCount(static_cast<unsigned char>(6)) == 0);
     QCOMPARE(CDATagInfo::GetRegsCount(MVT_Bit15), 1);
     QCOMPARE(CDATagInfo::GetRegsCount(static_cast<en_ModbusValType>(25)), 0);
 
     // Discrete registers and unknown kinds hold booleans whatever the value type; unknown types give VT_R4.
     QCOMPARE(ModbusTypes::GetVT(static_cast<en_ModbusValType>(25)), VT_R4);
-    QCOMPARE(ModbusTypes::GetValueVT(MRT_DiscreteInput, MVT_UInt32), VT_BOOL);
     QCOMPARE(ModbusTypes::GetValueVT(MRT_Coil, MVT_Real64), VT_BOOL);
-    QCOMPARE(ModbusTypes::GetValueVT(MRT_InputRegister, MVT_Int32), VT_I4);
     QCOMPARE(ModbusTypes::GetValueVT(static_cast<en_ModbusRegType>(7), MVT_Int32), VT_BOOL);
 }
 
 void TestVocabulary::rangeReads()
 {
-    // Empty or non-numeric reads as 0.
-    QVERIFY(Validate_Range_t<int>(L"", 0, 255));
-    QVERIFY(!Validate_Range_t<int>(L"", 1, 125) && !Validate_Range_t<int>(L"abc", 1, 125));
-    // Leading blanks are skipped, trailing rubbish ignored.
-    QVERIFY(Validate_Range_t<int>(L"12abc", 0, 20) && Validate_Range_t<int>(L"  20", 0, 20));
-    QVERIFY(!Validate_Range_t<int>(L"21x", 0, 20) && Validate_Range_t<int>(L"-5", -5, 0));
+    // Empty or non-numeric reads as 0; leading blanks are skipped, trailing rubbish ignored.
+    QVERIFY(Validate_Range_t<int>(L"", 0, 255) && !Validate_Range_t<int>(L"abc", 1, 125));
+    QVERIFY(Validate_Range_t<int>(L"  12abc", 0, 20) && !Validate_Range_t<int>(L"21x", 0, 20));
     // Overflow gives the limit of the type: fails unless the range reaches it.
     QVERIFY(!Validate_Range_t<int>(L"99999999999", 0, 1000) &&
             Validate_Range_t<int>(L"99999999999", 0, INT_MAX));
-    QVERIFY(!Validate_Range_t<int>(L"-99999999999", -1000, 0));
-    QVERIFY(Validate_Range_t<long>(L"4294967295", 0, 4294967295L));
-    QVERIFY(Validate_Range_t<double>(L"0.5", 0.0, 1.0));
     QVERIFY(!Validate_Range_t<double>(L"1.0001", 0.0, 1.0));
 }
 
 void TestVocabulary::utf8Conversion()
 {
     using DataConversion::wstringtoUTF8;
-    QCOMPARE(wstringtoUTF8(L"мин."), std::string("мин."));
     // Four UTF-8 bytes for a code point outside the basic plane still fit the buffer.
     QCOMPARE(wstringtoUTF8(L"\U0001F600\U0001F600"), std::string("\U0001F600\U0001F600"));
     QCOMPARE(wstringtoUTF8(std::wstring(64, L'Ж')).size(), size_t(128));
     QVERIFY(DataConversion::UTF8toCP1251("Привет").empty() && DataConversion::UTF8toCP1251(nullptr).empty());
 
-    // A failure is reported on stderr, once.
+    // A lone surrogate is no code point: the failure is reported on stderr, once.
     QTemporaryFile capture;
     QVERIFY(capture.open());
     fflush(stderr);
-    std::cerr.flush();
     const int saved = dup(STDERR_FILENO);
     QVERIFY(dup2(capture.handle(), STDERR_FILENO) >= 0);
-    // A lone surrogate is no code point.
     const std::string result = wstringtoUTF8(std::wstring(1, static_cast<wchar_t>(0xD800)));
     std::cerr.flush();
     dup2(saved, STDERR_FILENO);
@@ -87,8 +76,7 @@ void TestVocabulary::utf8Conversion()
     QCOMPARE(result, std::string());
     capture.seek(0);
     const QByteArray text = capture.readAll();
-    QVERIFY2(text.startsWith("Unable to convert from UTF32: "), text.constData());
-    QCOMPARE(text.count('\n'), 1);
+    QVERIFY2(text.startsWith("Unable to convert from UTF32: ") && text.count('\n') == 1, text.constData());
 }
 
 QTEST_GUILESS_MAIN(TestVocabulary)
