@@ -141,6 +141,14 @@ private:
     int askQuestion(const QString& text, int buttons);
     // The node of the selected tree row when that row is a group, else null.
     CItem* selectedGroup();
+    // The row of a channel, device or group node (a group also enters
+    // m_groups); null for any other node.
+    QTreeWidgetItem* addTreeRow(CItem* item, QTreeWidgetItem* parent);
+    // Makes a just-added row the only selected one, its parent open.
+    void selectNewRow(QTreeWidgetItem* row);
+    // The first selected tree row, and the node behind a row; null if none.
+    QTreeWidgetItem* selectedRow() const;
+    CItem* nodeOf(QTreeWidgetItem* row) const;
 
     CTreeItemRoot m_root;
     std::map<QTreeWidgetItem*, CItem*> m_treeItems;

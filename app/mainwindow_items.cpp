@@ -72,6 +72,28 @@ void dropChild(CItem* parent, CItem* child)
         delete child;
 }
 
+// The local half of an add. AppendChild refuses a child only on a broken
+// link; a child that duplicates a sibling, or whose name is taken, stays out
+// and is freed. failed opens each message: "Добавление … завершилось неудачно, ".
+bool insertChecked(QWidget* window, CItem* parent, CItem* child, QList<QString>& info, const QString& failed,
+                   const QString& notAppended)
+{
+    const bool appended = parent->AppendChild(child);
+    if (appended && parent->HasChildDublicate(child, nullptr)) {
+        warn(window, failed + "обнаружен дубликат", false);
+        info.clear();
+        dropChild(parent, child);
+        return false;
+    }
+    if (!appended || !isInserted(parent, child)) {
+        warn(window, failed + "не удалось добавить дочерний элемент" + notAppended, true);
+        info.clear();
+        delete child;
+        return false;
+    }
+    return true;
+}
+
 void rekey(std::map<QString, CItem*>& map, const QString& from, const QString& to)
 {
     auto entry = map.extract(from);
@@ -110,24 +132,8 @@ void MainWindow::on_add_channel_action_triggered()
         return;
     }
 
-    if (!m_root.AppendChild(channel)) {
-        warn(this, "Добавление канала завершилось неудачно, не удалось добавить дочерний элемент", true);
-        m_infoChannel.clear();
-        delete channel;
+    if (!insertChecked(this, &m_root, channel, m_infoChannel, "Добавление канала завершилось неудачно, ", ""))
         return;
-    }
-    if (m_root.HasChildDublicate(channel, nullptr)) {
-        warn(this, "Добавление канала завершилось неудачно, обнаружен дубликат", false);
-        m_infoChannel.clear();
-        dropChild(&m_root, channel);
-        return;
-    }
-    if (!isInserted(&m_root, channel)) {
-        warn(this, "Добавление канала завершилось неудачно, не удалось добавить дочерний элемент", true);
-        m_infoChannel.clear();
-        delete channel;
-        return;
-    }
     if (m_connected && m_client) {
         if (!m_client->callAddNode(m_infoChannel)) {
             warn(this, "Добавление канала завершилось неудачно, на сервере произошла ошибка", true);
@@ -138,14 +144,7 @@ void MainWindow::on_add_channel_action_triggered()
         m_dirty = true;
     }
 
-    auto* row = new QTreeWidgetItem(rootRow, TreeItemChannel);
-    row->setText(0, shortName(channel));
-    row->setIcon(0, QIcon(":/res/images/res/channel.png"));
-    m_treeItems[row] = channel;
-    rootRow->setExpanded(true);
-    ui->treeWidget->clearSelection();
-    row->setSelected(true);
-
+    selectNewRow(addTreeRow(channel, rootRow));
     m_configOpen = true;
     setEnabledToolbar(TreeItemChannel);
     m_infoChannel.clear();
@@ -153,18 +152,14 @@ void MainWindow::on_add_channel_action_triggered()
 
 void MainWindow::on_add_device_action_triggered()
 {
-    const QList<QTreeWidgetItem*> selected = ui->treeWidget->selectedItems();
-    if (selected.isEmpty())
-        return;
-    QTreeWidgetItem* channelRow = selected.first();
-    if (channelRow->type() == TreeItemDevice)
+    QTreeWidgetItem* channelRow = selectedRow();
+    if (channelRow && channelRow->type() == TreeItemDevice)
         channelRow = channelRow->parent();
-    else if (channelRow->type() == TreeItemGroup)
+    else if (channelRow && channelRow->type() == TreeItemGroup)
         channelRow = channelRow->parent() ? channelRow->parent()->parent() : nullptr;
-    const auto found = m_treeItems.find(channelRow);
-    if (!channelRow || found == m_treeItems.end() || found->second->GetType() != itChannel)
+    CItem* channel = nodeOf(channelRow);
+    if (!channel || channel->GetType() != itChannel)
         return;
-    CItem* channel = found->second;
 
     auto* device = new CDeviceInfo;
     device->SetParent(channel);
@@ -182,26 +177,9 @@ void MainWindow::on_add_device_action_triggered()
         return;
     }
 
-    if (!channel->AppendChild(device)) {
-        warn(this, "Добавление устройства завершилось неудачно, не удалось добавить дочерний элемент в канал",
-             true);
-        m_infoDevice.clear();
-        delete device;
+    if (!insertChecked(this, channel, device, m_infoDevice, "Добавление устройства завершилось неудачно, ",
+                       " в канал"))
         return;
-    }
-    if (channel->HasChildDublicate(device, nullptr)) {
-        warn(this, "Добавление устройства завершилось неудачно, обнаружен дубликат", false);
-        m_infoDevice.clear();
-        dropChild(channel, device);
-        return;
-    }
-    if (!isInserted(channel, device)) {
-        warn(this, "Добавление устройства завершилось неудачно, не удалось добавить дочерний элемент в канал",
-             true);
-        m_infoDevice.clear();
-        delete device;
-        return;
-    }
     if (m_connected && m_client) {
         if (!m_client->callAddNode(m_infoDevice)) {
             warn(this, "Добавление устройства завершилось неудачно, на сервере произошла ошибка", true);
@@ -212,28 +190,18 @@ void MainWindow::on_add_device_action_triggered()
         m_dirty = true;
     }
 
-    auto* row = new QTreeWidgetItem(channelRow, TreeItemDevice);
-    row->setText(0, shortName(device));
-    row->setIcon(0, QIcon(":/res/images/res/device.png"));
-    m_treeItems[row] = device;
-    channelRow->setExpanded(true);
-    ui->treeWidget->clearSelection();
-    row->setSelected(true);
+    selectNewRow(addTreeRow(device, channelRow));
     m_infoDevice.clear();
 }
 
 void MainWindow::on_add_group_action_triggered()
 {
-    const QList<QTreeWidgetItem*> selected = ui->treeWidget->selectedItems();
-    if (selected.isEmpty())
-        return;
-    QTreeWidgetItem* deviceRow = selected.first();
-    if (deviceRow->type() == TreeItemGroup)
+    QTreeWidgetItem* deviceRow = selectedRow();
+    if (deviceRow && deviceRow->type() == TreeItemGroup)
         deviceRow = deviceRow->parent();
-    const auto found = m_treeItems.find(deviceRow);
-    if (!deviceRow || found == m_treeItems.end() || found->second->GetType() != itDevice)
+    CItem* device = nodeOf(deviceRow);
+    if (!device || device->GetType() != itDevice)
         return;
-    CItem* device = found->second;
 
     auto* group = new CGroupInfo;
     group->SetParent(device);
@@ -260,48 +228,20 @@ void MainWindow::on_add_group_action_triggered()
         }
         m_dirty = true;
     }
-    if (!device->AppendChild(group)) {
-        warn(this,
-             "Добавление группы завершилось неудачно, не удалось добавить дочерний элемент в устройство",
-             true);
-        m_infoGroup.clear();
-        delete group;
+    if (!insertChecked(this, device, group, m_infoGroup, "Добавление группы завершилось неудачно, ",
+                       " в устройство"))
         return;
-    }
-    if (device->HasChildDublicate(group, nullptr)) {
-        warn(this, "Добавление группы завершилось неудачно, обнаружен дубликат", false);
-        m_infoGroup.clear();
-        dropChild(device, group);
-        return;
-    }
-    if (!isInserted(device, group)) {
-        warn(this,
-             "Добавление группы завершилось неудачно, не удалось добавить дочерний элемент в устройство",
-             true);
-        m_infoGroup.clear();
-        delete group;
-        return;
-    }
 
-    auto* row = new QTreeWidgetItem(deviceRow, TreeItemGroup);
-    row->setText(0, shortName(group));
-    row->setIcon(0, QIcon(":/res/images/res/group.png"));
-    m_treeItems[row] = group;
-    m_groups[fullName(group)] = group;
-    deviceRow->setExpanded(true);
-    ui->treeWidget->clearSelection();
-    row->setSelected(true);
+    selectNewRow(addTreeRow(group, deviceRow));
     m_infoGroup.clear();
 }
 
 void MainWindow::on_edit_action_triggered()
 {
-    const QList<QTreeWidgetItem*> selected = ui->treeWidget->selectedItems();
-    if (selected.isEmpty())
+    QTreeWidgetItem* row = selectedRow();
+    if (!row)
         return;
-    QTreeWidgetItem* row = selected.first();
-    const auto found = m_treeItems.find(row);
-    CItem* node = found == m_treeItems.end() ? nullptr : found->second;
+    CItem* node = nodeOf(row);
     const bool connected = m_connected && m_client;
 
     // Ends an edit that went through: the row takes the new name from the list.
@@ -433,10 +373,9 @@ void MainWindow::on_delete_action_triggered()
         tag_delete_action_triggered();
         return;
     }
-    const QList<QTreeWidgetItem*> selected = ui->treeWidget->selectedItems();
-    if (selected.isEmpty())
+    QTreeWidgetItem* row = selectedRow();
+    if (!row)
         return;
-    QTreeWidgetItem* row = selected.first();
     if (row->type() == TreeItemRoot) {
         // Reached by the Delete key only: the row goes, the tree of nodes stays.
         delete row;
@@ -497,15 +436,12 @@ void MainWindow::on_delete_action_triggered()
 
 void MainWindow::on_copy_action_triggered()
 {
-    const QList<QTreeWidgetItem*> selected = ui->treeWidget->selectedItems();
-    if (selected.isEmpty())
-        return;
-    const auto found = m_treeItems.find(selected.first());
-    if (found == m_treeItems.end())
+    CItem* node = nodeOf(selectedRow());
+    if (!node)
         return;
     // Only the pointer is kept; the clone is made by the paste.
     m_clipboard.clear();
-    m_clipboard.push_back(found->second);
+    m_clipboard.push_back(node);
 }
 
 // A copy of a clipboard entry, ready to go under host. A single copy that can
@@ -540,13 +476,10 @@ CItem* MainWindow::makePasteCopy(CItem* host, CItem* entry, bool single)
 
 void MainWindow::on_paste_action_triggered()
 {
-    const QList<QTreeWidgetItem*> selected = ui->treeWidget->selectedItems();
-    if (m_clipboard.empty() || selected.isEmpty())
+    CItem* node = nodeOf(selectedRow());
+    if (m_clipboard.empty() || !node)
         return;
-    const auto found = m_treeItems.find(selected.first());
-    if (found == m_treeItems.end())
-        return;
-    CItem* host = GetHostElement(found->second, enItemType(m_clipboard.front()->GetType() - 1));
+    CItem* host = GetHostElement(node, enItemType(m_clipboard.front()->GetType() - 1));
     if (!host)
         return;
 

@@ -99,13 +99,9 @@ void MainWindow::on_monitoring_action_triggered()
     }
     m_nodes = m_client->getVecNodes();
 
-    const QList<QTreeWidgetItem*> selected = ui->treeWidget->selectedItems();
-    if (selected.isEmpty())
+    CItem* node = nodeOf(selectedRow());
+    if (!node)
         return;
-    const auto found = m_treeItems.find(selected.first());
-    if (found == m_treeItems.end())
-        return;
-    CItem* node = found->second;
 
     if (m_monitoring) {
         runBusyStep(this, [this, node] { monitoringOff(node); });

@@ -46,11 +46,8 @@ CItem* tagAtRow(CItem* group, int row)
 
 CItem* MainWindow::selectedGroup()
 {
-    const QList<QTreeWidgetItem*> selected = ui->treeWidget->selectedItems();
-    if (selected.isEmpty() || selected.first()->type() != TreeItemGroup)
-        return nullptr;
-    const auto found = m_treeItems.find(selected.first());
-    return found == m_treeItems.end() ? nullptr : found->second;
+    QTreeWidgetItem* row = selectedRow();
+    return row && row->type() == TreeItemGroup ? nodeOf(row) : nullptr;
 }
 
 void MainWindow::on_add_tag_action_triggered()
@@ -205,11 +202,11 @@ void MainWindow::tag_edit_action_triggered()
 
 void MainWindow::tag_delete_action_triggered()
 {
-    const QList<QTreeWidgetItem*> selected = ui->treeWidget->selectedItems();
-    if (selected.isEmpty())
+    QTreeWidgetItem* row = selectedRow();
+    if (!row)
         return;
-    if (selected.first()->type() != TreeItemGroup) {
-        delete selected.first();
+    if (row->type() != TreeItemGroup) {
+        delete row;
         return;
     }
     CItem* group = selectedGroup();
@@ -291,13 +288,10 @@ void MainWindow::tag_copy_action_triggered()
 
 void MainWindow::tag_paste_action_triggered()
 {
-    const QList<QTreeWidgetItem*> selected = ui->treeWidget->selectedItems();
-    if (selected.isEmpty())
+    CItem* node = nodeOf(selectedRow());
+    if (!node)
         return;
-    const auto found = m_treeItems.find(selected.first());
-    if (found == m_treeItems.end())
-        return;
-    CItem* host = GetHostElement(found->second, itGroup);
+    CItem* host = GetHostElement(node, itGroup);
     if (!host)
         return;
 

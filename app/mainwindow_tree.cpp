@@ -55,6 +55,15 @@ void ItemInit(CItem* item)
 
 int MainWindow::CreateTreeItems(CItem* item, QTreeWidgetItem* parent)
 {
+    if (QTreeWidgetItem* row = addTreeRow(item, parent)) {
+        for (auto& child : *item)
+            CreateTreeItems(child.second, row);
+    }
+    return 0;
+}
+
+QTreeWidgetItem* MainWindow::addTreeRow(CItem* item, QTreeWidgetItem* parent)
+{
     int type;
     const char* icon;
     switch (item->GetType()) {
@@ -72,15 +81,32 @@ int MainWindow::CreateTreeItems(CItem* item, QTreeWidgetItem* parent)
         m_groups[groupFullName(item)] = item;
         break;
     default:
-        return 0;
+        return nullptr;
     }
     auto* row = new QTreeWidgetItem(parent, type);
     row->setText(0, QString::fromStdString(item->GetName()));
     row->setIcon(0, QIcon(icon));
     m_treeItems[row] = item;
-    for (auto& child : *item)
-        CreateTreeItems(child.second, row);
-    return 0;
+    return row;
+}
+
+void MainWindow::selectNewRow(QTreeWidgetItem* row)
+{
+    row->parent()->setExpanded(true);
+    ui->treeWidget->clearSelection();
+    row->setSelected(true);
+}
+
+QTreeWidgetItem* MainWindow::selectedRow() const
+{
+    const QList<QTreeWidgetItem*> selected = ui->treeWidget->selectedItems();
+    return selected.isEmpty() ? nullptr : selected.first();
+}
+
+CItem* MainWindow::nodeOf(QTreeWidgetItem* row) const
+{
+    const auto found = m_treeItems.find(row);
+    return found == m_treeItems.end() ? nullptr : found->second;
 }
 
 QTreeWidgetItem* MainWindow::createRootRow()
