@@ -11,19 +11,17 @@ class ExamplesTest : public QObject
 private slots:
     void examplesLoadInBothForms_data()
     {
-        QTest::addColumn<QString>("name");
         QTest::addColumn<uint>("channels");
         QTest::addColumn<uint>("tags");
-        QTest::newRow("small") << "small" << 2u << 3u;
-        QTest::newRow("plant") << "plant" << 4u << 300u;
+        QTest::newRow("small") << 2u << 3u;
+        QTest::newRow("plant") << 4u << 300u;
     }
 
     void examplesLoadInBothForms()
     {
-        QFETCH(QString, name);
         QFETCH(uint, channels);
         QFETCH(uint, tags);
-        const std::string base = std::string(VELMORA_EXAMPLES) + "/" + name.toStdString();
+        const std::string base = std::string(VELMORA_EXAMPLES) + "/" + QTest::currentDataTag();
 
         CTreeItemRoot scrambled;
         QVERIFY(CCsvLoader(&scrambled).Load(base + ".cfg", false));
