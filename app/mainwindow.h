@@ -128,8 +128,8 @@ private:
     // The root row "Каналы", as the constructor and a new open make it.
     QTreeWidgetItem* createRootRow();
     void fillPropertyTable(const StrProps& props);
-    // A clipboard entry copied and named for pasting under host.
-    CItem* makePasteCopy(CItem* host, CItem* entry, bool single);
+    // A clipboard entry copied, named and appended under host; null if refused.
+    CItem* pasteCopy(CItem* host, CItem* entry, bool single);
     // Live values of m_client reach slotDataChange, once.
     void connectClientValues();
     // Whether a row's node is still part of the tree.

@@ -444,11 +444,11 @@ void MainWindow::on_copy_action_triggered()
     m_clipboard.push_back(node);
 }
 
-// A copy of a clipboard entry, ready to go under host. A single copy that can
+// A copy of a clipboard entry, appended under host. A single copy that can
 // move on to settings of its own (a serial channel to the next free port, a tag
 // to the next free address) keeps its name; any other gets "_Copy1", and then
 // the next free number.
-CItem* MainWindow::makePasteCopy(CItem* host, CItem* entry, bool single)
+CItem* MainWindow::pasteCopy(CItem* host, CItem* entry, bool single)
 {
     bool ok = true;
     CItem* clone = entry->Copy(ok);
@@ -471,6 +471,10 @@ CItem* MainWindow::makePasteCopy(CItem* host, CItem* entry, bool single)
     while (host->FindChildByName(name.c_str()))
         name = DataConversion::IncrementName(name);
     clone->SetName(name);
+    if (!host->AppendChild(clone)) {
+        delete clone;
+        return nullptr;
+    }
     return clone;
 }
 
@@ -499,14 +503,9 @@ void MainWindow::on_paste_action_triggered()
 
     const bool single = m_clipboard.size() == 1;
     for (CItem* entry : m_clipboard) {
-        CItem* clone = makePasteCopy(host, entry, single);
+        CItem* clone = pasteCopy(host, entry, single);
         if (!clone)
             continue;
-
-        if (!host->AppendChild(clone)) {
-            delete clone;
-            continue;
-        }
         ItemInit(clone);
         clone->AllChildren(ItemInit);
         CreateTreeItems(clone, hostRow);

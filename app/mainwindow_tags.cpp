@@ -297,14 +297,9 @@ void MainWindow::tag_paste_action_triggered()
 
     const bool single = m_clipboard.size() == 1;
     for (CItem* entry : m_clipboard) {
-        CItem* clone = makePasteCopy(host, entry, single);
+        CItem* clone = pasteCopy(host, entry, single);
         if (!clone)
             continue;
-
-        if (!host->AppendChild(clone)) {
-            delete clone;
-            continue;
-        }
         m_infoTag << fullName(clone) << "4";
         if (m_connected && m_client) {
             if (!m_client->callAddNode(m_infoTag)) {

@@ -32,9 +32,15 @@ DialogAddUsers::~DialogAddUsers()
     delete ui;
 }
 
-bool DialogAddUsers::readClearText(QString& text) const
+bool DialogAddUsers::readUsers(QString& text, bool& hasBlock)
 {
-    return CScrambler::ReadFile(m_path, text);
+    if (!CScrambler::ReadFile(m_path, text))
+        return false;
+    const int at = text.indexOf(kMarker);
+    hasBlock = at >= 0;
+    if (hasBlock)
+        m_users = text.mid(at + kListOffset);
+    return true;
 }
 
 void DialogAddUsers::writeClearText(const QString& text)
@@ -46,13 +52,8 @@ void DialogAddUsers::writeClearText(const QString& text)
 void DialogAddUsers::readFileUsers()
 {
     QString text;
-    if (!readClearText(text))
-        return;
-    const int at = text.indexOf(kMarker);
-    if (at < 0)
-        return;
-    m_users = text.mid(at + kListOffset);
-    if (!m_users.isEmpty())
+    bool hasBlock = false;
+    if (readUsers(text, hasBlock) && hasBlock && !m_users.isEmpty())
         fillTableUsers(m_users);
 }
 
@@ -79,11 +80,10 @@ void DialogAddUsers::fillTableUsers(QString list)
 void DialogAddUsers::saveUsers(QString login, QString password)
 {
     QString text;
-    if (!readClearText(text))
+    bool hasBlock = false;
+    if (!readUsers(text, hasBlock))
         return;
-    const int at = text.indexOf(kMarker);
-    if (at >= 0) {
-        m_users = text.mid(at + kListOffset);
+    if (hasBlock) {
         if (!m_users.isEmpty())
             text.remove(m_users);
         text.append(m_users + login + ";" + password);
@@ -98,12 +98,9 @@ void DialogAddUsers::saveUsers(QString login, QString password)
 void DialogAddUsers::deleteUser(QString value)
 {
     QString text;
-    if (!readClearText(text))
+    bool hasBlock = false;
+    if (!readUsers(text, hasBlock) || !hasBlock)
         return;
-    const int at = text.indexOf(kMarker);
-    if (at < 0)
-        return;
-    m_users = text.mid(at + kListOffset);
 
     QStringList parts;
     if (!m_users.isEmpty()) {

@@ -31,8 +31,9 @@ private slots:
     void on_DialogAddUsers_accepted();
 
 private:
-    // The clear text of the file, or false when it can't be opened.
-    bool readClearText(QString& text) const;
+    // The clear text of the file; where it holds the users block, m_users
+    // takes the list behind the block's header. False if it can't be read.
+    bool readUsers(QString& text, bool& hasBlock);
     void writeClearText(const QString& text);
 
     Ui::DialogAddUsers* ui;
