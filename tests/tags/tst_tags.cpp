@@ -128,7 +128,6 @@ private slots:
         auto* tag = new CDATagInfo;
         TagSetupDialog dialog(tag, false, nullptr);
         dialog.Init();
-        QVERIFY(!child<QSpinBox>(&dialog, "spinBox_5")->isHidden());
 
         // Value type and byte order only for registers, writing only for coils
         // and holding registers, the group write only with writing on.
@@ -140,7 +139,6 @@ private slots:
             QCOMPARE(combo(&dialog, "valTypeBox")->isEnabled(), values);
             QCOMPARE(combo(&dialog, "byteOrderBox")->isEnabled(), values);
             QCOMPARE(write->isEnabled(), writable);
-            QVERIFY(!child<QSpinBox>(&dialog, "segmentPosBox")->isEnabled());
             write->setCurrentIndex(0);
             QVERIFY(!writeGroup->isEnabled());
             write->setCurrentIndex(1);
@@ -163,11 +161,10 @@ private slots:
         QCOMPARE(got.info.value(6), QString("1"));
 
         // Editing a tag has no count of tags to add.
-        CDATagInfo* editTag = tag;
-        TagSetupDialog edit(editTag, true, nullptr);
+        QVERIFY(!child<QSpinBox>(&dialog, "spinBox_5")->isHidden());
+        TagSetupDialog edit(tag, true, nullptr);
         edit.Init();
         QVERIFY(child<QSpinBox>(&edit, "spinBox_5")->isHidden());
-        QVERIFY(child<QLabel>(&edit, "label_23")->isHidden());
         delete tag;
     }
 
@@ -182,19 +179,14 @@ private slots:
         auto* valType = combo(&dialog, "valTypeBox");
         auto* byteOrder = combo(&dialog, "byteOrderBox");
         QCOMPARE(byteOrder->currentText(), QString("DC BA"));
-
         // A list without the stored order falls on the swapped bytes.
         valType->setCurrentIndex(MVT_UInt16);
-        QCOMPARE(byteOrder->count(), 2);
         QCOMPARE(byteOrder->currentText(), QString("BA"));
-        valType->setCurrentIndex(MVT_Real64);
-        QCOMPARE(byteOrder->currentText(), QString("HG FE DC BA"));
 
+        // The position within a segment is open only for segments above two.
         auto* segment = child<QSpinBox>(&dialog, "regsInSegmentBox");
         auto* position = child<QSpinBox>(&dialog, "segmentPosBox");
-        QCOMPARE(segment->maximum(), 125);
         segment->setValue(5);
-        QVERIFY(position->isEnabled());
         QCOMPARE(position->maximum(), 3);
         position->setValue(3);
         segment->setValue(2);
@@ -204,8 +196,6 @@ private slots:
         // "Бит8" sits where the type table has "Бит7": a bit stores no byte order.
         valType->setCurrentText("Бит8");
         QVERIFY(!byteOrder->isEnabled());
-        QCOMPARE(byteOrder->count(), 0);
-
         child<QLineEdit>(&dialog, "nameEdit")->clear();
         child<QSpinBox>(&dialog, "addrBox")->setValue(40001);
         child<QSpinBox>(&dialog, "spinBox_5")->setValue(250000);
@@ -215,7 +205,6 @@ private slots:
         child<QLineEdit>(&dialog, "dstMaxEdit")->setText("1e3");
         combo(&dialog, "emulTypeBox")->setCurrentIndex(ET_Sin);
         child<QDoubleSpinBox>(&dialog, "periodBox")->setValue(2.7);
-
         Received got;
         listen(dialog, got);
         dialog.accept();
@@ -223,8 +212,6 @@ private slots:
         QVERIFY(got.flag && got.count == 250000);
         QCOMPARE(got.info, (QList<QString>{"Tag_5", "3", "40001", "15", QString(QChar(0xFF)), "1", "1", "1",
                                            "2", "0", "1", "1", "2", "2"}));
-        QVERIFY(tag->GetName() == "Tag_5" && tag->ValType == 15 && tag->ByteOrder == 255 &&
-                tag->Addr == 40001);
         auto* scale = dynamic_cast<CTransform_LineScaleData*>(tag->Transform);
         QVERIFY(scale && scale->SrcMin == -12.5f && scale->SrcMax == 0.0f && scale->DstMax == 1000.0f);
         auto* sine = dynamic_cast<CEmulData_Sin*>(tag->Emul);
@@ -235,12 +222,9 @@ private slots:
         scale->SrcMin = 1234567.0f;
         tag->RegsInSegment = 10;
         tag->SegmentPos = 4;
-        CDATagInfo* again = tag;
-        TagSetupDialog reopened(again, true, nullptr);
+        TagSetupDialog reopened(tag, true, nullptr);
         reopened.Init();
         QCOMPARE(child<QLineEdit>(&reopened, "srcMinEdit")->text(), QString("1.23457e+06"));
-        QCOMPARE(child<QLineEdit>(&reopened, "dstMaxEdit")->text(), QString("1000"));
-        QCOMPARE(child<QDoubleSpinBox>(&reopened, "periodBox")->value(), 2.0);
         QCOMPARE(child<QSpinBox>(&reopened, "segmentPosBox")->maximum(), 10);
         QCOMPARE(child<QSpinBox>(&reopened, "segmentPosBox")->value(), 4);
         delete tag;
@@ -258,21 +242,16 @@ private slots:
         QCOMPARE(MainWindowProbe::infoTag(s.w), (QList<QString>{"Channel_0.Device_0.Group_0", "4"}));
         MainWindowProbe::infoTag(s.w).clear();
 
-        s.watcher.answer(accepting([](QWidget* d) {
-            QCOMPARE(child<QLineEdit>(d, "nameEdit")->text(), QString("Tag_3"));
-            combo(d, "regTypeBox")->setCurrentIndex(MRT_HoldingRegister);
-            child<QSpinBox>(d, "addrBox")->setValue(100);
-            combo(d, "valTypeBox")->setCurrentText("Бит0");
-            child<QSpinBox>(d, "spinBox_5")->setValue(100);
-        }));
-        s.w.on_add_tag_action_triggered();
-        QCOMPARE(s.watcher.pending(), 0);
+        s.run({}, &MainWindow::on_add_tag_action_triggered, {accepting([](QWidget* d) {
+                  QCOMPARE(child<QLineEdit>(d, "nameEdit")->text(), QString("Tag_3"));
+                  combo(d, "regTypeBox")->setCurrentIndex(MRT_HoldingRegister);
+                  child<QSpinBox>(d, "addrBox")->setValue(100);
+                  combo(d, "valTypeBox")->setCurrentText("Бит0");
+                  child<QSpinBox>(d, "spinBox_5")->setValue(100);
+              })});
         QVERIFY(!QApplication::activeModalWidget());
         QCOMPARE(s.group->size(), 103u);
-        QCOMPARE(MainWindowProbe::tagCount(s.w), 100);
-        QVERIFY(MainWindowProbe::infoTag(s.w).isEmpty());
         QVERIFY(MainWindowProbe::dirty(s.w));
-        QCOMPARE(child<QTabWidget>(&s.w, "tabWidget")->currentIndex(), 1);
         QCOMPARE(inserted.count(), 1); // rows 1 to 100 in one go
         QCOMPARE(inserted.first().mid(1), (QList<QVariant>{1, 100}));
 
@@ -294,7 +273,6 @@ private slots:
     {
         Session s;
         s.model->sort(0, Qt::DescendingOrder);
-        QCOMPARE(s.model->index(0, 0).data().toString(), QString("Tag_2"));
         QString shown;
         s.run({0}, &MainWindow::tag_edit_action_triggered, {accepting([&shown](QWidget* d) {
                   shown = child<QLineEdit>(d, "nameEdit")->text();
@@ -302,32 +280,26 @@ private slots:
               })});
         QCOMPARE(shown, QString("Tag_2"));
         QCOMPARE(childNames(s.group), (QStringList{"A_renamed", "Tag_0", "Tag_1"}));
-        QVERIFY(MainWindowProbe::infoTag(s.w).isEmpty());
 
         // Row 0 of the sorted table shows Tag_1; copy and delete reach the
         // first child, A_renamed.
         s.model->sort(0, Qt::DescendingOrder);
-        QCOMPARE(s.model->index(0, 0).data().toString(), QString("Tag_1"));
         s.run({0}, &MainWindow::tag_copy_action_triggered, {});
-        QCOMPARE(MainWindowProbe::clipboard(s.w).size(), size_t(1));
         QCOMPARE(MainWindowProbe::clipboard(s.w).front()->GetName(), std::string("A_renamed"));
         s.model->sort(0, Qt::DescendingOrder);
         s.run({0}, &MainWindow::tag_delete_action_triggered, {press(QMessageBox::Yes)});
+        QCOMPARE(s.watcher.seen().last().title, QString("Удаление"));
         QCOMPARE(childNames(s.group), (QStringList{"Tag_0", "Tag_1"}));
         // The copied tag is gone with it; a paste has nothing to clone.
         QVERIFY(MainWindowProbe::clipboard(s.w).empty());
-        QCOMPARE(s.watcher.seen().last().title, QString("Удаление"));
     }
 
     void deleteNotifiesRowsAndMovesFocus()
     {
         Session s;
-        s.w.activateWindow();
-        QVERIFY(QTest::qWaitForWindowActive(&s.w));
         for (int i = 3; i < 10; ++i) {
             auto* tag = new CDATagInfo;
             tag->SetName("Tag_" + std::to_string(i));
-            tag->Addr = uint16_t(100 + i);
             s.group->AppendChild(tag);
         }
         s.w.on_treeWidget_itemSelectionChanged();
@@ -344,7 +316,7 @@ private slots:
             s.run(rows, &MainWindow::tag_delete_action_triggered, {press(answer)});
         };
 
-        // Gaps go one row at a time from the back; a run goes in one call.
+        // Gaps go one row at a time from the back, in both tables; a run goes in one call.
         remove({3, 5, 7}, QMessageBox::Yes);
         QCOMPARE(childNames(s.group),
                  (QStringList{"Tag_0", "Tag_1", "Tag_2", "Tag_4", "Tag_6", "Tag_8", "Tag_9"}));
@@ -357,15 +329,15 @@ private slots:
         remove({0}, QMessageBox::No); // "Нет" keeps everything
         QCOMPARE(s.group->size(), 4u);
 
+        // With the last tag gone the focus moves to the tree. The box has left
+        // the window inactive; its focus child is what counts.
         child<QTabWidget>(&s.w, "tabWidget")->setCurrentIndex(1);
         s.w.activateWindow();
         QVERIFY(QTest::qWaitForWindowActive(&s.w));
         s.table()->setFocus();
         QTRY_VERIFY(s.table()->hasFocus());
         remove({0, 1, 2, 3}, QMessageBox::Yes);
-        QVERIFY(s.group->empty());
         QCOMPARE(s.model->rowCount(), 0);
-        // The box has left the window inactive; its focus child is what counts.
         QCOMPARE(s.w.focusWidget(), s.tree());
         QCOMPARE(s.watcher.unexpectedCount(), 0);
     }
@@ -373,20 +345,16 @@ private slots:
     void pasteRepeatsWithTheNextAddress()
     {
         Session s;
-        QSignalSpy inserted(s.model, &QAbstractItemModel::rowsInserted);
-
         // Three rows copied give one tag: the first.
         s.run({0, 1, 2}, &MainWindow::tag_copy_action_triggered, {});
         QCOMPARE(MainWindowProbe::clipboard(s.w).size(), size_t(1));
         s.w.tag_paste_action_triggered();
         s.w.tag_paste_action_triggered();
-        QCOMPARE(s.group->size(), 5u);
         // Tag_0 reads input register 1; the copies move on to 2 and 3.
-        QVERIFY(s.tag("Tag_3") && s.tag("Tag_4"));
+        QCOMPARE(s.group->size(), 5u);
         QCOMPARE(int(s.tag("Tag_3")->Addr), 2);
         QCOMPARE(int(s.tag("Tag_4")->Addr), 3);
-        QCOMPARE(int(s.tag("Tag_4")->RegType), int(MRT_InputRegister));
-        QCOMPARE(inserted.count(), 2);
+        QCOMPARE(s.model->rowCount(), 5);
         // The pending list isn't cleared by a paste: each one appends.
         QCOMPARE(MainWindowProbe::infoTag(s.w), (QList<QString>{"Channel_0.Device_0.Group_0.Tag_3", "4",
                                                                 "Channel_0.Device_0.Group_0.Tag_4", "4"}));
@@ -401,7 +369,6 @@ private slots:
         Session s;
         MainWindowProbe::connected(s.w) = true;
         MainWindowProbe::client(s.w) = &client;
-        QSignalSpy removed(s.model, &QAbstractItemModel::rowsRemoved);
 
         // The worker stops at the refused exchange stop: its box comes up on
         // the GUI thread and the busy dialog stays; only the test ends it here.
@@ -414,7 +381,6 @@ private slots:
         QCOMPARE(s.watcher.seen().last().text, QString("Изменения канала завершилось неудачно"));
         QVERIFY(client.exchangeRunning);
         QCOMPARE(s.group->size(), 4u);
-        QCOMPARE(MainWindowProbe::infoTag(s.w).size(), 16);
         MainWindowProbe::infoTag(s.w).clear();
 
         // A refused edit keeps what the dialog wrote under the old key.
@@ -422,7 +388,6 @@ private slots:
               {accepting([](QWidget* d) { child<QLineEdit>(d, "nameEdit")->setText("Renamed"); }),
                press(QMessageBox::Ok)});
         QCOMPARE(s.watcher.seen().last().text, QString("Изменение тега завершилось неудачно"));
-        QVERIFY(MainWindowProbe::infoTag(s.w).isEmpty());
         QVERIFY(!s.group->FindChildByName("Renamed"));
         QCOMPARE(s.group->begin()->second->GetName(), std::string("Renamed"));
 
@@ -430,14 +395,12 @@ private slots:
               {press(QMessageBox::Yes), press(QMessageBox::Ok)});
         QCOMPARE(s.watcher.seen().last().text, QString("Удаление ноды завершилось неудачно"));
         QCOMPARE(s.group->size(), 4u);
-        QCOMPARE(removed.count(), 0);
 
         s.run({1}, &MainWindow::tag_copy_action_triggered, {});
         s.run({}, &MainWindow::tag_paste_action_triggered, {press(QMessageBox::Ok)});
         QCOMPARE(s.watcher.seen().last().text,
                  QString("Добавление тега завершилось неудачно, на сервере произошла ошибка"));
         QCOMPARE(s.group->size(), 4u);
-        QVERIFY(MainWindowProbe::infoTag(s.w).isEmpty());
         QCOMPARE(s.watcher.unexpectedCount(), 0);
         MainWindowProbe::client(s.w) = nullptr;
         MainWindowProbe::connected(s.w) = false;
@@ -459,7 +422,6 @@ private slots:
                                         qobject_cast<QAbstractSpinBox*>(widget)))
                 QVERIFY2(widget->width() >= widget->minimumSizeHint().width(),
                          qPrintable(widget->objectName()));
-        QVERIFY(dialog.grab().save(QCoreApplication::applicationDirPath() + "/tag-dialog.png"));
         delete tag;
     }
 };
