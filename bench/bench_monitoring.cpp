@@ -23,8 +23,6 @@
 #include <QApplication>
 #include <QDateTime>
 #include <QElapsedTimer>
-#include <QLineEdit>
-#include <QPushButton>
 #include <QTemporaryDir>
 #include <QTimer>
 #include <QTreeWidget>
@@ -173,12 +171,7 @@ int main(int argc, char** argv)
     window.show();
     runBusy(window, &MainWindow::openCSVFile, path);
     ModalWatcher watcher;
-    const QString url = gateway.url();
-    watcher.answer([url](QWidget* dialog) {
-        dialog->findChild<QLineEdit*>("le_device")->setText(url);
-        for (const char* name : {"pb_searchDevice", "pb_getEndPoint", "pb_connect", "pb_ok"})
-            dialog->findChild<QPushButton*>(name)->click();
-    });
+    watcher.answerConnect(gateway.url());
     window.findChild<QAction*>("action")->trigger();
     OPCUAWrapper* client = OPCUAWrapper::GetInstance();
     if (!client->connected) {

@@ -17,8 +17,6 @@
 #include <QApplication>
 #include <QComboBox>
 #include <QElapsedTimer>
-#include <QLineEdit>
-#include <QPushButton>
 #include <QSpinBox>
 #include <QTableView>
 #include <QTimer>
@@ -126,12 +124,7 @@ int main(int argc, char** argv)
         }
         {
             ModalWatcher watcher;
-            const QString url = gateway.url();
-            watcher.answer([url](QWidget* dialog) {
-                dialog->findChild<QLineEdit*>("le_device")->setText(url);
-                for (const char* name : {"pb_searchDevice", "pb_getEndPoint", "pb_connect", "pb_ok"})
-                    dialog->findChild<QPushButton*>(name)->click();
-            });
+            watcher.answerConnect(gateway.url());
             window.findChild<QAction*>("action")->trigger();
         }
         if (!OPCUAWrapper::GetInstance()->connected) {

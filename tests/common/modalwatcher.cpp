@@ -76,6 +76,15 @@ void ModalWatcher::answerFile(const QString& path)
     answer([path](QWidget* w) { chooseFile(w, path); });
 }
 
+void ModalWatcher::answerConnect(const QString& url)
+{
+    answer([url](QWidget* dialog) {
+        dialog->findChild<QLineEdit*>("le_device")->setText(url);
+        for (const char* name : {"pb_searchDevice", "pb_getEndPoint", "pb_connect", "pb_ok"})
+            dialog->findChild<QAbstractButton*>(name)->click();
+    });
+}
+
 void ModalWatcher::poll()
 {
     QWidget* w = QApplication::activeModalWidget();

@@ -47,6 +47,9 @@ public:
     static void chooseFile(QWidget* dialog, const QString& path);
     // Queues chooseFile for the next modal.
     void answerFile(const QString& path);
+    // Queues a handler that takes the find-server dialog through search,
+    // endpoints and connect to url, then closes it with OK.
+    void answerConnect(const QString& url);
 
 private:
     void poll();
