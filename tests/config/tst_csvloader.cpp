@@ -154,7 +154,6 @@ void TestCsvLoader::failureTableKeepsWhatItCould()
     const QString tag = QStringLiteral(";T;Входной регистр;1;0;0;Да;;;");
     const std::tuple<QString, const char*, int, int> cases[] = {
         {"CHANEL;1\n" + good, "", 1, 1},
-        {QChar(0xFEFF) + good, "", 0, 0},
         {";x\n" + good, "", 1, 1},
         {good + ";T2;Входной регистр;0;0;0;Да;;;Вещ32;BA DC;Нет;;;;;Константа;0\n",
          "Строка 8: ошибка поля <3>.", 1, 1},
