@@ -4,7 +4,6 @@
 #include "model/deviceinfo.h"
 #include "model/groupinfo.h"
 #include "model/portio_cominfo.h"
-#include "model/portio_tcpinfo.h"
 #include "model/treeitemroot.h"
 
 #include <QtTest>
@@ -211,15 +210,6 @@ void TestItemTree::copies()
     auto* deviceCopy = static_cast<CDeviceInfo*>(copy->FindChildByName("D"));
     QVERIFY(deviceCopy && deviceCopy != device && deviceCopy->Addr == 17);
     QCOMPARE(deviceCopy->GetParent(), copy.get());
-
-    // A TCP copy keeps its address and so is a duplicate.
-    auto* tcp = AddNode<CChannelInfo>(&root, "T");
-    tcp->TypeChannel = 1;
-    tcp->Init();
-    QVERIFY(static_cast<CPortIO_TCPInfo*>(tcp->Port)->Set_IP(L"192.168.1.20"));
-    std::unique_ptr<CItem> tcpCopy(tcp->Copy(ok));
-    auto* copiedPort = dynamic_cast<CPortIO_TCPInfo*>(static_cast<CChannelInfo*>(tcpCopy.get())->Port);
-    QVERIFY(copiedPort && copiedPort != tcp->Port && tcp->IsDublicate(tcpCopy.get()));
 
     // A tag copy keeps its address (the next settings are the paste command's business) and owns its records.
     CDATagInfo tag;
