@@ -249,12 +249,15 @@ void TestLevels::tag()
         QCOMPARE(tag.ByteOrder, code);
     }
 
-    // Rows that don't apply show "-": bits have neither byte order nor transformation,
-    // bytes only a transformation, discrete registers no write group either.
+    // Rows that don't apply show "-": inputs have no write rows, coils no write group, bits
+    // neither byte order nor transformation, bytes only a transformation.
     std::unique_ptr<CDATagInfo> input(MakeTag(nullptr, "in", L"Входное состояние"));
     input->Addr = 5;
     QCOMPARE(Shown(CDATagData(input.get()).GetStrProps()),
              QString("in|Входное состояние|5|Да|-|-|-|-|0|0|-|Константа"));
+    std::unique_ptr<CDATagInfo> coil(MakeTag(nullptr, "coil", L"Выходное состояние"));
+    CDATagData(coil.get()).Set_bWrite(L"Нет");
+    QCOMPARE(Shown(CDATagData(coil.get()).GetStrProps(), 4).left(5), QString("Нет|-"));
     std::unique_ptr<CDATagInfo> inReg(MakeTag(nullptr, "ir", L"Входной регистр", L"Цел32(знак)"));
     CDATagData(inReg.get()).Set_ByteOrder(L"BA DC");
     QCOMPARE(Shown(CDATagData(inReg.get()).GetStrProps(), 4),
