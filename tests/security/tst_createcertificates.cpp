@@ -47,8 +47,7 @@ class TstCreateCertificates : public QObject
     Q_OBJECT
 private slots:
     void eachCheckHasItsWarning();
-    void acceptedFormGivesTheMap();
-    void countryPasswordAndFolderChoosers();
+    void acceptedFormAndItsHelpers();
 };
 
 void TstCreateCertificates::eachCheckHasItsWarning()
@@ -77,41 +76,16 @@ void TstCreateCertificates::eachCheckHasItsWarning()
 
 // The map's keys and the combo boxes' values are followed to the tool's
 // command line by the security commands test.
-void TstCreateCertificates::acceptedFormGivesTheMap()
+void TstCreateCertificates::acceptedFormAndItsHelpers()
 {
     QTemporaryDir dir;
     ModalWatcher watcher;
-    {
-        // A password counts only with its check box; five years are 5 * 365 days.
-        CreateCertificates d(nullptr);
-        edit(d, "lineEdit_password")->setText("never used");
-        const auto map = submit(d, dir.path());
-        QCOMPARE(d.result(), int(QDialog::Accepted));
-        QVERIFY(!map.contains("password") && !map.contains("passwordRepeat"));
-        QCOMPARE(map["validate"], QString("1825"));
-    }
-    CreateCertificates d(nullptr);
-    d.findChild<QComboBox*>("comboBox_validate")->setCurrentIndex(1);
-    const auto map = submit(d, dir.path(), "lineEdit_passwordRepeat", "secret");
-    QVERIFY(map["password"] == "secret" && map["validate"] == "7");
-    QCOMPARE(watcher.seen().size(), 0);
-}
-
-void TstCreateCertificates::countryPasswordAndFolderChoosers()
-{
-    QTemporaryDir dir;
     CreateCertificates d(nullptr);
     QLineEdit* country = edit(d, "lineEdit_country_name");
     QTest::keyClicks(country, "S");
     QCOMPARE(country->text(), QString("RU"));
-    for (bool on : {true, false}) {
-        d.findChild<QCheckBox*>("checkBox_usePassword")->setChecked(on);
-        QVERIFY(edit(d, "lineEdit_password")->isEnabled() == on &&
-                edit(d, "lineEdit_passwordRepeat")->isEnabled() == on);
-    }
 
-    // What the chooser answers goes into its field, an empty answer too.
-    ModalWatcher watcher;
+    // What a folder chooser answers goes into its field, an empty answer too.
     watcher.answerFile(dir.path());
     d.findChild<QPushButton*>("pushButton_fileDialogCert")->click();
     QCOMPARE(QDir(edit(d, "lineEdit_outputCatalogCert")->text()), QDir(dir.path()));
@@ -120,6 +94,20 @@ void TstCreateCertificates::countryPasswordAndFolderChoosers()
     d.findChild<QPushButton*>("pushButton_fileDialogKey")->click();
     QCOMPARE(edit(d, "lineEdit_outputCatalogKey")->text(), QString());
     QVERIFY(watcher.seen().size() == 2 && watcher.seen().at(0).title == "Открыть каталог");
+
+    // A password counts only with its check box, which opens both fields;
+    // five years are 5 * 365 days.
+    edit(d, "lineEdit_password")->setText("never used");
+    QVERIFY(!edit(d, "lineEdit_password")->isEnabled() && !edit(d, "lineEdit_passwordRepeat")->isEnabled());
+    auto map = submit(d, dir.path());
+    QCOMPARE(d.result(), int(QDialog::Accepted));
+    QVERIFY(!map.contains("password") && !map.contains("passwordRepeat"));
+    QCOMPARE(map["validate"], QString("1825"));
+    d.findChild<QComboBox*>("comboBox_validate")->setCurrentIndex(1);
+    map = submit(d, dir.path(), "lineEdit_passwordRepeat", "secret");
+    QVERIFY(edit(d, "lineEdit_password")->isEnabled() && edit(d, "lineEdit_passwordRepeat")->isEnabled());
+    QVERIFY(map["password"] == "secret" && map["validate"] == "7");
+    QCOMPARE(watcher.seen().size(), 2);
 }
 
 QTEST_MAIN(TstCreateCertificates)
