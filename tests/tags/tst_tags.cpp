@@ -135,12 +135,6 @@ private slots:
         combo(&dialog, "regTypeBox")->setCurrentIndex(2);
         dialog.accept();
         QVERIFY(tag->bWrite);
-
-        // Editing a tag has no count of tags to add.
-        QVERIFY(!child<QSpinBox>(&dialog, "spinBox_5")->isHidden());
-        TagSetupDialog edit(tag, true, nullptr);
-        edit.Init();
-        QVERIFY(child<QSpinBox>(&edit, "spinBox_5")->isHidden());
         delete tag;
     }
 
@@ -205,47 +199,62 @@ private slots:
         auto* sine = dynamic_cast<CEmulData_Sin*>(tag->Emul);
         QVERIFY(sine && sine->Period == 2u);
 
-        // Opened again, the form shows the records in six digits and the
-        // segment position may go up to the segment size itself.
+        // Opened again for an edit, the form has no count of tags to add, shows
+        // the records in six digits and lets the segment position go up to the
+        // segment size itself.
         scale->SrcMin = 1234567.0f;
         tag->RegsInSegment = 10;
         tag->SegmentPos = 4;
         TagSetupDialog reopened(tag, true, nullptr);
         reopened.Init();
+        QVERIFY(child<QSpinBox>(&reopened, "spinBox_5")->isHidden());
         QCOMPARE(child<QLineEdit>(&reopened, "srcMinEdit")->text(), QString("1.23457e+06"));
         QCOMPARE(child<QSpinBox>(&reopened, "segmentPosBox")->maximum(), 10);
         QCOMPARE(child<QSpinBox>(&reopened, "segmentPosBox")->value(), 4);
         delete tag;
     }
 
-    void seriesOfTagsFromOneDialog()
+    void pasteAndSeriesOfTags()
     {
         Session s;
-        QSignalSpy inserted(s.model, &QAbstractItemModel::rowsInserted);
+        // Three rows copied give one tag, the first, and a paste can be repeated:
+        // Tag_0 reads input register 1, the copies move on to 2 and 3.
+        s.run({0, 1, 2}, &MainWindow::tag_copy_action_triggered, {});
+        s.w.tag_paste_action_triggered();
+        s.w.tag_paste_action_triggered();
+        QCOMPARE(childNames(s.group), (QStringList{"Tag_0", "Tag_1", "Tag_2", "Tag_3", "Tag_4"}));
+        QCOMPARE(int(s.tag("Tag_3")->Addr), 2);
+        QCOMPARE(int(s.tag("Tag_4")->Addr), 3);
+        QCOMPARE(s.model->rowCount(), 5);
+        // The pending list isn't cleared by a paste: each one appends.
+        QCOMPARE(MainWindowProbe::infoTag(s.w), (QList<QString>{"Channel_0.Device_0.Group_0.Tag_3", "4",
+                                                                "Channel_0.Device_0.Group_0.Tag_4", "4"}));
+        MainWindowProbe::infoTag(s.w).clear();
 
         // A cancelled add leaves nothing but the two leading list entries.
+        QSignalSpy inserted(s.model, &QAbstractItemModel::rowsInserted);
         s.run({}, &MainWindow::on_add_tag_action_triggered,
               {[](QWidget* d) { qobject_cast<QDialog*>(d)->reject(); }});
-        QCOMPARE(s.group->size(), 3u);
+        QCOMPARE(s.group->size(), 5u);
         QCOMPARE(MainWindowProbe::infoTag(s.w), (QList<QString>{"Channel_0.Device_0.Group_0", "4"}));
         MainWindowProbe::infoTag(s.w).clear();
 
         s.run({}, &MainWindow::on_add_tag_action_triggered, {accepting([](QWidget* d) {
-                  QCOMPARE(child<QLineEdit>(d, "nameEdit")->text(), QString("Tag_3"));
+                  QCOMPARE(child<QLineEdit>(d, "nameEdit")->text(), QString("Tag_5"));
                   combo(d, "regTypeBox")->setCurrentIndex(MRT_HoldingRegister);
                   child<QSpinBox>(d, "addrBox")->setValue(100);
                   combo(d, "valTypeBox")->setCurrentText("Бит0");
                   child<QSpinBox>(d, "spinBox_5")->setValue(100);
               })});
         QVERIFY(!QApplication::activeModalWidget());
-        QCOMPARE(s.group->size(), 103u);
+        QCOMPARE(s.group->size(), 105u);
         QVERIFY(MainWindowProbe::dirty(s.w));
-        QCOMPARE(inserted.count(), 1); // rows 1 to 100 in one go
+        QCOMPARE(inserted.count(), 1); // always from row 1, in one go
         QCOMPARE(inserted.first().mid(1), (QList<QVariant>{1, 100}));
 
         // Sixteen bits to a register, Бит0 to Бит15, then the next register.
         for (int i = 0; i < 100; ++i) {
-            const CDATagInfo* tag = s.tag("Tag_" + std::to_string(3 + i));
+            const CDATagInfo* tag = s.tag("Tag_" + std::to_string(5 + i));
             QVERIFY2(tag && tag->RegType == MRT_HoldingRegister, qPrintable(QString::number(i)));
             QCOMPARE(int(tag->Addr), 100 + i / 16);
             QCOMPARE(QString::fromStdWString(g_wszModbusValType[tag->ValType]), QString("Бит%1").arg(i % 16));
@@ -330,25 +339,6 @@ private slots:
         QCOMPARE(s.watcher.unexpectedCount(), 0);
     }
 
-    void pasteRepeatsWithTheNextAddress()
-    {
-        Session s;
-        // Three rows copied give one tag: the first.
-        s.run({0, 1, 2}, &MainWindow::tag_copy_action_triggered, {});
-        QCOMPARE(MainWindowProbe::clipboard(s.w).size(), size_t(1));
-        s.w.tag_paste_action_triggered();
-        s.w.tag_paste_action_triggered();
-        // Tag_0 reads input register 1; the copies move on to 2 and 3.
-        QCOMPARE(s.group->size(), 5u);
-        QCOMPARE(int(s.tag("Tag_3")->Addr), 2);
-        QCOMPARE(int(s.tag("Tag_4")->Addr), 3);
-        QCOMPARE(s.model->rowCount(), 5);
-        // The pending list isn't cleared by a paste: each one appends.
-        QCOMPARE(MainWindowProbe::infoTag(s.w), (QList<QString>{"Channel_0.Device_0.Group_0.Tag_3", "4",
-                                                                "Channel_0.Device_0.Group_0.Tag_4", "4"}));
-        QCOMPARE(s.watcher.unexpectedCount(), 0);
-    }
-
     // A client that is not connected refuses every call, as a server that
     // answers with an error would.
     void refusingServer()
@@ -369,7 +359,6 @@ private slots:
         QCOMPARE(s.watcher.seen().last().text, QString("Изменения канала завершилось неудачно"));
         QVERIFY(client.exchangeRunning);
         QCOMPARE(s.group->size(), 4u);
-        MainWindowProbe::infoTag(s.w).clear();
 
         // A refused edit keeps what the dialog wrote under the old key.
         s.run({0}, &MainWindow::tag_edit_action_triggered,
