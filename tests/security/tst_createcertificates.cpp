@@ -17,24 +17,20 @@ QLineEdit* edit(QWidget& d, const QString& name)
     return d.findChild<QLineEdit*>(name);
 }
 
-// Fills a form that passes every check, sets one field to value and
-// presses Ok; returns the map that was emitted, if any.
-QMap<QString, QString> submit(CreateCertificates& d, const QString& folder, const QString& field = QString(),
-                              const QString& value = QString())
+// Sets a line edit, a text edit or, with any text, ticks a check box.
+void set(QWidget& d, const QString& field, const QString& value)
 {
-    edit(d, "lineEdit_organization_name")->setText("Тарн");
-    d.findChild<QTextEdit*>("textEdit_ip_adresses")->setPlainText("127.0.0.1");
-    edit(d, "lineEdit_outputCatalogCert")->setText(folder);
-    edit(d, "lineEdit_outputCatalogKey")->setText(folder);
-    if (field.startsWith("lineEdit_password")) {
-        d.findChild<QCheckBox*>("checkBox_usePassword")->setChecked(true);
-        edit(d, "lineEdit_password")->setText("secret");
-        edit(d, "lineEdit_passwordRepeat")->setText("secret");
-    }
-    if (QLineEdit* line = field.isEmpty() ? nullptr : edit(d, field))
+    if (QLineEdit* line = edit(d, field))
         line->setText(value);
-    else if (auto* text = field.isEmpty() ? nullptr : d.findChild<QTextEdit*>(field))
+    else if (auto* text = d.findChild<QTextEdit*>(field))
         text->setPlainText(value);
+    else
+        d.findChild<QCheckBox*>(field)->setChecked(!value.isEmpty());
+}
+
+// Presses Ok; the map that was emitted, if any.
+QMap<QString, QString> pressOk(CreateCertificates& d)
+{
     QSignalSpy emitted(&d, &CreateCertificates::signalCreateCertificate);
     d.findChild<QPushButton*>("pushButton_ok")->click();
     return emitted.isEmpty() ? QMap<QString, QString>() : emitted.at(0).at(0).value<QMap<QString, QString>>();
@@ -46,37 +42,12 @@ class TstCreateCertificates : public QObject
 {
     Q_OBJECT
 private slots:
-    void eachCheckHasItsWarning();
-    void acceptedFormAndItsHelpers();
+    void checksInTurnAndTheHelpers();
 };
-
-void TstCreateCertificates::eachCheckHasItsWarning()
-{
-    // Field, its value, the warning.
-    const std::tuple<const char*, QString, QString> cases[] = {
-        {"lineEdit_common_name", "", "Имя не заполнено"},
-        {"lineEdit_organization_name", "", "Имя организации не заполнено"},
-        {"textEdit_ip_adresses", "", "Домены или IP адреса не заполнено"},
-        {"lineEdit_outputCatalogCert", "", "Путь до каталога с сертификатами не заполнено"},
-        {"lineEdit_outputCatalogKey", VELMORA_BIN_DIR "/generate_certificate",
-         "Путь до каталога с сертификатами не являеться путем"},
-        {"lineEdit_password", "", "Пароль не заполнено"},
-        {"lineEdit_passwordRepeat", "other", "Пароли не совпадают"}};
-    QTemporaryDir dir;
-    for (const auto& [field, value, text] : cases) {
-        CreateCertificates d(nullptr);
-        ModalWatcher watcher;
-        watcher.answer(QMessageBox::Ok);
-        QVERIFY2(submit(d, dir.path(), field, value).isEmpty(), field);
-        QVERIFY(watcher.seen().size() == 1 && watcher.seen().at(0).title == "Внимание");
-        QCOMPARE(watcher.seen().at(0).text, text);
-        QCOMPARE(d.result(), int(QDialog::Rejected));
-    }
-}
 
 // The map's keys and the combo boxes' values are followed to the tool's
 // command line by the security commands test.
-void TstCreateCertificates::acceptedFormAndItsHelpers()
+void TstCreateCertificates::checksInTurnAndTheHelpers()
 {
     QTemporaryDir dir;
     ModalWatcher watcher;
@@ -89,25 +60,46 @@ void TstCreateCertificates::acceptedFormAndItsHelpers()
     watcher.answerFile(dir.path());
     d.findChild<QPushButton*>("pushButton_fileDialogCert")->click();
     QCOMPARE(QDir(edit(d, "lineEdit_outputCatalogCert")->text()), QDir(dir.path()));
-    edit(d, "lineEdit_outputCatalogKey")->setText("/tmp");
+    set(d, "lineEdit_outputCatalogKey", "x");
     watcher.answerFile(QString());
     d.findChild<QPushButton*>("pushButton_fileDialogKey")->click();
     QCOMPARE(edit(d, "lineEdit_outputCatalogKey")->text(), QString());
-    QVERIFY(watcher.seen().size() == 2 && watcher.seen().at(0).title == "Открыть каталог");
+    QVERIFY(watcher.seen().size() == 2 && watcher.seen().at(1).title == "Открыть каталог");
 
-    // A password counts only with its check box, which opens both fields;
+    // Each step mends the last complaint and meets the next one.
+    auto walk = [&](std::initializer_list<std::tuple<const char*, QString, QString>> steps) {
+        for (const auto& [field, value, text] : steps) {
+            set(d, field, value);
+            watcher.answer(QMessageBox::Ok);
+            QVERIFY2(pressOk(d).isEmpty(), field);
+            QCOMPARE(watcher.seen().last().title + ": " + watcher.seen().last().text, "Внимание: " + text);
+        }
+    };
+    set(d, "lineEdit_password", "secret");
+    walk({{"lineEdit_common_name", "", "Имя не заполнено"},
+          {"lineEdit_common_name", "a", "Имя организации не заполнено"},
+          {"lineEdit_organization_name", "Тарн", "Домены или IP адреса не заполнено"},
+          {"textEdit_domains", "localhost", "Путь до каталога с сертификатами не заполнено"},
+          {"lineEdit_outputCatalogKey", VELMORA_BIN_DIR "/generate_certificate",
+           "Путь до каталога с сертификатами не являеться путем"}});
+    // Domains alone pass, a password counts only with its check box, and
     // five years are 5 * 365 days.
-    edit(d, "lineEdit_password")->setText("never used");
-    QVERIFY(!edit(d, "lineEdit_password")->isEnabled() && !edit(d, "lineEdit_passwordRepeat")->isEnabled());
-    auto map = submit(d, dir.path());
-    QCOMPARE(d.result(), int(QDialog::Accepted));
-    QVERIFY(!map.contains("password") && !map.contains("passwordRepeat"));
+    set(d, "lineEdit_outputCatalogKey", dir.path());
+    auto map = pressOk(d);
+    QVERIFY(!map.isEmpty() && !map.contains("password") && !map.contains("passwordRepeat"));
     QCOMPARE(map["validate"], QString("1825"));
-    d.findChild<QComboBox*>("comboBox_validate")->setCurrentIndex(1);
-    map = submit(d, dir.path(), "lineEdit_passwordRepeat", "secret");
+
+    // The check box opens both password fields, which then have to match.
+    QVERIFY(!edit(d, "lineEdit_password")->isEnabled() && !edit(d, "lineEdit_passwordRepeat")->isEnabled());
+    walk({{"checkBox_usePassword", "on", "Пароль не заполнено"},
+          {"lineEdit_passwordRepeat", "other", "Пароли не совпадают"}});
     QVERIFY(edit(d, "lineEdit_password")->isEnabled() && edit(d, "lineEdit_passwordRepeat")->isEnabled());
+    // A validity in weeks counts seven days each.
+    set(d, "lineEdit_passwordRepeat", "secret");
+    d.findChild<QComboBox*>("comboBox_validate")->setCurrentIndex(1);
+    map = pressOk(d);
     QVERIFY(map["password"] == "secret" && map["validate"] == "7");
-    QCOMPARE(watcher.seen().size(), 2);
+    QCOMPARE(watcher.seen().size(), 9);
 }
 
 QTEST_MAIN(TstCreateCertificates)
