@@ -200,7 +200,6 @@ private slots:
               [](QDialog* d) { child<QSpinBox>(d, "comNoBox")->setValue(7); });
         CItem* added = at(&s.root, "Channel_2");
         QVERIFY(added && comNo(added) == 7u && s.row(added)->isSelected());
-        QVERIFY(MainWindowProbe::infoChannel(w).isEmpty());
         QVERIFY(MainWindowProbe::dirty(w));
 
         // The next channel proposes the port after the last one; port 1 is taken.
@@ -265,11 +264,10 @@ private slots:
         s.run(s.row(group0), edit, s.rename("Fast"));
         QCOMPARE(groups["B.Pump.Fast"], group0);
 
-        // Cancel: the list ends empty and nothing moves.
+        // Cancel: nothing moves.
         s.select(s.row(group0));
         s.watcher.answer([](QWidget* d) { qobject_cast<QDialog*>(d)->reject(); });
         s.w.on_edit_action_triggered();
-        QVERIFY(MainWindowProbe::infoGroup(s.w).isEmpty());
         QCOMPARE(groups["B.Pump.Fast"], group0);
 
         // Refused edits restore what they name: the COM number of a channel,
