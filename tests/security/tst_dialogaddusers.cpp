@@ -16,24 +16,20 @@ const QString kTree =
     "192.168.0.10;502;5000\nINIFILE\n\n[options]\nport = 4840\n";
 const QString kBlock = kTree + "USERS\n\n[users]\nusers = ";
 
-QString clearText(const QString& path)
-{
-    QString text;
-    return CScrambler::ReadFile(path, text) ? text : QString("<unreadable>");
-}
-
 QTableWidget* table(QWidget& d)
 {
     return d.findChild<QTableWidget*>("tableWidget_users");
 }
 
-// "login=password" per row, from the items themselves.
-QStringList rows(QWidget& d)
+// The clear text behind the users header, then "login=password" per row.
+QString state(QWidget& d, const QString& path)
 {
-    QStringList out;
+    QString text;
+    CScrambler::ReadFile(path, text);
+    QStringList rows;
     for (int r = 0; r < table(d)->rowCount(); ++r)
-        out << table(d)->item(r, 0)->text() + "=" + table(d)->item(r, 1)->text();
-    return out;
+        rows << table(d)->item(r, 0)->text() + "=" + table(d)->item(r, 1)->text();
+    return (text.startsWith(kBlock) ? text.mid(kBlock.size()) : "<" + text + ">") + " | " + rows.join(' ');
 }
 
 void addUser(QWidget& d, const QString& login, const QString& password)
@@ -43,35 +39,25 @@ void addUser(QWidget& d, const QString& login, const QString& password)
     d.findChild<QPushButton*>("pushButton_add_user")->click();
 }
 
-// Deletes the row in a fresh dialog on a file holding the given list.
-QString afterDeleting(const QString& path, const QString& list, int row)
-{
-    CScrambler::WriteFile(path, kBlock + list);
-    DialogAddUsers d(path);
-    table(d)->setCurrentCell(row, 0);
-    d.findChild<QPushButton*>("pushButton_delete_user")->click();
-    return clearText(path).mid(kBlock.size()) + " | " + rows(d).join(' ');
-}
-
 } // namespace
 
 class TstDialogAddUsers : public QObject
 {
     Q_OBJECT
 private slots:
-    void addingWritesTheBlockBehindTheFile();
-    void deleteTakesThePasswordAndWhatFollows();
+    void addAndDelete();
 };
 
-void TstDialogAddUsers::addingWritesTheBlockBehindTheFile()
+void TstDialogAddUsers::addAndDelete()
 {
     QTemporaryDir dir;
     ModalWatcher watcher;
     const QString path = dir.filePath("gateway.cfg");
     QVERIFY(CScrambler::WriteFile(path, kTree));
+    const QString added = "operator;пароль1;guest;;operator;x; | operator=пароль1 guest= operator=x";
     {
-        // An empty password is allowed, and a known login isn't noticed;
-        // an empty login is refused.
+        // The block goes behind the file; an empty password is allowed, and a
+        // known login isn't noticed; an empty login is refused.
         DialogAddUsers d(path);
         addUser(d, "operator", "пароль1");
         addUser(d, "guest", "");
@@ -80,8 +66,7 @@ void TstDialogAddUsers::addingWritesTheBlockBehindTheFile()
         addUser(d, "", "1");
         QVERIFY(watcher.seen().size() == 1 && watcher.seen().at(0).title == "Внимание");
         QCOMPARE(watcher.seen().at(0).text, QString("Заполните поле логин"));
-        QCOMPARE(clearText(path), kBlock + "operator;пароль1;guest;;operator;x;");
-        QCOMPARE(rows(d), QStringList({"operator=пароль1", "guest=", "operator=x"}));
+        QCOMPARE(state(d, path), added);
         QCOMPARE(table(d)->item(2, 1)->flags(), Qt::ItemIsSelectable | Qt::ItemIsEnabled);
         // Only the password column hides its values, and every length looks the same.
         auto* stars = qobject_cast<StarDelegate*>(table(d)->itemDelegateForColumn(1));
@@ -93,26 +78,28 @@ void TstDialogAddUsers::addingWritesTheBlockBehindTheFile()
     QFile raw(path);
     QVERIFY(raw.open(QIODevice::ReadOnly) && !raw.readAll().contains("operator"));
     DialogAddUsers again(path);
-    QCOMPARE(rows(again), QStringList({"operator=пароль1", "guest=", "operator=x"}));
+    QCOMPARE(state(again, path), added);
     // A missing file is never created.
     DialogAddUsers none(dir.filePath("none.cfg"));
     addUser(none, "a", "1");
     QVERIFY(!QFile::exists(dir.filePath("none.cfg")));
-}
 
-void TstDialogAddUsers::deleteTakesThePasswordAndWhatFollows()
-{
-    QTemporaryDir dir;
-    const QString path = dir.filePath("gateway.cfg");
-    // The row's password is searched, and the part behind it (the next login)
-    // goes too: deleting a leaves a with b's password.
-    QCOMPARE(afterDeleting(path, "a;1;b;2;", 0), QString("a;2; | a=2"));
-    // The last row loses its password and the empty tail; one row is left.
-    QCOMPARE(afterDeleting(path, "a;1;b;2;", 1), QString("a;1;b | a=1"));
+    // Deleting searches the row's password among all the parts and takes the
+    // part behind the hit with it.
+    QVERIFY(CScrambler::WriteFile(path, kBlock + "7;x;b;7;c;2;"));
+    DialogAddUsers d(path);
+    auto remove = [&](int row) {
+        table(d)->setCurrentCell(row, 0);
+        d.findChild<QPushButton*>("pushButton_delete_user")->click();
+        return state(d, path);
+    };
+    QCOMPARE(remove(-1), QString("7;x;b;7;c;2; | 7=x b=7 c=2")); // no current row
     // Logins are compared too, and the first hit wins whichever row was chosen.
-    QCOMPARE(afterDeleting(path, "7;x;b;7;c;7;", 2), QString("b;7;c;7; | b=7 c=7"));
-    // With no current row nothing happens.
-    QCOMPARE(afterDeleting(path, "a;1;", -1), QString("a;1; | a=1"));
+    QCOMPARE(remove(1), QString("b;7;c;2; | b=7 c=2"));
+    // b's password goes with c's login: b is left with c's password.
+    QCOMPARE(remove(0), QString("b;2; | b=2"));
+    // The last row loses its password and the empty tail.
+    QCOMPARE(remove(0), QString("b | "));
 }
 
 QTEST_MAIN(TstDialogAddUsers)
