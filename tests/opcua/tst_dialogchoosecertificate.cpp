@@ -11,49 +11,15 @@
 #include <atomic>
 #include <thread>
 
-namespace {
-
-void click(QWidget* dialog, const char* name)
-{
-    dialog->findChild<QPushButton*>(name)->click();
-}
-
-} // namespace
-
 class TstDialogChooseCertificate : public QObject
 {
     Q_OBJECT
 private slots:
-    void okNeedsAllThreeFields();
-    void chooserHookRunsDialogForWorker();
+    void chooserOnGuiThreadNeedsAllThreeFields();
 };
 
-void TstDialogChooseCertificate::okNeedsAllThreeFields()
-{
-    ModalWatcher watcher;
-    DialogChooseCertificate dialog(nullptr);
-    dialog.setPaths("/c.der", "", "/trust");
-    bool stillOpen = false;
-    watcher.answer([&](QWidget* w) {
-        click(w, "clientCertButton"); // a cancelled chooser keeps the text
-        click(w, "pushButton");       // returns once the warning has been answered
-        stillOpen = w->isVisible();
-        click(w, "pushButton_2");
-    });
-    watcher.answer([](QWidget* w) { qobject_cast<QDialog*>(w)->reject(); });
-    watcher.answer(QMessageBox::Ok);
-    QCOMPARE(dialog.exec(), int(QDialog::Rejected));
-    QVERIFY(stillOpen);
-    QCOMPARE(watcher.seen().at(1).title, QString("Открыть каталог"));
-    QCOMPARE(watcher.seen().at(2).text, QString("Заполните все поля"));
-    // What was copied stays; the empty field tells the caller to give up.
-    QCOMPARE(QStringList({dialog.certificatePath, dialog.keyPath, dialog.trustPath}),
-             QStringList({"/c.der", "", "/trust"}));
-    QCOMPARE(watcher.unexpectedCount(), 0);
-}
-
 // The automatic connection asks from a worker thread; the dialog must still run on the GUI thread.
-void TstDialogChooseCertificate::chooserHookRunsDialogForWorker()
+void TstDialogChooseCertificate::chooserOnGuiThreadNeedsAllThreeFields()
 {
     DialogChooseCertificate::InstallAsCertificateChooser();
     OPCUAWrapper wrapper;
@@ -61,18 +27,26 @@ void TstDialogChooseCertificate::chooserHookRunsDialogForWorker()
     QCOMPARE(wrapper.findServers(url), 1);
     QSignalSpy log(&wrapper, &OPCUAWrapper::signalSetLogDlgSearchDevice);
     wrapper.pathCertificate = "/known.der";
+    wrapper.pathTrustList = "/trust";
 
+    auto field = [](QWidget* dialog, const char* name) { return dialog->findChild<QLineEdit*>(name); };
+    auto click = [](QWidget* dialog, const char* name) { dialog->findChild<QPushButton*>(name)->click(); };
     ModalWatcher watcher;
-    bool onGuiThread = false;
-    QString shown;
+    bool onGuiThread = false, stillOpen = false;
+    QStringList shown;
     watcher.answer([&](QWidget* w) {
         onGuiThread = QThread::currentThread() == qApp->thread();
-        shown = w->findChild<QLineEdit*>("certFileEdit")->text();
+        click(w, "clientCertButton"); // a cancelled folder chooser keeps the text
+        shown << field(w, "certFileEdit")->text() << field(w, "clientCertEdit")->text();
+        click(w, "pushButton"); // the key is missing: returns once the warning has been answered
+        stillOpen = w->isVisible();
         click(w, "pushButton_2");
     });
-    watcher.answer([](QWidget* w) {
-        w->findChild<QLineEdit*>("keyFileEdit")->setText("/chosen/k.pem");
-        w->findChild<QLineEdit*>("clientCertEdit")->setText("/chosen/trust");
+    watcher.answer([](QWidget* w) { qobject_cast<QDialog*>(w)->reject(); });
+    watcher.answer(QMessageBox::Ok);
+    watcher.answer([&](QWidget* w) {
+        field(w, "keyFileEdit")->setText("/chosen/k.pem");
+        field(w, "clientCertEdit")->setText("/chosen/trust");
         click(w, "pushButton");
     });
     std::atomic<int> cancelled{-1}, confirmed{-1};
@@ -80,13 +54,16 @@ void TstDialogChooseCertificate::chooserHookRunsDialogForWorker()
         cancelled = wrapper.connectToServer(url, "p (Sign)", false, 1, "", "");
         confirmed = wrapper.connectToServer(url, "p (Sign)", false, 2, "u", "p");
     });
-    QTRY_VERIFY(confirmed != -1);
+    QTRY_VERIFY_WITH_TIMEOUT(confirmed != -1, 15000);
     worker.join();
-    QVERIFY(onGuiThread);
-    QCOMPARE(shown, QString("/known.der"));
+    QVERIFY(onGuiThread && stillOpen);
+    QCOMPARE(shown, QStringList({"/known.der", "/trust"}));
+    QCOMPARE(watcher.seen().at(1).title, QString("Открыть каталог"));
+    QCOMPARE(watcher.seen().at(2).text, QString("Заполните все поля"));
+    QCOMPARE(watcher.unexpectedCount(), 0);
+    // An empty field makes the caller give up in silence; confirmed paths (all
+    // three filled) are taken over and the connection goes ahead (and fails here).
     QCOMPARE(cancelled.load(), 1);
-    // Confirmed paths (all three filled) are taken over and the connection goes
-    // ahead (and fails here).
     QCOMPARE(confirmed.load(), 1);
     QCOMPARE(QStringList({wrapper.pathCertificate, wrapper.pathPrivateKey, wrapper.pathTrustList}),
              QStringList({"/known.der", "/chosen/k.pem", "/chosen/trust"}));
