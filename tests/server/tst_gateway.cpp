@@ -254,6 +254,14 @@ private slots:
         QVERIFY2(gw.start({QStringLiteral(VELMORA_TEST_DATA "/worked_example.cfg")}),
                  qPrintable(gw.output()));
         const QByteArray url = gw.url().toUtf8();
+        size_t count = 0;
+        UA_ApplicationDescription* servers = nullptr;
+        QCOMPARE(UA_Client_findServers(NewClient().get(), url.constData(), 0, nullptr, 0, nullptr, &count,
+                                       &servers),
+                 UA_STATUSCODE_GOOD);
+        const bool oneServer = count == 1 && Text(servers[0].applicationUri) == kAppUri;
+        UA_Array_delete(servers, count, &UA_TYPES[UA_TYPES_APPLICATIONDESCRIPTION]);
+        QVERIFY(oneServer);
         QCOMPARE(Endpoints(NewClient().get(), url), QStringList{"None/1"}); // no certificate: None only
         Client c = Connected(gw.url());
         QVERIFY(c);
