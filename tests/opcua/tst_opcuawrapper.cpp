@@ -1,4 +1,3 @@
-#include "config/scrambler.h"
 #include "opcua/opcuawrapper.h"
 #include "tests/server/gatewayprocess.h"
 
@@ -13,14 +12,8 @@
 
 namespace {
 
-const char kConfig[] = "CHANNEL;1;2;3;4;5;6;7;8;9;10;11;12;13;14\n"
-                       ";Линия;COM-порт;MODBUS RTU;500;3;0;1;9600;8;1;Нет;Нет;Нет;Нет\n"
-                       "DEVICE;1;2;3;4;5;6;7\n;Прибор;1;Да;125;2000;0;Да\n"
-                       "GROUP;1;2;3\n;Группа;1;с\n"
-                       "TAG;1;2;3;4;5;6;7;8;9;10;11;12;13;14;15;16;17\n"
-                       ";Тег;Входной регистр;1;0;0;Да;;;Цел32;AB CD;Нет;;;;;Константа;7\n"
-                       "INIFILE\n\n[options]\nport = 4840\nlog = info\nallowanonimus = true\n"
-                       "derFile = \npemFile = \ntrustFolder = \nUSERS\n\n[users]\nusers = оператор;секрет;";
+// The worked example with the users оператор/пароль1; the gateway's arguments override its tail.
+const QString kConfig = VELMORA_TEST_DATA "/with_users.cfg";
 const char kNone[] = "http://opcfoundation.org/UA/SecurityPolicy#None (None)";
 const char kSecure[] = "http://opcfoundation.org/UA/SecurityPolicy#Basic256Sha256 (Sign and Encrypt)";
 const char kSign[] = "http://opcfoundation.org/UA/SecurityPolicy#Basic256Sha256 (Sign)";
@@ -80,7 +73,6 @@ class TstOpcuaWrapper : public QObject
 {
     Q_OBJECT
     QTemporaryDir m_dir;
-    QString m_config;
 
     static void useChooser(const QString& cert, const QString& key, const QString& trust)
     {
@@ -90,12 +82,7 @@ class TstOpcuaWrapper : public QObject
     }
 
 private slots:
-    void initTestCase()
-    {
-        qInstallMessageHandler(captureLog);
-        m_config = m_dir.filePath("gateway.cfg");
-        QVERIFY(CScrambler::WriteFile(m_config, QString::fromUtf8(kConfig)));
-    }
+    void initTestCase() { qInstallMessageHandler(captureLog); }
     void cleanup() { OPCUAWrapper::SetCertificateChooser(nullptr); }
 
     void unreachableServerAndStaleClient();
@@ -155,7 +142,7 @@ void TstOpcuaWrapper::unreachableServerAndStaleClient()
 void TstOpcuaWrapper::browseAndEditsReachTheGateway()
 {
     GatewayProcess gateway;
-    QVERIFY2(gateway.start({m_config}), qPrintable(gateway.output()));
+    QVERIFY2(gateway.start({kConfig}), qPrintable(gateway.output()));
     OPCUAWrapper wrapper;
     QSignalSpy servers(&wrapper, &OPCUAWrapper::signalSetServerDlgSearchDevice);
     QSignalSpy endpoints(&wrapper, &OPCUAWrapper::signalSetEndpointDlgSearchDevice);
@@ -169,10 +156,10 @@ void TstOpcuaWrapper::browseAndEditsReachTheGateway()
     QVERIFY(wrapper.connected && wrapper.connectedOnce);
 
     const QStringList nodes = wrapper.getVecNodes();
-    QCOMPARE(nodes.indexOf("ns=2;s=Линия.Прибор.Группа.Тег"),
-             nodes.indexOf("ns=2;s=Линия.Прибор.Группа") + 1);
+    QCOMPARE(nodes.indexOf("ns=2;s=Channel_0.Device_0.Group_0.Tag_0"),
+             nodes.indexOf("ns=2;s=Channel_0.Device_0.Group_0") + 1);
     QCOMPARE(nodes.filter(QRegularExpression("^ns=2;s=[^;]+$")).size(), nodes.size());
-    QVERIFY(texts(log).contains("Найдена нода: Линия.Прибор - ns=2;s=Линия.Прибор"));
+    QVERIFY(texts(log).contains("Найдена нода: Channel_0.Device_0 - ns=2;s=Channel_0.Device_0"));
 
     // Calls go out while the client loop runs on its own thread, and none of them starves.
     wrapper.setStatusIterate(true);
@@ -182,24 +169,24 @@ void TstOpcuaWrapper::browseAndEditsReachTheGateway()
     takeLog();
     wrapper.exchangeRunning = true;
     QVERIFY(wrapper.callMethodStartStopExchange());
-    QVERIFY(wrapper.callAddNode({"Линия.Прибор", "3", "Новая", "1", "0"}));
+    QVERIFY(wrapper.callAddNode({"Channel_0.Device_0", "3", "Новая", "1", "0"}));
     QVERIFY(wrapper.callMethodStartStopExchange());
-    QVERIFY(
-        wrapper.callAddNode({"Линия", "2", "Второй", QChar(7), "1", "0", QChar(125), QChar(2000), QChar(3)}));
-    QVERIFY(wrapper.callEditNode({"Линия.Прибор.Группа.Тег", "4", "Тег", "3", "40", "1", QChar(0), "1", "1",
-                                  "0", "2", "0", "0", "0", "0", "0"}));
-    QVERIFY(wrapper.callDeleteNode({"Линия.Прибор.Новая"}));
-    QVERIFY(!wrapper.callAddNode({"Линия.Прибор", "3", "Группа", "1", "0"})); // exists already
+    QVERIFY(wrapper.callAddNode(
+        {"Channel_0", "2", "Второй", QChar(7), "1", "0", QChar(125), QChar(2000), QChar(3)}));
+    QVERIFY(wrapper.callEditNode({"Channel_0.Device_0.Group_0.Tag_0", "4", "Tag_0", "3", "40", "1", QChar(0),
+                                  "1", "1", "0", "2", "0", "0", "0", "0", "0"}));
+    QVERIFY(wrapper.callDeleteNode({"Channel_0.Device_0.Новая"}));
+    QVERIFY(!wrapper.callAddNode({"Channel_0.Device_0", "3", "Group_0", "1", "0"})); // exists already
     QVERIFY(timer.elapsed() < 5000);
     wrapper.setStatusIterate(false);
     loop.join();
 
     for (const char* line :
-         {"Вызов метода stopExchange: emul\n", "Вызов метода addNode: Линия.Прибор;3;Новая;1;0\n",
+         {"Вызов метода stopExchange: emul\n", "Вызов метода addNode: Channel_0.Device_0;3;Новая;1;0\n",
           "Вызов метода startExchange: emul\n",
-          "Вызов метода addNode: Линия;2;Второй;\\x07;1;0;};\u07D0;\\x03\n",
-          "Вызов метода editNode: Линия.Прибор.Группа.Тег;4;Тег;3;40;1;\n",
-          "Вызов метода deleteNode: Линия.Прибор.Новая\n"})
+          "Вызов метода addNode: Channel_0;2;Второй;\\x07;1;0;};\u07D0;\\x03\n",
+          "Вызов метода editNode: Channel_0.Device_0.Group_0.Tag_0;4;Tag_0;3;40;1;\n",
+          "Вызов метода deleteNode: Channel_0.Device_0.Новая\n"})
         QTRY_VERIFY2_WITH_TIMEOUT(gateway.output().contains(line), line, 10000);
     const QStringList calls = takeLog().filter(QRegularExpression("^. (Вызов|Ошибка вызова) метода"));
     QCOMPARE(calls.first(), QString("I Вызов метода startExchange/stopExchange успешно завершен"));
@@ -216,7 +203,7 @@ void TstOpcuaWrapper::browseAndEditsReachTheGateway()
 
 void TstOpcuaWrapper::refusedLoginsAndUserPassword()
 {
-    GatewayProcess::Options options(m_config);
+    GatewayProcess::Options options(kConfig);
     options.anonymous = false;
     GatewayProcess gateway;
     QVERIFY2(gateway.start(options), qPrintable(gateway.output()));
@@ -239,7 +226,7 @@ void TstOpcuaWrapper::refusedLoginsAndUserPassword()
     QCOMPARE(login(2, "оператор", "неверно"), 1);
     QCOMPARE(texts(log).last(),
              QString("Не удалось подключиться к конечной точке. Код ошибки BadUserAccessDenied"));
-    QCOMPARE(login(2, "оператор", "секрет"), 0);
+    QCOMPARE(login(2, "оператор", "пароль1"), 0);
     QCOMPARE(wrapper.disconnectToServer(), 0);
 }
 
@@ -252,7 +239,7 @@ void TstOpcuaWrapper::encryptedConnections()
     QVERIFY(makeCertificate("urn:tarnopcua.server.application", serverDer, serverPem));
     QVERIFY(makeCertificate("urn:open62541.server.application", clientDer, clientPem));
 
-    GatewayProcess::Options options(m_config);
+    GatewayProcess::Options options(kConfig);
     options.certificate = serverDer;
     options.privateKey = serverPem;
     options.trustFolder = serverTrust;
