@@ -125,17 +125,14 @@ private slots:
         QVERIFY(enabledActions(w) == 1 && action(w, "monitoring_action")->isEnabled());
         QCOMPARE(w.findChild<QTabWidget*>("tabWidget")->currentIndex(), 2);
 
-        // Values with their quality and arrival time; the random tag keeps changing. The
-        // constant comes once, while the 29 groups behind are still being subscribed, and
-        // must not be lost.
+        // Values with their quality and arrival time. The constant comes once, while the 29 groups behind are
+        // still being subscribed, and must not be lost.
         for (int row = 0; row < 3; ++row)
             QTRY_COMPARE_WITH_TIMEOUT(cell(w, row, 2), QString("Good"), 10000);
         QCOMPARE(cell(w, 0, 1), QString("0"));
         QVERIFY(QRegularExpression("^\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d{3}$")
                     .match(cell(w, 2, 3))
                     .hasMatch());
-        const QString firstTime = cell(w, 2, 3);
-        QTRY_VERIFY_WITH_TIMEOUT(cell(w, 2, 3) != firstTime, 10000);
 
         // However fast values come, the table is repainted at most ten times a second.
         TableModelMonitoring* model = MainWindowProbe::monitoringModel(w);
@@ -153,16 +150,16 @@ private slots:
             return model->groupValues(kGroup).at(1).toString();
         };
         QCOMPARE(inject(12.3456789, tag0, sub), QString("12.345678"));
-        QCOMPARE(inject(12, tag0, sub), QString("12"));
-        QCOMPARE(inject(7.5, QString(kGroup) + ".Tag_9", sub), QString("12")); // unknown name
-        QCOMPARE(inject(7.5, tag0, sub + 99), QString("12"));                  // unknown subscription
+        QCOMPARE(inject(7.5, QString(kGroup) + ".Tag_9", sub), QString("12.345678")); // unknown name
+        QCOMPARE(inject(7.5, tag0, sub + 99), QString("12.345678"));                  // unknown subscription
         w.slotDataChange({QString("BadNoCommunication")});
-        QCOMPARE(model->groupValues(kGroup).at(1).toString(), QString("12"));
+        QCOMPARE(model->groupValues(kGroup).at(1).toString(), QString("12.345678"));
 
-        // With a channel selected the tab is off and values are dropped.
+        // With a channel selected the tab is off and values are dropped; back on the group
+        // they come again (the random tag keeps changing).
         select(w, channelRow(w, 0));
         QVERIFY(!w.findChild<QTabWidget*>("tabWidget")->isTabEnabled(2));
-        QCOMPARE(inject(7.5, tag0, sub), QString("12"));
+        QCOMPARE(inject(7.5, tag0, sub), QString("12.345678"));
         const QList<QVariant> frozen = model->groupValues(kGroup);
         select(w, groupRow(w));
         QTRY_VERIFY_WITH_TIMEOUT(model->groupValues(kGroup) != frozen, 10000);
