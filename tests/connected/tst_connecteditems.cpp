@@ -14,7 +14,6 @@
 #include <QComboBox>
 #include <QLineEdit>
 #include <QMutex>
-#include <QPushButton>
 #include <QSpinBox>
 #include <QTreeWidget>
 #include <QtTest>
@@ -183,11 +182,7 @@ class ConnectedItemsTest : public QObject
         w.show();
         watcher.answerFile(config);
         w.on_open_action_triggered();
-        watcher.answer([&gateway](QWidget* dialog) {
-            dialog->findChild<QLineEdit*>("le_device")->setText(gateway.url());
-            for (const char* name : {"pb_searchDevice", "pb_getEndPoint", "pb_connect", "pb_ok"})
-                dialog->findChild<QPushButton*>(name)->click();
-        });
+        watcher.answerConnect(gateway.url());
         w.findChild<QAction*>("action")->trigger();
         QVERIFY(MainWindowProbe::connected(w) && MainWindowProbe::client(w));
         takeWarnings();

@@ -12,7 +12,6 @@
 #include <QAction>
 #include <QComboBox>
 #include <QLineEdit>
-#include <QPushButton>
 #include <QSpinBox>
 #include <QTableView>
 #include <QTreeWidget>
@@ -80,11 +79,7 @@ private slots:
         w.show();
         watcher.answerFile(config);
         w.on_open_action_triggered();
-        watcher.answer([&gateway](QWidget* dialog) {
-            dialog->findChild<QLineEdit*>("le_device")->setText(gateway.url());
-            for (const char* name : {"pb_searchDevice", "pb_getEndPoint", "pb_connect", "pb_ok"})
-                dialog->findChild<QPushButton*>(name)->click();
-        });
+        watcher.answerConnect(gateway.url());
         w.findChild<QAction*>("action")->trigger();
         QVERIFY(MainWindowProbe::connected(w) && MainWindowProbe::client(w));
         CItem* group = MainWindowProbe::groups(w).at(kGroup);

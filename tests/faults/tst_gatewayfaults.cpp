@@ -6,9 +6,7 @@
 #include "tests/common/modalwatcher.h"
 
 #include <QAction>
-#include <QLineEdit>
 #include <QMutex>
-#include <QPushButton>
 #include <QTreeWidget>
 #include <QtTest>
 
@@ -85,11 +83,7 @@ class GatewayFaultsTest : public QObject
         QTRY_VERIFY_WITH_TIMEOUT(GatewayProcess::answers(url), 15000);
         watcher.answerFile(config);
         w.on_open_action_triggered();
-        watcher.answer([url](QWidget* dialog) {
-            dialog->findChild<QLineEdit*>("le_device")->setText(url);
-            for (const char* name : {"pb_searchDevice", "pb_getEndPoint", "pb_connect", "pb_ok"})
-                dialog->findChild<QPushButton*>(name)->click();
-        });
+        watcher.answerConnect(url);
         w.findChild<QAction*>("action")->trigger();
         QVERIFY(MainWindowProbe::connected(w) && MainWindowProbe::client(w));
     }
