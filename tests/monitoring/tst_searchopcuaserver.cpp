@@ -7,7 +7,6 @@
 #include <QLineEdit>
 #include <QPlainTextEdit>
 #include <QPushButton>
-#include <QRadioButton>
 #include <QRegularExpression>
 #include <QSignalSpy>
 #include <QtTest>
@@ -89,9 +88,6 @@ private slots:
         SearchOPCUAServer fresh(false, nullptr, {}, {}, &other);
         QCOMPARE(fresh.getOPCUAWrapper(), OPCUAWrapper::GetInstance()); // the argument is not used
         QVERIFY(w(fresh, "pb_disconnect")->isHidden() && !w(fresh, "pb_connect")->isEnabled());
-        QVERIFY(!w<QLineEdit>(fresh, "le_user")->isEnabled());
-        w<QRadioButton>(fresh, "radioButton_userpassword")->click();
-        QVERIFY(w<QLineEdit>(fresh, "le_password")->isEnabled());
 
         // Nothing to work on: each step says so in the pane and goes no further.
         w<QLineEdit>(fresh, "le_device")->clear();
