@@ -69,6 +69,10 @@ private slots:
         for (const char* off : {"edit_action", "add_group_action", "add_tag_action", "monitoring_action"})
             channel.removeOne(off);
         QTest::newRow("channel") << int(TreeItemChannel) << false << channel;
+        QStringList device = group;
+        device.removeOne("add_tag_action");
+        device.removeOne("monitoring_action");
+        QTest::newRow("device") << int(TreeItemDevice) << false << device;
         QTest::newRow("group") << int(TreeItemGroup) << false << group;
         // The flag has already fallen when this mode is used; it is exempt anyway.
         QTest::newRow("monitoring stopped, flag still set") << int(ToolbarMonitoringOff) << true << group;
