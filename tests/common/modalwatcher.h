@@ -6,6 +6,7 @@
 #include <QPointer>
 #include <QStringList>
 #include <QTimer>
+#include <QWidget>
 
 #include <deque>
 #include <functional>
@@ -60,3 +61,13 @@ private:
     QList<QPointer<QWidget>> m_handled;
     QStringList m_ignored{"ProgressBar"};
 };
+
+// The named child of a dialog or window; a missing one stops the test program
+// at once rather than crashing later on a null pointer.
+template <typename T> T* requireChild(QWidget* w, const char* name)
+{
+    T* found = w->findChild<T*>(name);
+    if (!found)
+        qFatal("no widget %s", name);
+    return found;
+}

@@ -130,14 +130,6 @@ void select(MainWindow& w, CItem* node)
     (node ? rowOf(w, node) : tree(w)->topLevelItem(0))->setSelected(true);
 }
 
-template <typename T> T* child(QWidget* w, const char* name)
-{
-    T* found = w->findChild<T*>(name);
-    if (!found)
-        qFatal("no widget %s", name);
-    return found;
-}
-
 // Queues a handler that edits the next setup dialog and accepts it.
 void fill(ModalWatcher& watcher, std::function<void(QWidget*)> edit)
 {
@@ -149,7 +141,7 @@ void fill(ModalWatcher& watcher, std::function<void(QWidget*)> edit)
 
 std::function<void(QWidget*)> named(const QString& name)
 {
-    return [name](QWidget* d) { child<QLineEdit>(d, "nameEdit")->setText(name); };
+    return [name](QWidget* d) { requireChild<QLineEdit>(d, "nameEdit")->setText(name); };
 }
 
 // The lines the gateway printed since the mark, which moves to the end.
@@ -209,16 +201,16 @@ private slots:
         // A serial and a TCP channel, the second with a name that is not ASCII.
         select(w, nullptr);
         fill(watcher, [](QWidget* d) {
-            child<QSpinBox>(d, "comNoBox")->setValue(5);
-            child<QComboBox>(d, "baudRateBox")->setCurrentText("19200");
+            requireChild<QSpinBox>(d, "comNoBox")->setValue(5);
+            requireChild<QComboBox>(d, "baudRateBox")->setCurrentText("19200");
         });
         w.on_add_channel_action_triggered();
         QVERIFY(printed("Вызов метода addNode: Каналы;1;Channel_2;0;500;3;0;0;5;19200;8;1;0;0;0;0\n"));
         fill(watcher, [](QWidget* d) {
-            child<QComboBox>(d, "typeBox")->setCurrentIndex(1);
-            child<QLineEdit>(d, "nameEdit")->setText("Сеть");
-            child<QLineEdit>(d, "ipEdit")->setText("127.0.0.2");
-            child<QSpinBox>(d, "tcpPortBox")->setValue(1502);
+            requireChild<QComboBox>(d, "typeBox")->setCurrentIndex(1);
+            requireChild<QLineEdit>(d, "nameEdit")->setText("Сеть");
+            requireChild<QLineEdit>(d, "ipEdit")->setText("127.0.0.2");
+            requireChild<QSpinBox>(d, "tcpPortBox")->setValue(1502);
         });
         w.on_add_channel_action_triggered();
         QVERIFY(printed(
@@ -229,8 +221,8 @@ private slots:
         CItem* channel2 = root.FindChildByName("Channel_2");
         select(w, channel2);
         fill(watcher, [](QWidget* d) {
-            child<QLineEdit>(d, "nameEdit")->setText("Насос");
-            child<QSpinBox>(d, "addressBox")->setValue(65);
+            requireChild<QLineEdit>(d, "nameEdit")->setText("Насос");
+            requireChild<QSpinBox>(d, "addressBox")->setValue(65);
         });
         w.on_add_device_action_triggered();
         QVERIFY(printed("Вызов метода addNode: Channel_2;2;Насос;A;"));
@@ -259,8 +251,8 @@ private slots:
         QCOMPARE(look.samplingInterval("Линия.Device_0.Group_0.Tag_0"), 50.0);
         select(w, device0->FindChildByName("Group_0"));
         fill(watcher, [](QWidget* d) {
-            child<QComboBox>(d, "mu_UpdateRateBox")->setCurrentIndex(1);
-            child<QSpinBox>(d, "updateRateBox")->setValue(2);
+            requireChild<QComboBox>(d, "mu_UpdateRateBox")->setCurrentIndex(1);
+            requireChild<QSpinBox>(d, "updateRateBox")->setValue(2);
         });
         w.on_edit_action_triggered();
         QVERIFY(printed("Вызов метода editNode: Линия.Device_0.Group_0;3;Group_0;2;1\n"));
@@ -337,13 +329,13 @@ private slots:
                            : warnings.isEmpty());
         };
         const auto address = [](int a) {
-            return [a](QWidget* d) { child<QSpinBox>(d, "addressBox")->setValue(a); };
+            return [a](QWidget* d) { requireChild<QSpinBox>(d, "addressBox")->setValue(a); };
         };
 
         // Channels are checked here first: a duplicate never reaches the gateway.
         QVERIFY(attempt(
             nullptr, &MainWindow::on_add_channel_action_triggered,
-            [](QWidget* d) { child<QSpinBox>(d, "comNoBox")->setValue(1); },
+            [](QWidget* d) { requireChild<QSpinBox>(d, "comNoBox")->setValue(1); },
             "Добавление канала завершилось неудачно, обнаружен дубликат", false));
         QVERIFY(!printed("Вызов метода"));
 
@@ -352,7 +344,7 @@ private slots:
         QCOMPARE(other.call("addNode", "Каналы;1;Channel_2;0;500;3;0;0;9;9600;8;1;0;0;0;0"), QString("Good"));
         QVERIFY(attempt(
             nullptr, &MainWindow::on_add_channel_action_triggered,
-            [](QWidget* d) { child<QSpinBox>(d, "comNoBox")->setValue(5); },
+            [](QWidget* d) { requireChild<QSpinBox>(d, "comNoBox")->setValue(5); },
             "Добавление канала завершилось неудачно, на сервере произошла ошибка"));
         QCOMPARE(root.size(), 2u);
         QCOMPARE(tree(w)->topLevelItem(0)->childCount(), 2);

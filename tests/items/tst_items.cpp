@@ -18,14 +18,6 @@
 
 namespace {
 
-template <typename T> T* child(QWidget* w, const char* name)
-{
-    T* found = w->findChild<T*>(name);
-    if (!found)
-        qFatal("no widget %s", name);
-    return found;
-}
-
 CItem* at(CItem* parent, const char* name)
 {
     return parent->FindChildByName(name);
@@ -91,7 +83,7 @@ struct Session
     }
     Edit rename(const QString& name)
     {
-        return [name](QDialog* d) { child<QLineEdit>(d, "nameEdit")->setText(name); };
+        return [name](QDialog* d) { requireChild<QLineEdit>(d, "nameEdit")->setText(name); };
     }
 };
 
@@ -119,8 +111,8 @@ private slots:
         dialog.Init();
         QList<QString> info;
         connect(&dialog, &ChannelSetupDialog::signalInfoChannel, [&](QList<QString> l, bool) { info = l; });
-        child<QLineEdit>(&dialog, "nameEdit")->clear();
-        child<QComboBox>(&dialog, "echoBox")->setCurrentIndex(1);
+        requireChild<QLineEdit>(&dialog, "nameEdit")->clear();
+        requireChild<QComboBox>(&dialog, "echoBox")->setCurrentIndex(1);
         dialog.accept();
         QCOMPARE(info, (QList<QString>{"Channel_0", "0", "500", "3", "0", "0", "5", "19200", "8", "1", "2",
                                        "1", "0", "0"}));
@@ -128,7 +120,7 @@ private slots:
         // A change of type replaces the port at once; Cancel doesn't bring it back.
         ChannelSetupDialog switching(&channel);
         switching.Init();
-        child<QComboBox>(&switching, "typeBox")->setCurrentIndex(1);
+        requireChild<QComboBox>(&switching, "typeBox")->setCurrentIndex(1);
         switching.reject();
         auto* tcp = dynamic_cast<CPortIO_TCPInfo*>(channel.Port);
         QVERIFY(channel.TypeChannel == 1 && tcp);
@@ -138,8 +130,8 @@ private slots:
         tcpDialog.Init();
         connect(&tcpDialog, &ChannelSetupDialog::signalInfoChannel,
                 [&](QList<QString> l, bool) { info = l; });
-        child<QLineEdit>(&tcpDialog, "ipEdit")->setText("10.0.0.300");
-        child<QSpinBox>(&tcpDialog, "tcpPortBox")->setValue(1502);
+        requireChild<QLineEdit>(&tcpDialog, "ipEdit")->setText("10.0.0.300");
+        requireChild<QSpinBox>(&tcpDialog, "tcpPortBox")->setValue(1502);
         tcpDialog.accept();
         // A part above 255 keeps the old address, and the list carries it.
         QCOMPARE(info.mid(5), (QList<QString>{"2", QString::number(0x0100000a), "1502", "5000"}));
@@ -151,11 +143,11 @@ private slots:
         deviceDialog.Init();
         connect(&deviceDialog, &DeviceSetupDialog::signalInfoDevice,
                 [&](QList<QString> l, bool) { info = l; });
-        child<QLineEdit>(&deviceDialog, "nameEdit")->clear();
-        child<QSpinBox>(&deviceDialog, "addressBox")->setValue(0);
-        child<QComboBox>(&deviceDialog, "exchangeBox")->setCurrentIndex(0);
-        child<QComboBox>(&deviceDialog, "emulationBox")->setCurrentIndex(1);
-        child<QSpinBox>(&deviceDialog, "maxRegsBox")->setValue(65);
+        requireChild<QLineEdit>(&deviceDialog, "nameEdit")->clear();
+        requireChild<QSpinBox>(&deviceDialog, "addressBox")->setValue(0);
+        requireChild<QComboBox>(&deviceDialog, "exchangeBox")->setCurrentIndex(0);
+        requireChild<QComboBox>(&deviceDialog, "emulationBox")->setCurrentIndex(1);
+        requireChild<QSpinBox>(&deviceDialog, "maxRegsBox")->setValue(65);
         deviceDialog.accept();
         QCOMPARE(info.mid(0, 6),
                  (QList<QString>{"Pump", QString(QChar(0)), "0", "1", "A", QString(QChar(2000))}));
@@ -167,8 +159,8 @@ private slots:
         group.UpdateRate = 1000;
         GroupSetupDialog groupDialog(&group);
         groupDialog.Init();
-        auto* rate = child<QSpinBox>(&groupDialog, "updateRateBox");
-        auto* unit = child<QComboBox>(&groupDialog, "mu_UpdateRateBox");
+        auto* rate = requireChild<QSpinBox>(&groupDialog, "updateRateBox");
+        auto* unit = requireChild<QComboBox>(&groupDialog, "mu_UpdateRateBox");
         QCOMPARE(rate->value(), 999);
         rate->setValue(500);
         unit->setCurrentIndex(3);
@@ -181,7 +173,7 @@ private slots:
         group.UpdateRate = 0;
         GroupSetupDialog zero(&group);
         zero.Init();
-        QCOMPARE(child<QSpinBox>(&zero, "updateRateBox")->value(), 1);
+        QCOMPARE(requireChild<QSpinBox>(&zero, "updateRateBox")->value(), 1);
     }
 
     void addChannelDeviceAndGroup()
@@ -197,7 +189,7 @@ private slots:
         QCOMPARE(MainWindowProbe::infoChannel(w), (QList<QString>{"Каналы", "1"}));
 
         s.run(nullptr, &MainWindow::on_add_channel_action_triggered,
-              [](QDialog* d) { child<QSpinBox>(d, "comNoBox")->setValue(7); });
+              [](QDialog* d) { requireChild<QSpinBox>(d, "comNoBox")->setValue(7); });
         CItem* added = at(&s.root, "Channel_2");
         QVERIFY(added && comNo(added) == 7u && s.row(added)->isSelected());
         QVERIFY(MainWindowProbe::dirty(w));
@@ -206,9 +198,9 @@ private slots:
         int proposed = 0;
         const auto propose = [&proposed](const char* box, int set) {
             return [&proposed, box, set](QDialog* d) {
-                proposed = child<QSpinBox>(d, box)->value();
+                proposed = requireChild<QSpinBox>(d, box)->value();
                 if (set >= 0)
-                    child<QSpinBox>(d, box)->setValue(set);
+                    requireChild<QSpinBox>(d, box)->setValue(set);
             };
         };
         QCOMPARE(s.refused(nullptr, &MainWindow::on_add_channel_action_triggered, propose("comNoBox", 1)),
@@ -279,8 +271,8 @@ private slots:
         s.root.AppendChild(taken);
         QCOMPARE(s.refused(s.row(channel0), edit,
                            [](QDialog* d) {
-                               child<QLineEdit>(d, "nameEdit")->setText("D");
-                               child<QSpinBox>(d, "comNoBox")->setValue(9);
+                               requireChild<QLineEdit>(d, "nameEdit")->setText("D");
+                               requireChild<QSpinBox>(d, "comNoBox")->setValue(9);
                            }),
                  QString("Изменения канала завершилось неудачно, обнаружен дубликат"));
         QCOMPARE(comNo(channel0), 1u);

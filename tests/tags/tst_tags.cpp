@@ -22,17 +22,9 @@
 
 namespace {
 
-template <typename T> T* child(QWidget* w, const char* name)
-{
-    T* found = w->findChild<T*>(name);
-    if (!found)
-        qFatal("no widget %s", name);
-    return found;
-}
-
 QComboBox* combo(QWidget* w, const char* name)
 {
-    return child<QComboBox>(w, name);
+    return requireChild<QComboBox>(w, name);
 }
 
 ModalWatcher::Handler press(QMessageBox::StandardButton button)
@@ -125,7 +117,7 @@ private slots:
         }
         // The function in the coils' write caption follows the group write.
         combo(&dialog, "regTypeBox")->setCurrentIndex(1);
-        auto* writeLabel = child<QLabel>(&dialog, "writelabel");
+        auto* writeLabel = requireChild<QLabel>(&dialog, "writelabel");
         writeGroup->setCurrentIndex(0);
         QCOMPARE(writeLabel->text(), QString("Запись (функция 5)"));
         writeGroup->setCurrentIndex(1);
@@ -154,8 +146,8 @@ private slots:
         QCOMPARE(byteOrder->currentText(), QString("BA"));
 
         // The position within a segment is open only for segments above two.
-        auto* segment = child<QSpinBox>(&dialog, "regsInSegmentBox");
-        auto* position = child<QSpinBox>(&dialog, "segmentPosBox");
+        auto* segment = requireChild<QSpinBox>(&dialog, "regsInSegmentBox");
+        auto* position = requireChild<QSpinBox>(&dialog, "segmentPosBox");
         segment->setValue(5);
         QCOMPARE(position->maximum(), 3);
         position->setValue(3);
@@ -166,15 +158,15 @@ private slots:
         // "Бит8" sits where the type table has "Бит7": a bit stores no byte order.
         valType->setCurrentText("Бит8");
         QVERIFY(!byteOrder->isEnabled());
-        child<QLineEdit>(&dialog, "nameEdit")->clear();
-        child<QSpinBox>(&dialog, "addrBox")->setValue(40001);
-        child<QSpinBox>(&dialog, "spinBox_5")->setValue(250000);
+        requireChild<QLineEdit>(&dialog, "nameEdit")->clear();
+        requireChild<QSpinBox>(&dialog, "addrBox")->setValue(40001);
+        requireChild<QSpinBox>(&dialog, "spinBox_5")->setValue(250000);
         combo(&dialog, "transformTypeBox")->setCurrentIndex(TT_LineScale);
-        child<QLineEdit>(&dialog, "srcMinEdit")->setText("-12.5");
-        child<QLineEdit>(&dialog, "srcMaxEdit")->setText("много");
-        child<QLineEdit>(&dialog, "dstMaxEdit")->setText("1e3");
+        requireChild<QLineEdit>(&dialog, "srcMinEdit")->setText("-12.5");
+        requireChild<QLineEdit>(&dialog, "srcMaxEdit")->setText("много");
+        requireChild<QLineEdit>(&dialog, "dstMaxEdit")->setText("1e3");
         combo(&dialog, "emulTypeBox")->setCurrentIndex(ET_Sin);
-        child<QDoubleSpinBox>(&dialog, "periodBox")->setValue(2.7);
+        requireChild<QDoubleSpinBox>(&dialog, "periodBox")->setValue(2.7);
         // No caption or field of the holding register's form is cut short.
         dialog.show();
         QVERIFY(QTest::qWaitForWindowExposed(&dialog));
@@ -207,10 +199,10 @@ private slots:
         tag->SegmentPos = 4;
         TagSetupDialog reopened(tag, true, nullptr);
         reopened.Init();
-        QVERIFY(child<QSpinBox>(&reopened, "spinBox_5")->isHidden());
-        QCOMPARE(child<QLineEdit>(&reopened, "srcMinEdit")->text(), QString("1.23457e+06"));
-        QCOMPARE(child<QSpinBox>(&reopened, "segmentPosBox")->maximum(), 10);
-        QCOMPARE(child<QSpinBox>(&reopened, "segmentPosBox")->value(), 4);
+        QVERIFY(requireChild<QSpinBox>(&reopened, "spinBox_5")->isHidden());
+        QCOMPARE(requireChild<QLineEdit>(&reopened, "srcMinEdit")->text(), QString("1.23457e+06"));
+        QCOMPARE(requireChild<QSpinBox>(&reopened, "segmentPosBox")->maximum(), 10);
+        QCOMPARE(requireChild<QSpinBox>(&reopened, "segmentPosBox")->value(), 4);
         delete tag;
     }
 
@@ -240,11 +232,11 @@ private slots:
         MainWindowProbe::infoTag(s.w).clear();
 
         s.run({}, &MainWindow::on_add_tag_action_triggered, {accepting([](QWidget* d) {
-                  QCOMPARE(child<QLineEdit>(d, "nameEdit")->text(), QString("Tag_5"));
+                  QCOMPARE(requireChild<QLineEdit>(d, "nameEdit")->text(), QString("Tag_5"));
                   combo(d, "regTypeBox")->setCurrentIndex(MRT_HoldingRegister);
-                  child<QSpinBox>(d, "addrBox")->setValue(100);
+                  requireChild<QSpinBox>(d, "addrBox")->setValue(100);
                   combo(d, "valTypeBox")->setCurrentText("Бит0");
-                  child<QSpinBox>(d, "spinBox_5")->setValue(100);
+                  requireChild<QSpinBox>(d, "spinBox_5")->setValue(100);
               })});
         QVERIFY(!QApplication::activeModalWidget());
         QCOMPARE(s.group->size(), 105u);
@@ -272,8 +264,8 @@ private slots:
         s.model->sort(0, Qt::DescendingOrder);
         QString shown;
         s.run({0}, &MainWindow::tag_edit_action_triggered, {accepting([&shown](QWidget* d) {
-                  shown = child<QLineEdit>(d, "nameEdit")->text();
-                  child<QLineEdit>(d, "nameEdit")->setText("A_renamed");
+                  shown = requireChild<QLineEdit>(d, "nameEdit")->text();
+                  requireChild<QLineEdit>(d, "nameEdit")->setText("A_renamed");
               })});
         QCOMPARE(shown, QString("Tag_2"));
         QCOMPARE(childNames(s.group), (QStringList{"A_renamed", "Tag_0", "Tag_1"}));
@@ -328,7 +320,7 @@ private slots:
 
         // With the last tag gone the focus moves to the tree. The box has left
         // the window inactive; its focus child is what counts.
-        child<QTabWidget>(&s.w, "tabWidget")->setCurrentIndex(1);
+        requireChild<QTabWidget>(&s.w, "tabWidget")->setCurrentIndex(1);
         s.w.activateWindow();
         QVERIFY(QTest::qWaitForWindowActive(&s.w));
         s.table()->setFocus();
@@ -350,7 +342,7 @@ private slots:
 
         // The worker stops at the refused exchange stop: its box comes up on
         // the GUI thread and the busy dialog stays; only the test ends it here.
-        s.watcher.answer(accepting([](QWidget* d) { child<QSpinBox>(d, "spinBox_5")->setValue(5); }));
+        s.watcher.answer(accepting([](QWidget* d) { requireChild<QSpinBox>(d, "spinBox_5")->setValue(5); }));
         s.watcher.answer([&s](QWidget* box) {
             ModalWatcher::pressButton(box, QMessageBox::Ok);
             QTimer::singleShot(50, &s.w, [&s] { emit s.w.signalCloseProgressBar(0); });
@@ -362,7 +354,7 @@ private slots:
 
         // A refused edit keeps what the dialog wrote under the old key.
         s.run({0}, &MainWindow::tag_edit_action_triggered,
-              {accepting([](QWidget* d) { child<QLineEdit>(d, "nameEdit")->setText("Renamed"); }),
+              {accepting([](QWidget* d) { requireChild<QLineEdit>(d, "nameEdit")->setText("Renamed"); }),
                press(QMessageBox::Ok)});
         QCOMPARE(s.watcher.seen().last().text, QString("Изменение тега завершилось неудачно"));
         QVERIFY(!s.group->FindChildByName("Renamed"));
