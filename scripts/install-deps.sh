@@ -11,7 +11,16 @@ fi
 export DEBIAN_FRONTEND=noninteractive
 
 PACKAGES=(cmake ninja-build g++ ccache qt6-base-dev qt6-base-dev-tools libgl-dev
-          xvfb xauth fonts-dejavu-core imagemagick)
+          xvfb xauth fonts-dejavu-core imagemagick
+          libmodbus-dev python3-pymodbus socat
+          dpkg-dev file lintian desktop-file-utils appstream)
+command -v node >/dev/null || PACKAGES+=(nodejs)
+command -v npm >/dev/null || PACKAGES+=(npm)
+
+# The independent OPC UA client of the interoperability tests lives outside
+# the source tree, in a cache folder of its own.
+NODE_OPCUA_DIR=${VELMORA_NODE_OPCUA_DIR:-/var/cache/velmora/node-opcua}
+NODE_OPCUA_VERSION=2.180.0
 
 missing=()
 for p in "${PACKAGES[@]}"; do
@@ -22,7 +31,17 @@ for p in libopen62541-1.4-dev libopen62541-1.4-tools; do
     dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || need_o6=1
 done
 
-[ ${#missing[@]} -eq 0 ] && [ $need_o6 -eq 0 ] && exit 0
+install_node_opcua() {
+    [ -f "$NODE_OPCUA_DIR/node_modules/node-opcua-client/package.json" ] && return 0
+    mkdir -p "$NODE_OPCUA_DIR"
+    npm install --no-audit --no-fund --loglevel=error --prefix "$NODE_OPCUA_DIR" \
+        "node-opcua-client@$NODE_OPCUA_VERSION"
+}
+
+if [ ${#missing[@]} -eq 0 ] && [ $need_o6 -eq 0 ]; then
+    install_node_opcua
+    exit 0
+fi
 
 # open62541 1.4 comes from the next Debian release, pinned low so that
 # nothing else is ever taken from there. Its CMake package insists on the
@@ -41,3 +60,4 @@ fi
 if [ $need_o6 -eq 1 ]; then
     apt-get install -y -qq --no-install-recommends -t trixie libopen62541-1.4-dev libopen62541-1.4-tools
 fi
+install_node_opcua
