@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds everything and runs every test: once in the
-# normal build and once more under the address and undefined-behaviour
-# sanitizers.
+# normal build, then builds the Debian package from it and checks that, and
+# once more under the address and undefined-behaviour sanitizers.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -13,4 +13,10 @@ for preset in default asan; do
     cmake --preset "${preset}" >/dev/null
     cmake --build --preset "${preset}" -j"${jobs}"
     ctest --preset "${preset}" -j"${jobs}"
+    if [ "${preset}" = default ]; then
+        echo "== package"
+        rm -f build/velmora_*.deb
+        cmake --build --preset default --target package
+        bash scripts/check-package.sh build/velmora_*.deb
+    fi
 done

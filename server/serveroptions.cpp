@@ -1,5 +1,9 @@
 #include "server/serveroptions.h"
 
+#include "server/gatewayconfig.h"
+
+#include <vector>
+
 CServerOptions::Result CServerOptions::Parse(int argc, const char* const* argv, std::string& error)
 {
     for (int i = 1; i < argc; ++i) {
@@ -7,6 +11,8 @@ CServerOptions::Result CServerOptions::Parse(int argc, const char* const* argv, 
         if (a == "--help" || a == "-h")
             return Help;
     }
+    if (argc == 3 && std::string(argv[1]) == "--from-file")
+        return ParseFromFile(argv[2], error);
     if (argc != 8) {
         error = "expected 7 arguments, got " + std::to_string(argc - 1);
         return Bad;
@@ -49,10 +55,32 @@ CServerOptions::Result CServerOptions::Parse(int argc, const char* const* argv, 
     return Ok;
 }
 
+CServerOptions::Result CServerOptions::ParseFromFile(const std::string& path, std::string& error)
+{
+    CGatewayConfig config;
+    if (!config.Read(path, error))
+        return Bad;
+    if (config.options.empty()) {
+        error = path + " holds no run parameters: save them from the start dialog of the configurator";
+        return Bad;
+    }
+    // The saved block goes through the same checks as a command line.
+    std::vector<std::string> args = {"server", path};
+    for (const char* key : {"port", "log", "allowanonimus", "derFile", "pemFile", "trustFolder"}) {
+        const auto it = config.options.find(key);
+        args.push_back(it == config.options.end() ? std::string() : it->second);
+    }
+    std::vector<const char*> argv;
+    for (const std::string& a : args)
+        argv.push_back(a.c_str());
+    return Parse(int(argv.size()), argv.data(), error);
+}
+
 std::string CServerOptions::Usage(const std::string& program)
 {
-    return "Usage: " + program +
-           " CONFIG PORT LOGLEVEL ANONYMOUS CERTIFICATE KEY TRUSTFOLDER\n"
+    return "Usage: " + program + " CONFIG PORT LOGLEVEL ANONYMOUS CERTIFICATE KEY TRUSTFOLDER\n       " +
+           program +
+           " --from-file CONFIG\n"
            "\n"
            "  CONFIG       scrambled configuration file (.cfg)\n"
            "  PORT         TCP port, 1 to 65535\n"
@@ -61,6 +89,9 @@ std::string CServerOptions::Usage(const std::string& program)
            "  CERTIFICATE  server certificate in DER form, or \"\" for none\n"
            "  KEY          private key in PEM form, or \"\" for none\n"
            "  TRUSTFOLDER  folder of trusted client certificates (*.der), or \"\"\n"
+           "\n"
+           "The second form takes the six values after CONFIG from the run parameters\n"
+           "saved in CONFIG by the configurator's start dialog.\n"
            "\n"
            "With a certificate and key the server also offers Basic256Sha256 (Sign,\n"
            "SignAndEncrypt) and accepts X.509 user tokens from trusted certificates.\n"

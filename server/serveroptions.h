@@ -7,7 +7,9 @@
 
 // The seven start arguments, in the order the configurator passes them:
 // configuration, port, log level word, anonymous access, certificate (DER),
-// private key (PEM), folder of trusted client certificates.
+// private key (PEM), folder of trusted client certificates. A service starts
+// the gateway with "--from-file CONFIG" instead, and the other six come from
+// the parameter block that the start dialog saved in CONFIG.
 class CServerOptions
 {
 public:
@@ -30,4 +32,7 @@ public:
     std::string certificatePath;
     std::string privateKeyPath;
     std::string trustFolder;
+
+private:
+    Result ParseFromFile(const std::string& path, std::string& error);
 };

@@ -1,6 +1,8 @@
 // Draws the program's icons. Run once after changing a picture:
-//   cmake --build build --target velmora_icongen && build/bin/velmora_icongen resources/images/res
-// The PNGs it writes are kept in the repository; the build doesn't run this.
+//   cmake --build build --target velmora_icongen &&
+//   build/bin/velmora_icongen resources/images/res packaging/icons
+// The second folder gets the desktop icon in the hicolor theme's sizes. The
+// PNGs it writes are kept in the repository; the build doesn't run this.
 #include <QDir>
 #include <QGuiApplication>
 #include <QImage>
@@ -201,7 +203,8 @@ void drawLogo(QPainter& p, int size)
     p.drawEllipse(QPointF(24, 8), 2.6, 2.6);
 }
 
-bool save(const QString& dir, const QString& name, const std::function<void(QPainter&)>& draw, int size = kSize)
+bool save(const QString& dir, const QString& name, const std::function<void(QPainter&)>& draw,
+          int size = kSize)
 {
     QImage img = canvas(size);
     {
@@ -217,13 +220,19 @@ bool save(const QString& dir, const QString& name, const std::function<void(QPai
     return true;
 }
 
+bool saveLogo(const QString& dir, const QString& name, int size)
+{
+    const auto draw = [size](QPainter& p) { drawLogo(p, size); };
+    return save(dir, name, draw, size);
+}
+
 } // namespace
 
 int main(int argc, char** argv)
 {
     QGuiApplication app(argc, argv);
-    if (argc != 2) {
-        std::fprintf(stderr, "usage: velmora_icongen <output folder>\n");
+    if (argc != 2 && argc != 3) {
+        std::fprintf(stderr, "usage: velmora_icongen <output folder> [<hicolor folder>]\n");
         return 2;
     }
     const QString dir = QString::fromLocal8Bit(argv[1]);
@@ -248,7 +257,15 @@ int main(int argc, char** argv)
     ok &= save(dir, "save.png", drawSave);
     ok &= save(dir, "monitoring_on.png", [](QPainter& p) { drawMonitoring(p, true); });
     ok &= save(dir, "monitoring_off.png", [](QPainter& p) { drawMonitoring(p, false); });
-    ok &= save(dir, "Velmora.png", [](QPainter& p) { drawLogo(p, 64); }, 64);
+    ok &= saveLogo(dir, "Velmora.png", 64);
     ok &= save(dir, "Velmora.ico", [](QPainter& p) { drawLogo(p, 32); });
+    if (argc == 3) {
+        const QDir hicolor(QString::fromLocal8Bit(argv[2]));
+        for (int size : {16, 22, 24, 32, 48, 64, 128, 256}) {
+            const QString apps = hicolor.filePath(QString("%1x%1/apps").arg(size));
+            QDir().mkpath(apps);
+            ok &= saveLogo(apps, "velmora.png", size);
+        }
+    }
     return ok ? 0 : 1;
 }

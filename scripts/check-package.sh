@@ -1,0 +1,76 @@
+#!/usr/bin/env bash
+# Checks a built Debian package without installing it: lintian errors, the
+# desktop entry, the AppStream data and the service unit, then starts the
+# program and the gateway from the unpacked tree.
+#   bash scripts/check-package.sh build/velmora_<version>_amd64.deb
+set -euo pipefail
+
+deb=${1:?usage: check-package.sh <package.deb>}
+work=$(mktemp -d)
+gateway_pid=
+program_pid=
+cleanup() {
+    [ -n "$gateway_pid" ] && kill "$gateway_pid" 2>/dev/null || true
+    [ -n "$program_pid" ] && kill "$program_pid" 2>/dev/null || true
+    rm -rf "$work"
+}
+trap cleanup EXIT
+root=$work/root
+dpkg-deb -x "$deb" "$root"
+app=$root/usr/lib/velmora
+
+echo "-- lintian"
+lintian --fail-on error "$deb"
+
+echo "-- desktop entry and AppStream data"
+desktop-file-validate "$root"/usr/share/applications/*.desktop
+appstreamcli validate --no-net "$root"/usr/share/metainfo/*.metainfo.xml
+
+echo "-- service unit"
+# The unit names the installed gateway; point it into the unpacked tree.
+unit_dir=$work/units
+mkdir -p "$unit_dir"
+for unit in "$root"/lib/systemd/system/*.service "$root"/usr/lib/systemd/system/*.service; do
+    [ -f "$unit" ] || continue
+    sed "s#/usr/lib/velmora#$app#g" "$unit" >"$unit_dir/$(basename "$unit")"
+done
+systemd-analyze verify --man=no "$unit_dir"/*.service
+
+wait_for() { # file text seconds
+    for _ in $(seq $((10 * $3))); do
+        grep -q "$2" "$1" 2>/dev/null && return 0
+        sleep 0.1
+    done
+    echo "check-package: \"$2\" did not appear in $1" >&2
+    cat "$1" >&2 || true
+    return 1
+}
+
+echo "-- the program starts from the package"
+export HOME=$work/home QT_QPA_PLATFORM=offscreen
+mkdir -p "$HOME"
+(cd "$app" && exec ./velmora) >"$work/program.out" 2>&1 &
+program_pid=$!
+wait_for "$HOME/Documents/TARN/OPC UA/Log/VelmoraGui.log" "Приложение запущено" 30
+kill "$program_pid" && wait "$program_pid" 2>/dev/null || true
+program_pid=
+
+echo "-- the gateway serves the example with the run parameters saved in it"
+port=$(python3 -c 'import socket; s = socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])')
+# The example keeps port 4840; the check moves it to a free one. The file is
+# scrambled with a mapping that is its own inverse.
+python3 - "$root/usr/share/velmora/examples/plant.cfg" "$work/plant.cfg" "$port" <<'PY'
+import sys
+def flip(text):
+    b = bytearray(text.encode("utf-16-le"))
+    b[0::2] = bytes(255 - x for x in b[0::2])
+    return b.decode("utf-16-le")
+src, dst, port = sys.argv[1:]
+clear = flip(open(src, encoding="utf-8").read())
+assert "port = 4840\n" in clear, "no run parameters in the example"
+open(dst, "w", encoding="utf-8").write(flip(clear.replace("port = 4840\n", f"port = {port}\n")))
+PY
+"$app/server/server" --from-file "$work/plant.cfg" >"$work/gateway.out" 2>&1 &
+gateway_pid=$!
+wait_for "$work/gateway.out" "порт $port, тегов" 30
+echo "package checks passed"
