@@ -19,6 +19,15 @@ root=$work/root
 dpkg-deb -x "$deb" "$root"
 app=$root/usr/lib/velmora
 
+echo "-- contents"
+wanted=(usr/bin/velmora usr/lib/velmora/velmora usr/lib/velmora/server/server
+        usr/lib/velmora/generate_certificate usr/share/velmora/examples/plant.cfg)
+# The guide is built where chmcmd is installed, and then it must be packaged.
+command -v chmcmd >/dev/null && wanted+=(usr/lib/velmora/velmora_help.chm)
+for f in "${wanted[@]}"; do
+    [ -e "$root/$f" ] || { echo "check-package: $f is missing" >&2; exit 1; }
+done
+
 echo "-- lintian"
 lintian --fail-on error "$deb"
 
