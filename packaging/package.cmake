@@ -6,9 +6,11 @@
 set(VELMORA_HOMEPAGE "https://velmora.example.org" CACHE STRING "Home page named in the package and its metadata")
 set(VELMORA_MAINTAINER "Velmora maintainers <maintainers@velmora.example.org>"
     CACHE STRING "Maintainer of the Debian package")
+# Date of the release PROJECT_VERSION names, for the changelog and the AppStream data.
 set(VELMORA_RELEASE_DATE 2026-11-25)
 
-# Paths below are those of the package; the service unit names them literally.
+# Paths of the package, which the service unit names literally: the package is
+# the supported way to install.
 set(VELMORA_PACKAGE_PREFIX /usr)
 set(VELMORA_APP_DIR ${VELMORA_PACKAGE_PREFIX}/lib/velmora)
 find_package(PkgConfig QUIET)
