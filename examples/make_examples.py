@@ -4,6 +4,8 @@
 small.cfg  - two channels, a few tags: the shape of a first configuration.
 plant.cfg  - a boiler house with its pumps, water treatment and ventilation,
              a few hundred tags with Russian names; plant.csv is its plain form.
+modbus-demo.cfg - one real (not emulated) device on Modbus TCP 127.0.0.1:1502,
+             the register map that scripts/modbus-sim.py --demo serves.
 The .cfg files carry the run parameters (port 4840, anonymous access) so the
 bundled gateway starts on them as they are. Re-run after changing this script.
 """
@@ -33,8 +35,8 @@ def serial(name, com, baud=9600, protocol="MODBUS RTU"):
     return f";{name};COM-порт;{protocol};500;3;0;{com};{baud};8;1;Нет;Нет;Нет;Нет"
 
 
-def tcp(name, ip, port):
-    return f";{name};TCP-соединение;MODBUS TCP;1000;3;0;{ip};{port};5000"
+def tcp(name, ip, port, timeout=1000):
+    return f";{name};TCP-соединение;MODBUS TCP;{timeout};3;0;{ip};{port};5000"
 
 
 def device(name, addr, emulation=True):
@@ -136,6 +138,24 @@ def pump(n):
     return tags
 
 
+def modbus_demo():
+    # Must match animate() of scripts/modbus-sim.py.
+    fast = [
+        ";Температура;Входной регистр;1;0;0;Да;;;Вещ32;AB CD;Нет;;;;;Константа;0",
+        ";Давление;Входной регистр;3;0;0;Да;;;Вещ32;CD AB;Нет;;;;;Константа;0",
+        ";Флаг_0;Входной регистр;5;0;0;Да;;;Бит0;;;;;;;Константа;0",
+        ";Флаг_3;Входной регистр;5;0;0;Да;;;Бит3;;;;;;;Константа;0",
+        ";Авария;Входное состояние;1;0;0;Да;;;;;;;;;;Константа;0",
+    ]
+    slow = [
+        ";Счётчик;Выходной регистр;1;0;0;Да;Да;Групповая;Цел32;AB CD;Нет;;;;;Константа;0",
+        ";Уставка;Выходной регистр;10;0;0;Да;Да;Одиночная;Цел16(знак);AB;Нет;;;;;Константа;0",
+        ";Насос;Выходное состояние;1;0;0;Да;Да;Одиночная;;;;;;;;Константа;0",
+    ]
+    return [(tcp("Стенд", "127.0.0.1", 1502, 500), [
+        (device("Котёл", 1, emulation=False), [(group("Быстрая", 200), fast), (group("Счёт", 1, "с"), slow)])])]
+
+
 def plant():
     boilers = (serial("Котельная_RS485", 1, 19200), [boiler(n) for n in range(1, 5)])
     pumps = (tcp("Насосная_станция", "127.0.0.1", 502), [
@@ -184,3 +204,4 @@ def save(name, tree):
 if __name__ == "__main__":
     save("small", small())
     save("plant", plant())
+    save("modbus-demo", modbus_demo())

@@ -12,7 +12,7 @@ export DEBIAN_FRONTEND=noninteractive
 
 PACKAGES=(cmake ninja-build g++ ccache qt6-base-dev qt6-base-dev-tools libgl-dev
           xvfb xauth fonts-dejavu-core imagemagick
-          libmodbus-dev python3-pymodbus socat
+          libmodbus-dev python3-pymodbus python3-serial python3-serial-asyncio socat
           dpkg-dev file lintian desktop-file-utils appstream)
 command -v node >/dev/null || PACKAGES+=(nodejs)
 command -v npm >/dev/null || PACKAGES+=(npm)

@@ -1,5 +1,7 @@
 #include "server/addressspace.h"
 
+#include "server/modbus/livevalue.h"
+
 #include "model/cchannelinfo.h"
 #include "model/dataginfo.h"
 #include "model/deviceinfo.h"
@@ -116,17 +118,20 @@ UA_StatusCode CAddressSpace::BuildUnder(CItem* item, const std::string& parentId
         tag->clock = m_clock;
         Describe(static_cast<CDATagInfo*>(item), tag->runtime);
         tag->runtime.SetSeed(id);
+        if (m_liveSource)
+            tag->live = m_liveSource(static_cast<CDATagInfo*>(item), id);
+        const bool writable = tag->live && tag->live->Writable();
 
         UA_VariableAttributes attr = UA_VariableAttributes_default;
         attr.displayName = Text(name.c_str());
         attr.dataType = CTagRuntime::TypeOf(tag->runtime.kind)->typeId;
         attr.valueRank = UA_VALUERANK_SCALAR;
-        attr.accessLevel = UA_ACCESSLEVELMASK_READ;
-        attr.userAccessLevel = UA_ACCESSLEVELMASK_READ;
+        attr.accessLevel = UA_ACCESSLEVELMASK_READ | (writable ? UA_ACCESSLEVELMASK_WRITE : 0);
+        attr.userAccessLevel = attr.accessLevel;
         attr.minimumSamplingInterval = double(tag->runtime.updateMs);
         UA_DataSource source;
         source.read = &CAddressSpace::ReadTag;
-        source.write = nullptr;
+        source.write = writable ? &CAddressSpace::WriteTag : nullptr;
         const UA_StatusCode rc = UA_Server_addDataSourceVariableNode(
             m_server, NodeId(id), parent, hasComponent, Browse(name.c_str()),
             UA_NODEID_NUMERIC(0, UA_NS0ID_BASEDATAVARIABLETYPE), attr, source, tag.get(), nullptr);
@@ -185,6 +190,22 @@ UA_StatusCode CAddressSpace::ReadTag(UA_Server*, const UA_NodeId*, void*, const 
         value->hasValue = true;
         return UA_STATUSCODE_GOOD;
     }
-    tag->runtime.Fill(tag->clock->NowMs(), sourceTimestamp, value);
+    if (tag->live)
+        tag->live->Fill(sourceTimestamp, value);
+    else
+        tag->runtime.Fill(tag->clock->NowMs(), sourceTimestamp, value);
     return UA_STATUSCODE_GOOD;
+}
+
+UA_StatusCode CAddressSpace::WriteTag(UA_Server*, const UA_NodeId*, void*, const UA_NodeId*,
+                                      void* nodeContext, const UA_NumericRange* range,
+                                      const UA_DataValue* value)
+{
+    const auto* tag = static_cast<const Tag*>(nodeContext);
+    if (!tag || !tag->live)
+        return UA_STATUSCODE_BADNOTWRITABLE;
+    if (range || !value->hasValue)
+        return UA_STATUSCODE_BADINDEXRANGEINVALID;
+    // Waits for the device's answer: the client is told what the device said.
+    return tag->live->Write(value->value);
 }

@@ -5,12 +5,14 @@
 
 #include <open62541/server.h>
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <unordered_map>
 
 class CItem;
 class CDATagInfo;
+class CLiveValue;
 
 // The OPC UA side of the tree: one node per channel, device, group and tag in
 // namespace 2, named by full path, under the object "Каналы". Tags are data
@@ -19,6 +21,8 @@ class CAddressSpace
 {
 public:
     static const char* const kChannelsId;
+    // Gives the polled value of a tag, or null when the tag is emulated.
+    using LiveSource = std::function<std::shared_ptr<CLiveValue>(const CDATagInfo*, const std::string&)>;
 
     CAddressSpace(UA_Server* server, const CExchangeClock* clock);
     ~CAddressSpace();
@@ -34,6 +38,8 @@ public:
     // tree names them now.
     void Remove(CItem* item);
 
+    void SetLiveSource(LiveSource source) { m_liveSource = std::move(source); }
+
     static UA_NodeId NodeId(const std::string& fullName);
     std::size_t TagCount() const { return m_tags.size(); }
 
@@ -45,6 +51,9 @@ private:
     static UA_StatusCode ReadTag(UA_Server* server, const UA_NodeId* sessionId, void* sessionContext,
                                  const UA_NodeId* nodeId, void* nodeContext, UA_Boolean sourceTimestamp,
                                  const UA_NumericRange* range, UA_DataValue* value);
+    static UA_StatusCode WriteTag(UA_Server* server, const UA_NodeId* sessionId, void* sessionContext,
+                                  const UA_NodeId* nodeId, void* nodeContext, const UA_NumericRange* range,
+                                  const UA_DataValue* value);
 
     struct Tag
     {
@@ -53,9 +62,11 @@ private:
         // Off while the node is being added: the library reads the value then
         // to check its type, and a bad status would refuse the node.
         bool ready = false;
+        std::shared_ptr<CLiveValue> live;
     };
 
     UA_Server* m_server;
     const CExchangeClock* m_clock;
+    LiveSource m_liveSource;
     std::unordered_map<std::string, std::unique_ptr<Tag>> m_tags;
 };

@@ -2,6 +2,7 @@
 
 #include "server/addressspace.h"
 #include "server/methodargument.h"
+#include "server/modbus/modbusbridge.h"
 #include "server/serverlog.h"
 #include "server/treeeditor.h"
 
@@ -334,6 +335,10 @@ bool CGatewayServer::Start(std::string& error)
     }
     m_space = std::make_unique<CAddressSpace>(m_server, &m_clock);
     m_editor = std::make_unique<CTreeEditor>(&m_root, m_space.get());
+    m_modbus = std::make_unique<CModbusBridge>();
+    m_space->SetLiveSource([this](const CDATagInfo* tag, const std::string& fullName) {
+        return m_modbus->LiveFor(tag, fullName);
+    });
     if (m_space->CreateRoot() != UA_STATUSCODE_GOOD || !AddMethods()) {
         error = "cannot create the object \"Каналы\" and its methods";
         return false;
@@ -349,6 +354,7 @@ bool CGatewayServer::Start(std::string& error)
     if (built != UA_STATUSCODE_GOOD)
         CServerLog::Write(CServerLog::Error,
                           std::string("Не все узлы созданы: ") + UA_StatusCode_name(built));
+    m_modbus->Reconcile(&m_root);
     const UA_StatusCode rc = UA_Server_run_startup(m_server);
     if (rc != UA_STATUSCODE_GOOD) {
         error =
@@ -388,6 +394,8 @@ void CGatewayServer::Stop()
     if (!m_running)
         return;
     m_running = false;
+    // Pollers end before the server: no channel thread outlives the nodes.
+    m_modbus.reset();
     CServerLog::QuietLibrary(true);
     UA_Server_run_shutdown(m_server);
     CServerLog::Notice("Сервер остановлен");
@@ -436,8 +444,10 @@ UA_StatusCode CGatewayServer::Call(const std::string& method, const std::string&
     UA_StatusCode rc = UA_STATUSCODE_GOOD;
     if (method == "startExchange") {
         m_clock.Start();
+        m_modbus->SetRunning(true);
     } else if (method == "stopExchange") {
         m_clock.Stop();
+        m_modbus->SetRunning(false);
     } else {
         const auto kind = method == "addNode"    ? CMethodArgument::Method::Add
                           : method == "editNode" ? CMethodArgument::Method::Edit
@@ -454,5 +464,7 @@ UA_StatusCode CGatewayServer::Call(const std::string& method, const std::string&
     }
     CServerLog::Write(rc == UA_STATUSCODE_GOOD ? CServerLog::Info : CServerLog::Warning,
                       "Метод " + method + ": " + UA_StatusCode_name(rc));
+    if (rc == UA_STATUSCODE_GOOD && method.back() == 'e')
+        m_modbus->Reconcile(&m_root); // addNode, editNode, deleteNode
     return rc;
 }

@@ -12,6 +12,7 @@
 #include <string>
 
 class CAddressSpace;
+class CModbusBridge;
 class CTreeEditor;
 
 // The gateway: an OPC UA server on the configuration tree with the five
@@ -53,4 +54,5 @@ private:
     bool m_running = false;
     std::unique_ptr<CAddressSpace> m_space;
     std::unique_ptr<CTreeEditor> m_editor;
+    std::unique_ptr<CModbusBridge> m_modbus;
 };

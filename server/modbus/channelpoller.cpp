@@ -1,0 +1,340 @@
+#include "server/modbus/channelpoller.h"
+
+#include <algorithm>
+
+namespace {
+
+const int kFirstBackoffMs = 250;
+const int kLastBackoffMs = 5000;
+
+} // namespace
+
+CChannelPoller::CChannelPoller(const std::string& name, const CLinkSettings& link, const Timing& timing,
+                               Log log)
+    : m_name(name), m_settings(link), m_timing(timing), m_log(std::move(log)), m_link(link)
+{
+    m_thread = std::thread([this] { Run(); });
+}
+
+CChannelPoller::~CChannelPoller()
+{
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_stop = true;
+    }
+    m_wake.notify_all();
+    m_link.Interrupt();
+    m_thread.join();
+    for (auto& job : m_jobs)
+        job->result.set_value(UA_STATUSCODE_BADSHUTDOWN);
+}
+
+std::int64_t CChannelPoller::NowMs()
+{
+    return std::chrono::duration_cast<std::chrono::milliseconds>(
+               std::chrono::system_clock::now().time_since_epoch())
+        .count();
+}
+
+std::size_t CChannelPoller::SetDevice(const std::string& key, CPollDevice device)
+{
+    auto state = std::make_shared<DeviceState>();
+    state->config = std::move(device);
+    const Clock::time_point now = Clock::now();
+    std::size_t requests = 0;
+    for (const CPollGroup& group : state->config.groups) {
+        std::vector<CPlanItem> items;
+        std::vector<int> pointOf;
+        for (std::size_t i = 0; i < group.points.size(); ++i) {
+            if (group.points[i].read) {
+                items.push_back(group.points[i].span);
+                pointOf.push_back(int(i));
+            }
+        }
+        GroupState g;
+        g.plan = CRequestPlanner::Plan(items, state->config.limits);
+        g.piecesOf.assign(group.points.size(), 0);
+        for (CPlannedRequest& request : g.plan) {
+            for (int& item : request.items) {
+                item = pointOf[item];
+                ++g.piecesOf[item];
+            }
+        }
+        g.due = now;
+        requests += g.plan.size();
+        state->groups.push_back(std::move(g));
+    }
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_devices[key] = std::move(state);
+    }
+    m_wake.notify_all();
+    return requests;
+}
+
+void CChannelPoller::RemoveDevice(const std::string& key)
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    m_devices.erase(key);
+}
+
+void CChannelPoller::SetRunning(bool running)
+{
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        m_running = running;
+    }
+    m_wake.notify_all();
+}
+
+UA_StatusCode CChannelPoller::Write(const std::string& key, int group, int point, double value)
+{
+    auto job = std::make_unique<WriteJob>();
+    std::future<UA_StatusCode> result = job->result.get_future();
+    {
+        std::lock_guard<std::mutex> lock(m_mutex);
+        const auto it = m_devices.find(key);
+        if (!m_running || it == m_devices.end())
+            return UA_STATUSCODE_BADNOCOMMUNICATION;
+        job->device = it->second;
+        job->group = group;
+        job->point = point;
+        job->value = value;
+        m_jobs.push_back(std::move(job));
+    }
+    m_wake.notify_all();
+    // A read-modify-write of a bit takes two exchanges, each with its attempts,
+    // and a poll may be under way.
+    const int exchangeMs = m_timing.busyMs + m_settings.timeoutMs * std::max(1, m_timing.attempts);
+    const auto bound = std::chrono::milliseconds(3 * exchangeMs + m_settings.connectTimeoutMs + 1000);
+    return result.wait_for(bound) == std::future_status::ready ? result.get() : UA_STATUSCODE_BADTIMEOUT;
+}
+
+bool CChannelPoller::Pause(int ms)
+{
+    std::unique_lock<std::mutex> lock(m_mutex);
+    return !m_wake.wait_for(lock, std::chrono::milliseconds(ms), [this] { return m_stop; });
+}
+
+void CChannelPoller::Run()
+{
+    std::unique_lock<std::mutex> lock(m_mutex);
+    while (!m_stop) {
+        if (!m_jobs.empty()) {
+            std::unique_ptr<WriteJob> job = std::move(m_jobs.front());
+            m_jobs.pop_front();
+            lock.unlock();
+            job->result.set_value(DoWrite(*job));
+            lock.lock();
+            continue;
+        }
+        std::shared_ptr<DeviceState> next;
+        int nextGroup = -1;
+        if (m_running) {
+            for (const auto& device : m_devices) {
+                for (std::size_t g = 0; g < device.second->groups.size(); ++g) {
+                    if (!next || device.second->groups[g].due < next->groups[nextGroup].due) {
+                        next = device.second;
+                        nextGroup = int(g);
+                    }
+                }
+            }
+        }
+        if (!next) {
+            m_wake.wait(lock);
+            continue;
+        }
+        const Clock::time_point due = next->groups[nextGroup].due;
+        if (due > Clock::now()) {
+            m_wake.wait_until(lock, due);
+            continue;
+        }
+        lock.unlock();
+        Poll(*next, nextGroup);
+        lock.lock();
+        // Late cycles are dropped rather than caught up on.
+        const auto period =
+            std::chrono::milliseconds(std::max<std::int64_t>(next->config.groups[nextGroup].periodMs, 10));
+        GroupState& state = next->groups[nextGroup];
+        state.due += period;
+        if (state.due < Clock::now())
+            state.due = Clock::now() + period;
+    }
+}
+
+bool CChannelPoller::Connected()
+{
+    if (m_link.IsOpen())
+        return true;
+    if (Clock::now() < m_reconnectAt)
+        return false;
+    std::string why;
+    std::string notes;
+    if (m_link.Open(why, notes)) {
+        m_log(false, "Канал " + m_name + ": соединение с " + m_settings.Describe() + " установлено");
+        if (!notes.empty())
+            m_log(true,
+                  "Канал " + m_name + ": порт " + m_settings.Describe() + " не всё позволяет: " + notes);
+        m_backoffMs = 0;
+        m_reportedDown = false;
+        return true;
+    }
+    m_backoffMs = std::clamp(m_backoffMs * 2, kFirstBackoffMs, kLastBackoffMs);
+    m_reconnectAt = Clock::now() + std::chrono::milliseconds(m_backoffMs);
+    if (!m_reportedDown)
+        m_log(true, "Канал " + m_name + ": нет связи с " + m_settings.Describe() + ": " + why);
+    m_reportedDown = true;
+    return false;
+}
+
+UA_StatusCode CChannelPoller::StatusOf(CModbusLink::Result result)
+{
+    switch (result) {
+    case CModbusLink::Ok:
+        return UA_STATUSCODE_GOOD;
+    case CModbusLink::Timeout:
+        return UA_STATUSCODE_BADTIMEOUT;
+    case CModbusLink::Lost:
+        return UA_STATUSCODE_BADNOCOMMUNICATION;
+    default:
+        return UA_STATUSCODE_BADCOMMUNICATIONERROR;
+    }
+}
+
+void CChannelPoller::Report(const std::string& what, CModbusLink::Result result, const std::string& why)
+{
+    // One line when a request starts failing, one when it recovers.
+    const std::string text = result == CModbusLink::Ok ? std::string() : why;
+    std::string& last = m_lastErrors[what];
+    if (last == text)
+        return;
+    if (result == CModbusLink::Ok)
+        m_log(false, "Канал " + m_name + ", " + what + ": снова в порядке");
+    else
+        m_log(true, "Канал " + m_name + ", " + what + ": " + why);
+    last = text;
+}
+
+CModbusLink::Result CChannelPoller::Attempt(const std::function<CModbusLink::Result(std::string&)>& call,
+                                            std::string& why)
+{
+    CModbusLink::Result result = CModbusLink::Lost;
+    for (int attempt = 0; attempt < std::max(1, m_timing.attempts); ++attempt) {
+        if (m_timing.busyMs > 0 && !Pause(m_timing.busyMs))
+            return CModbusLink::Lost;
+        if (!Connected()) {
+            why = "нет связи";
+            return CModbusLink::Lost;
+        }
+        result = call(why);
+        if (result == CModbusLink::Ok || result == CModbusLink::Exception || result == CModbusLink::Lost)
+            return result;
+        m_link.Recover(result);
+    }
+    return result;
+}
+
+void CChannelPoller::FailGroup(const DeviceState& device, int group, UA_StatusCode status)
+{
+    const std::int64_t now = NowMs();
+    for (const CPollPoint& point : device.config.groups[group].points)
+        if (point.read)
+            point.live->Fail(status, now);
+}
+
+void CChannelPoller::Poll(const DeviceState& device, int group)
+{
+    const GroupState& state = device.groups[group];
+    const std::vector<CPollPoint>& points = device.config.groups[group].points;
+    if (!Connected()) {
+        FailGroup(device, group, UA_STATUSCODE_BADNOCOMMUNICATION);
+        return;
+    }
+    std::vector<std::uint16_t> words(2000);
+    // Points spread over several requests are put together here.
+    std::map<std::pair<int, int>, std::uint16_t> pieces;
+    std::vector<int> missing = state.piecesOf;
+    std::vector<char> failed(points.size(), 0);
+    for (const CPlannedRequest& request : state.plan) {
+        std::string why;
+        const CModbusLink::Result result = Attempt(
+            [&](std::string& w) {
+                ++m_requests;
+                return m_link.Read(device.config.slave, request.table, request.start, request.count,
+                                   words.data(), w);
+            },
+            why);
+        const std::int64_t now = NowMs();
+        static const char* const kTables[] = {"входы", "катушки", "входные регистры", "регистры хранения"};
+        Report("устройство " + device.config.name + ", " + kTables[request.table] + " " +
+                   std::to_string(request.start) + "+" + std::to_string(request.count),
+               result, why);
+        for (int index : request.items) {
+            const CPollPoint& point = points[index];
+            if (result != CModbusLink::Ok) {
+                failed[index] = 1;
+                point.live->Fail(StatusOf(result), now);
+                continue;
+            }
+            if (state.piecesOf[index] > 1) {
+                for (int a = request.start; a < request.start + request.count; ++a)
+                    pieces[{index, a}] = words[a - request.start];
+                if (--missing[index] > 0 || failed[index])
+                    continue;
+                std::uint16_t value[4] = {};
+                const int first = point.span.start + point.offset;
+                for (int r = 0; r < point.codec.Registers(); ++r)
+                    value[r] = pieces[{index, first + r}];
+                point.live->Publish(point.codec.Decode(value), now);
+                continue;
+            }
+            const int at = point.span.start + point.offset - request.start;
+            if (at < 0 || at + point.codec.Registers() > request.count) {
+                point.live->Fail(UA_STATUSCODE_BADOUTOFRANGE, now);
+                continue;
+            }
+            point.live->Publish(point.codec.Decode(&words[at]), now);
+        }
+        if (result == CModbusLink::Lost) {
+            FailGroup(device, group, UA_STATUSCODE_BADNOCOMMUNICATION);
+            return;
+        }
+    }
+}
+
+UA_StatusCode CChannelPoller::DoWrite(WriteJob& job)
+{
+    const CPollDevice& device = job.device->config;
+    if (job.group < 0 || job.group >= int(device.groups.size()) || job.point < 0 ||
+        job.point >= int(device.groups[job.group].points.size()))
+        return UA_STATUSCODE_BADNODEIDUNKNOWN;
+    const CPollPoint& point = device.groups[job.group].points[job.point];
+    const int table = point.span.table;
+    const int address = point.span.start + point.offset;
+    std::string why;
+    std::uint16_t current = 0;
+    CModbusLink::Result result = CModbusLink::Ok;
+    // Bits and bytes of a register keep the rest of it as the device has it.
+    if (table == 3 && point.codec.PartOfRegister())
+        result = Attempt(
+            [&](std::string& w) { return m_link.Read(device.slave, 3, address, 1, &current, w); }, why);
+    std::vector<std::uint16_t> words;
+    if (result == CModbusLink::Ok && !point.codec.Encode(job.value, current, words, why)) {
+        m_log(true, "Канал " + m_name + ", устройство " + device.name + ": запись по адресу " +
+                        std::to_string(address) + " отклонена: " + why);
+        return UA_STATUSCODE_BADOUTOFRANGE;
+    }
+    if (result == CModbusLink::Ok)
+        result = Attempt(
+            [&](std::string& w) {
+                return m_link.Write(device.slave, table, address, words, point.writeMultiple, w);
+            },
+            why);
+    if (result != CModbusLink::Ok) {
+        m_log(true, "Канал " + m_name + ", устройство " + device.name + ": запись по адресу " +
+                        std::to_string(address) + " не удалась: " + why);
+        return StatusOf(result);
+    }
+    point.live->Publish(job.value, NowMs());
+    return UA_STATUSCODE_GOOD;
+}

@@ -1,0 +1,131 @@
+#pragma once
+
+#include "server/modbus/livevalue.h"
+#include "server/modbus/modbuslink.h"
+#include "server/modbus/requestplanner.h"
+#include "server/modbus/valuecodec.h"
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <future>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+// One tag on the wire.
+struct CPollPoint
+{
+    std::shared_ptr<CLiveValue> live;
+    CPlanItem span; // what is read together: the value or its whole segment
+    int offset = 0; // where the value starts inside the span
+    CValueCodec codec;
+    bool read = true;
+    bool writeMultiple = false; // functions 15 / 16 rather than 5 / 6
+};
+
+struct CPollGroup
+{
+    std::int64_t periodMs = 50;
+    std::vector<CPollPoint> points;
+};
+
+struct CPollDevice
+{
+    std::string name;
+    int slave = 1;
+    CPlanLimits limits;
+    std::vector<CPollGroup> groups;
+};
+
+// Polls the devices of one channel on a thread of its own: each group at its
+// period, packed into the planner's requests, with the channel's pause,
+// attempts and reconnection. Writes go ahead of polling.
+class CChannelPoller
+{
+public:
+    using Log = std::function<void(bool warning, const std::string& text)>;
+    struct Timing
+    {
+        int attempts = 3;
+        int busyMs = 0;
+    };
+
+    CChannelPoller(const std::string& name, const CLinkSettings& link, const Timing& timing, Log log);
+    ~CChannelPoller();
+    CChannelPoller(const CChannelPoller&) = delete;
+    CChannelPoller& operator=(const CChannelPoller&) = delete;
+
+    // Adds or replaces one device, planned anew; the other devices go on.
+    // Returns the read requests of one cycle of all its groups.
+    std::size_t SetDevice(const std::string& key, CPollDevice device);
+    void RemoveDevice(const std::string& key);
+    // stopExchange / startExchange.
+    void SetRunning(bool running);
+    // Writes one tag of a device and waits for the device's answer.
+    UA_StatusCode Write(const std::string& key, int group, int point, double value);
+
+    // Read requests sent so far, attempts included; for measurements.
+    std::uint64_t Requests() const { return m_requests; }
+
+private:
+    using Clock = std::chrono::steady_clock;
+    struct GroupState
+    {
+        std::vector<CPlannedRequest> plan;
+        std::vector<int> piecesOf; // requests each point is spread over
+        Clock::time_point due;
+    };
+    struct DeviceState
+    {
+        CPollDevice config;
+        std::vector<GroupState> groups;
+    };
+    struct WriteJob
+    {
+        std::shared_ptr<const DeviceState> device;
+        int group = 0;
+        int point = 0;
+        double value = 0;
+        std::promise<UA_StatusCode> result;
+    };
+
+    void Run();
+    bool Connected();
+    void Poll(const DeviceState& device, int group);
+    void FailGroup(const DeviceState& device, int group, UA_StatusCode status);
+    UA_StatusCode DoWrite(WriteJob& job);
+    CModbusLink::Result Attempt(const std::function<CModbusLink::Result(std::string&)>& call,
+                                std::string& why);
+    bool Pause(int ms);
+    void Report(const std::string& what, CModbusLink::Result result, const std::string& why);
+    static UA_StatusCode StatusOf(CModbusLink::Result result);
+    static std::int64_t NowMs();
+
+    const std::string m_name;
+    const CLinkSettings m_settings;
+    const Timing m_timing;
+    const Log m_log;
+    CModbusLink m_link;
+
+    mutable std::mutex m_mutex;
+    std::condition_variable m_wake;
+    std::map<std::string, std::shared_ptr<DeviceState>> m_devices;
+    std::deque<std::unique_ptr<WriteJob>> m_jobs;
+    bool m_running = true;
+    bool m_stop = false;
+
+    // Channel thread only.
+    Clock::time_point m_reconnectAt;
+    int m_backoffMs = 0;
+    bool m_reportedDown = false;
+    std::map<std::string, std::string> m_lastErrors;
+
+    std::atomic<std::uint64_t> m_requests{0};
+    std::thread m_thread;
+};

@@ -1,0 +1,52 @@
+#pragma once
+
+#include "server/modbus/livevalue.h"
+
+#include <future>
+#include <map>
+#include <memory>
+#include <string>
+#include <unordered_map>
+
+class CChannelInfo;
+class CChannelPoller;
+class CDATagInfo;
+class CTreeItemRoot;
+
+// Puts the pollers behind the tree: one per channel that has devices with
+// exchange on and emulation off, each tag's node reading its CLiveValue.
+// Everything here runs on the server's thread.
+class CModbusBridge
+{
+public:
+    CModbusBridge();
+    ~CModbusBridge();
+    CModbusBridge(const CModbusBridge&) = delete;
+    CModbusBridge& operator=(const CModbusBridge&) = delete;
+
+    // The live value of a polled tag, null for an emulated or idle one. A tag
+    // built again under the same name keeps its value.
+    std::shared_ptr<CLiveValue> LiveFor(const CDATagInfo* tag, const std::string& fullName);
+    // Starts, replans or ends pollers where the tree differs from what they
+    // poll; devices that did not change go on undisturbed.
+    void Reconcile(CTreeItemRoot* root);
+    // stopExchange / startExchange.
+    void SetRunning(bool running);
+
+private:
+    struct Channel;
+    // Why the channel cannot be polled, empty when it can.
+    std::string Refusal(const CChannelInfo* channel) const;
+    std::string SerialPath(unsigned comNo) const;
+    void ReconcileChannel(CChannelInfo* channel);
+    // Ends a poller on a thread of its own: a serial read under way may take
+    // its whole timeout, which the server's loop must not wait for.
+    void Retire(std::unique_ptr<Channel> channel);
+
+    std::map<unsigned, std::string> m_comPaths;
+    std::map<std::string, std::unique_ptr<Channel>> m_channels;
+    std::map<std::string, std::string> m_refused;
+    std::unordered_map<std::string, std::weak_ptr<CLiveValue>> m_live;
+    bool m_running = true;
+    std::vector<std::future<void>> m_retiring;
+};
