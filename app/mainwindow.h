@@ -132,8 +132,9 @@ private:
     CItem* pasteCopy(CItem* host, CItem* entry, bool single);
     // Live values of m_client reach slotDataChange, once.
     void connectClientValues();
-    // Whether a row's node is still part of the tree.
-    bool isLiveNode(const CItem* node);
+    // Drops every way to the nodes below the root (row entries, group keys,
+    // clipboard, table models) before those nodes are deleted.
+    void forgetNodes();
     // Properties tab to the front, tag and monitoring tabs off.
     void showPropertiesOnly();
     // The question boxes of closing and starting: a QMessageBox::StandardButtons

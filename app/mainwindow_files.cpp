@@ -4,9 +4,11 @@
 #include "app/guithread.h"
 #include "app/logging.h"
 #include "app/progressbar.h"
+#include "config/configwriter.h"
 #include "config/csvimporter.h"
-#include "config/scrambler.h"
 #include "ui_mainwindow.h"
+#include "views/tablemodelmonitoring.h"
+#include "views/tablemodelvariable.h"
 
 #include <QDir>
 #include <QFileDialog>
@@ -49,6 +51,9 @@ void MainWindow::openCSVFile(QString path)
     emit signalSetLabelProgressBar("Выполняется открытие конфигуарции, пожалуйста, подождите...");
     if (!path.isEmpty())
         m_configPath = path;
+    // Nothing that leads to the old nodes may outlive them: a load that fails
+    // keeps the old rows in view, and they must lead nowhere.
+    GuiThread::run([this] { forgetNodes(); });
     m_root.DeleteAllChildren();
 
     CCsvLoader loader(&m_root);
@@ -75,6 +80,16 @@ void MainWindow::openCSVFile(QString path)
     emit signalCloseProgressBar(0);
 }
 
+void MainWindow::forgetNodes()
+{
+    for (auto it = m_treeItems.begin(); it != m_treeItems.end();)
+        it = it->second == &m_root ? std::next(it) : m_treeItems.erase(it);
+    m_groups.clear();
+    m_clipboard.clear();
+    m_tagModel->setMapItem({});
+    m_monitoringModel->setMapItem({});
+}
+
 void MainWindow::on_save_action_triggered()
 {
     m_configPath =
@@ -87,22 +102,15 @@ void MainWindow::on_save_action_triggered()
 int MainWindow::saveConfig()
 {
     emit signalSetLabelProgressBar("Выполняется сохранение конфигурации, пожалуйста, подождите...");
-    CCsvLoader writer(&m_root);
-    if (!writer.Export(m_configPath.toStdString())) {
-        emit signalCloseProgressBar(12);
+    const CConfigWriter::Result result = CConfigWriter::Save(m_root, m_configPath, m_plainFormat);
+    if (result != CConfigWriter::Saved) {
+        emit signalCloseProgressBar(result == CConfigWriter::WriteFailed ? 12 : 13);
         VLOG_WARNING().noquote() << "Не удалось сохранить файл конфигурации";
-        return 1;
+        return result;
     }
-    if (m_plainFormat) {
-        emit signalCloseProgressBar(0);
-        return 0;
-    }
-    if (!CScrambler::ScrambleFile(m_configPath)) {
-        emit signalCloseProgressBar(13);
-        VLOG_WARNING().noquote() << "Не удалось сохранить файл конфигурации";
-        return 2;
-    }
-    m_dirty = false;
+    // An export leaves the changes unsaved: only the .cfg counts.
+    if (!m_plainFormat)
+        m_dirty = false;
     emit signalCloseProgressBar(0);
     return 0;
 }

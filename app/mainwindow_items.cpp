@@ -23,6 +23,8 @@
 #include <QSet>
 #include <QTreeWidgetItemIterator>
 
+#include <algorithm>
+
 namespace {
 
 const char* const kServerParent = "Каналы";
@@ -381,6 +383,10 @@ void MainWindow::on_delete_action_triggered()
         delete row;
         return;
     }
+    // A row that a failed open left in view has no node: nothing to ask about.
+    CItem* node = nodeOf(row);
+    if (!node)
+        return;
 
     QString what;
     switch (row->type()) {
@@ -407,10 +413,6 @@ void MainWindow::on_delete_action_triggered()
     if (question.exec() != QMessageBox::Yes)
         return;
 
-    const auto found = m_treeItems.find(row);
-    if (found == m_treeItems.end())
-        return;
-    CItem* node = found->second;
     const QString name = fullName(node);
 
     if (m_connected && m_client) {
@@ -427,6 +429,15 @@ void MainWindow::on_delete_action_triggered()
         if (m_monitoringModel)
             m_monitoringModel->cleanupOldGroups();
     }
+    // A copied node that goes with this one can't be pasted any more.
+    m_clipboard.erase(std::remove_if(m_clipboard.begin(), m_clipboard.end(),
+                                     [node](CItem* entry) {
+                                         for (CItem* up = entry; up; up = up->GetParent())
+                                             if (up == node)
+                                                 return true;
+                                         return false;
+                                     }),
+                      m_clipboard.end());
     node->Delete();
     if (QTreeWidgetItem* parentRow = row->parent())
         parentRow->removeChild(row);

@@ -142,10 +142,9 @@ void MainWindow::on_treeWidget_itemSelectionChanged()
     ui->tableWidget->horizontalHeader()->setStretchLastSection(true);
 
     for (QTreeWidgetItem* row : ui->treeWidget->selectedItems()) {
-        CItem* node = m_treeItems[row];
-        // A failed open leaves the old rows in view over deleted nodes; such a
-        // row shows nothing rather than reading freed memory.
-        if (!isLiveNode(node))
+        // A row that a failed open left in view has no node: it shows nothing.
+        CItem* node = nodeOf(row);
+        if (!node)
             continue;
         switch (row->type()) {
         case TreeItemRoot:
@@ -195,24 +194,6 @@ void MainWindow::on_treeWidget_itemSelectionChanged()
             break;
         }
     }
-}
-
-bool MainWindow::isLiveNode(const CItem* node)
-{
-    if (node == &m_root)
-        return true;
-    for (const auto& channel : m_root) {
-        if (channel.second == node)
-            return true;
-        for (const auto& device : *channel.second) {
-            if (device.second == node)
-                return true;
-            for (const auto& group : *device.second)
-                if (group.second == node)
-                    return true;
-        }
-    }
-    return false;
 }
 
 QList<QString> MainWindow::findKeysContainingSubstring(std::map<QString, CItem*>& map, const QString& sub)

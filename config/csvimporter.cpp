@@ -25,6 +25,7 @@
 #include <QFile>
 
 #include <codecvt>
+#include <cstring>
 #include <fstream>
 #include <locale>
 #include <system_error>
@@ -35,7 +36,11 @@ namespace {
 
 // Rows are handed to the state machine in slices, so that a large file is
 // never held as cells all at once; the verdict is the same as for one slice.
+// A slice ends at either bound, whichever comes first.
 constexpr size_t kRowsPerSlice = 4096;
+constexpr size_t kCharsPerSlice = 1 << 20;
+// The file is read in pieces of this size.
+constexpr int kChunkBytes = 1 << 20;
 
 // Length of the UTF-8 sequence led by b, 0 for a byte that can't lead one.
 int Utf8Length(unsigned char b)
@@ -105,6 +110,13 @@ const std::wstring& ChannelCell(const CCsvLoader::Row& row, size_t n, uint32_t l
     return row[n];
 }
 
+// A row cut by the splitter for having too many cells, or characters.
+void CheckNotTooLong(const CCsvLoader::Row& row, uint32_t line, uint32_t expected)
+{
+    if (row.size() > CRowSplitter::kMaxCells)
+        throw CFileldCountException(line, static_cast<uint32_t>(row.size() - 1), expected);
+}
+
 // A property that refuses its cell fails the row, naming the field.
 template <typename Record>
 void Require(bool (Record::*set)(const std::wstring&), Record& record, const CCsvLoader::Row& row,
@@ -156,67 +168,96 @@ bool CCsvLoader::Load(const std::string& path, bool plain)
     bool result = true;
     bool reading = true;
     std::wstring line;
+    bool lineCut = false;
+    size_t sliceChars = 0;
     auto addLine = [&]() {
-        if (!splitter.AddLine(line.data(), line.size()))
+        if (!splitter.AddLine(line.data(), line.size(), lineCut))
             return false;
-        if (splitter.Count() >= kRowsPerSlice) {
+        sliceChars += line.size();
+        if (splitter.Count() >= kRowsPerSlice || sliceChars >= kCharsPerSlice) {
             reading = Feed(splitter.Buffer().data(), splitter.Count(), fed, result);
             fed += splitter.Count();
             splitter.Clear();
+            sliceChars = 0;
         }
         return reading;
     };
 
-    QByteArray bytes = file.readAll();
-    // A file that couldn't be read to its end keeps what was read but can't
-    // load as good.
-    bool complete = file.error() == QFileDevice::NoError;
-    file.close();
-
-    // A .cfg is decoded the way the rest of the program decodes it, bytes that
-    // aren't UTF-8 turning into replacement characters; such a rare file takes
-    // the long way through a QString.
-    bool unscramble = !plain;
-    if (!plain && !QByteArrayView(bytes).isValidUtf8()) {
-        bytes = CScrambler::Decode(bytes).toUtf8();
-        unscramble = false;
-    }
-
+    // The file is read in chunks and never held whole, and a line keeps at
+    // most kMaxLineChars characters: memory stays bounded for any input.
     // Lines are found in the clear text only: a scrambled LF is no LF byte.
     // A plain file is read up to the first line that isn't UTF-8, which is
-    // dropped and makes the load false.
-    const auto* p = reinterpret_cast<const unsigned char*>(bytes.constData());
-    const auto* const end = p + bytes.size();
+    // dropped and makes the load false; in a .cfg such bytes read as
+    // replacement characters, as the rest of the program reads them.
+    bool complete = true;
     bool lineOpen = false;
-    while (p != end) {
-        char32_t c = *p;
-        if (c < 0x80) {
-            ++p;
-        } else if (c >= 0xC2 && c < 0xE0 && end - p > 1 && (p[1] & 0xC0) == 0x80) {
-            // Two bytes: every scrambled ASCII character, most Cyrillic.
-            c = ((c & 0x1F) << 6) | (p[1] & 0x3F);
-            p += 2;
-        } else {
-            const int len = DecodeUtf8(p, end - p, c);
-            if (len == 0) {
-                complete = false;
-                lineOpen = false;
-                break;
+    QByteArray chunk;
+    int carried = 0; // bytes of a sequence cut by the end of the last chunk
+    bool more = true;
+    while (reading && more) {
+        chunk.resize(carried + kChunkBytes);
+        const qint64 got = file.read(chunk.data() + carried, kChunkBytes);
+        if (got < 0) {
+            complete = false;
+            break;
+        }
+        more = got > 0;
+        chunk.resize(carried + int(got));
+        const auto* p = reinterpret_cast<const unsigned char*>(chunk.constData());
+        const auto* const end = p + chunk.size();
+        carried = 0;
+        bool stop = false;
+        while (p != end) {
+            char32_t c = *p;
+            if (c < 0x80) {
+                ++p;
+            } else if (c >= 0xC2 && c < 0xE0 && end - p > 1 && (p[1] & 0xC0) == 0x80) {
+                // Two bytes: every scrambled ASCII character, most Cyrillic.
+                c = ((c & 0x1F) << 6) | (p[1] & 0x3F);
+                p += 2;
+            } else {
+                int len = DecodeUtf8(p, end - p, c);
+                if (len == 0 && more && end - p < Utf8Length(*p)) {
+                    // The rest of this sequence is in the next chunk.
+                    carried = int(end - p);
+                    break;
+                }
+                if (len == 0 && plain) {
+                    complete = false;
+                    lineOpen = false;
+                    stop = true;
+                    break;
+                }
+                if (len == 0) {
+                    c = 0xFFFD;
+                    len = 1;
+                }
+                p += len;
             }
-            p += len;
+            if (!plain)
+                c = c <= 0xFFFF ? CScrambler::Char(c) : CScrambler::CharOfUtf16(c);
+            if (c == U'\n') {
+                lineOpen = false;
+                if (!addLine()) {
+                    stop = true;
+                    break;
+                }
+                line.clear();
+                lineCut = false;
+            } else {
+                lineOpen = true;
+                if (line.size() < CRowSplitter::kMaxLineChars)
+                    line.push_back(static_cast<wchar_t>(c));
+                else
+                    lineCut = true;
+            }
         }
-        if (unscramble)
-            c = c <= 0xFFFF ? CScrambler::Char(c) : CScrambler::CharOfUtf16(c);
-        if (c == U'\n') {
-            lineOpen = false;
-            if (!addLine())
-                break;
-            line.clear();
-        } else {
-            lineOpen = true;
-            line.push_back(static_cast<wchar_t>(c));
-        }
+        if (stop)
+            break;
+        if (carried)
+            std::memmove(chunk.data(), p, carried);
     }
+    file.close();
     if (lineOpen && reading)
         addLine();
     if (reading)
@@ -255,6 +296,11 @@ bool CCsvLoader::Analyse(const Row& row)
         return true;
 
     const std::wstring& key = row[0];
+    // More cells than any row of the format has: a header row is refused as it
+    // stands, a data row fails its count check below.
+    const bool tooLong = row.size() > CRowSplitter::kMaxCells;
+    if (tooLong && !key.empty())
+        return false;
     if (key == L"CHANNEL") {
         if ((m_Status == 1 || m_Status == 2 || m_Status == 4 || m_Status == 8 || m_Status == 16) &&
             m_Section < 5) {
@@ -354,6 +400,7 @@ bool CCsvLoader::AnalyseChannel(const Row& row, CChannelInfo* node)
         return false;
     const uint32_t line = static_cast<uint32_t>(m_RowIndex);
     try {
+        CheckNotTooLong(row, line, 14);
         CChannelData data(node);
         const std::pair<bool (CChannelData::*)(const std::wstring&), uint32_t> common[] = {
             {&CChannelData::Set_Name, 1},         {&CChannelData::Set_TypeChannel, 2},
@@ -411,6 +458,7 @@ bool CCsvLoader::AnalyseDevice(const Row& row, CDeviceInfo* node)
     try {
         if (row.size() < 8)
             throw CFileldCountException(line, static_cast<uint32_t>(row.size() - 1), 7);
+        CheckNotTooLong(row, line, 7);
         CDeviceData data(node);
         Require(&CDeviceData::Set_Name, data, row, 1, line, 1);
         Require(&CDeviceData::Set_Addr, data, row, 2, line, 2);
@@ -436,7 +484,7 @@ bool CCsvLoader::AnalyseDevice(const Row& row, CDeviceInfo* node)
 
 bool CCsvLoader::AnalyseGroup(const Row& row, CGroupInfo* node)
 {
-    if (!node || row.empty() || row.size() < 4)
+    if (!node || row.empty() || row.size() < 4 || row.size() > CRowSplitter::kMaxCells)
         return false;
     const uint32_t line = static_cast<uint32_t>(m_RowIndex);
     try {
@@ -461,6 +509,7 @@ bool CCsvLoader::AnalyseDATag(const Row& row, CDATagInfo* node)
     try {
         if (row.size() < 17)
             throw CFileldCountException(line, static_cast<uint32_t>(row.size() - 1), 16);
+        CheckNotTooLong(row, line, 17);
         CDATagData data(node);
         Require(&CDATagData::Set_Name, data, row, 1, line, 1);
         Require(&CDATagData::Set_RegType, data, row, 2, line, 2);

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cwchar>
 
-bool CRowSplitter::AddLine(const wchar_t* line, size_t length)
+bool CRowSplitter::AddLine(const wchar_t* line, size_t length, bool cut)
 {
     if (m_Stopped)
         return false;
@@ -28,15 +28,31 @@ bool CRowSplitter::AddLine(const wchar_t* line, size_t length)
             m_Stopped = true;
             return false;
         }
-        if (cells == row.size())
-            row.emplace_back();
-        // Within the string's capacity this copies without a reallocation.
-        row[cells++].assign(line + start, end - start);
+        // Cells past one too many aren't kept, only searched for stop words.
+        if (cells <= kMaxCells) {
+            if (cells == row.size())
+                row.emplace_back();
+            // Within the string's capacity this copies without a reallocation.
+            row[cells++].assign(line + start, end - start);
+        }
         start = end + 1;
     }
+    // A line too long to be a row of the format is one cell too many.
+    if (cut)
+        cells = kMaxCells + 1;
     row.resize(cells);
     ++m_Count;
     return true;
+}
+
+void CRowSplitter::Clear()
+{
+    // Capacity beyond a normal cell would add up over the whole buffer.
+    for (size_t i = 0; i < m_Count; ++i)
+        for (std::wstring& cell : m_Rows[i])
+            if (cell.capacity() > 256)
+                std::wstring().swap(cell);
+    m_Count = 0;
 }
 
 bool CRowSplitter::IsStopWord(const wchar_t* cell, size_t length)

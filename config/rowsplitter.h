@@ -9,6 +9,11 @@
 // scrambled form ends at the first cell that is a stop word (the run-parameter
 // tail or the users block), dropping the row in hand.
 //
+// No row of the format has more than kMaxCells cells, and none comes near
+// kMaxLineChars characters. A row past either bound is cut to kMaxCells + 1
+// cells, one too many, so that the reader refuses it as a row of the wrong
+// length: the memory for one line stays bounded whatever the file holds.
+//
 // Rows are kept in a buffer whose strings are reused after Clear(), so that a
 // large file is cut without an allocation for every cell.
 class CRowSplitter
@@ -17,15 +22,20 @@ public:
     using Row = std::vector<std::wstring>;
     using Rows = std::vector<Row>;
 
+    static constexpr size_t kMaxCells = 18;
+    static constexpr size_t kMaxLineChars = 1 << 16;
+
     explicit CRowSplitter(bool plain) : m_Plain(plain) {}
 
-    // One line without its LF; false once a stop word has ended the text.
-    bool AddLine(const wchar_t* line, size_t length);
+    // One line without its LF; cut tells that the line went on beyond
+    // kMaxLineChars characters. false once a stop word has ended the text.
+    bool AddLine(const wchar_t* line, size_t length, bool cut = false);
 
     // Rows 0 to Count() - 1 of Buffer() are the rows added since Clear().
     const Rows& Buffer() const { return m_Rows; }
     size_t Count() const { return m_Count; }
-    void Clear() { m_Count = 0; }
+    // Starts a new set of rows; cells that grew large give their memory back.
+    void Clear();
 
 private:
     static bool IsStopWord(const wchar_t* cell, size_t length);

@@ -1,6 +1,9 @@
 #include "config/scrambler.h"
 
+#include "config/configwriter.h"
+
 #include <QFile>
+#include <QSaveFile>
 
 char32_t CScrambler::CharOfUtf16(char32_t c)
 {
@@ -48,32 +51,8 @@ bool CScrambler::ReadFile(const QString& path, QString& clear)
 
 bool CScrambler::WriteFile(const QString& path, const QString& clear)
 {
-    return WriteBytes(path, Encode(clear));
-}
-
-bool CScrambler::ScrambleFile(const QString& path)
-{
-    QString text;
-    {
-        QFile in(path);
-        if (!in.open(QIODevice::ReadOnly))
-            return false;
-        text = QString::fromUtf8(in.readAll());
-        in.close();
-        in.remove();
-    }
-    text.replace(QStringLiteral("\r\n"), QStringLiteral("\n"));
-    Apply(text);
-    return WriteBytes(path, text.toUtf8());
-}
-
-bool CScrambler::WriteBytes(const QString& path, const QByteArray& bytes)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
-        return false;
-    // QFile buffers: a full disk shows only when the buffer goes out.
-    const bool written = file.write(bytes) == bytes.size() && file.flush();
-    file.close();
-    return written && file.error() == QFileDevice::NoError;
+    // Through a temporary file: a failed write never leaves half a file.
+    QSaveFile file(path);
+    const QByteArray bytes = Encode(clear);
+    return CConfigWriter::Open(file) && file.write(bytes) == bytes.size() && file.commit();
 }

@@ -29,16 +29,8 @@ public:
     static QByteArray Encode(const QString& clear);
 
     // Whole-file forms of Decode and Encode. ReadFile answers false when the
-    // file can't be opened; WriteFile when it can't be written completely.
+    // file can't be opened; WriteFile when it can't be written completely, and
+    // then the file is left as it was.
     static bool ReadFile(const QString& path, QString& clear);
     static bool WriteFile(const QString& path, const QString& clear);
-
-    // Second step of a save: the plain file just written is turned into the
-    // scrambled form in place ("\r\n" becomes "\n" first). The file is
-    // removed before it is written anew, so a false answer from the writing
-    // step leaves no file behind.
-    static bool ScrambleFile(const QString& path);
-
-private:
-    static bool WriteBytes(const QString& path, const QByteArray& bytes);
 };

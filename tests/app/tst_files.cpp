@@ -133,15 +133,6 @@ private slots:
         tree(w)->setCurrentItem(tree(w)->topLevelItem(0)->child(1));
         QCOMPARE(w.findChild<QTableWidget*>("tableWidget")->item(0, 0), nullptr);
 
-        // A folder that doesn't exist: the plain writer can't tell, the
-        // scrambling pass can, and the flag stays.
-        MainWindowProbe::dirty(w) = true;
-        MainWindowProbe::configPath(w) = m_dir.filePath("missing/x.cfg");
-        QCOMPARE(w.saveConfig(), 2);
-        MainWindowProbe::plainFormat(w) = true;
-        QCOMPARE(w.saveConfig(), 0);
-        MainWindowProbe::plainFormat(w) = false;
-        QVERIFY(MainWindowProbe::dirty(w));
         QCOMPARE(watcher.unexpectedCount(), 0);
     }
 };

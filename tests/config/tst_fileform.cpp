@@ -1,7 +1,10 @@
 // The scrambled form, the tail helpers and the cutting of text into rows.
 #include "config/configtail.h"
+#include "config/configwriter.h"
+#include "config/csvimporter.h"
 #include "config/rowsplitter.h"
 #include "config/scrambler.h"
+#include "model/treeitemroot.h"
 
 #include <QFile>
 #include <QTemporaryDir>
@@ -13,13 +16,6 @@ QByteArray ReadBytes(const QString& path)
 {
     QFile f(path);
     return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-}
-
-void WriteBytes(const QString& path, const QByteArray& bytes)
-{
-    QFile f(path);
-    QVERIFY(f.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    QCOMPARE(f.write(bytes), bytes.size());
 }
 
 const QString kData = QStringLiteral(VELMORA_TEST_DATA);
@@ -88,20 +84,16 @@ void TestFileForm::handWrittenFile()
     QCOMPARE(t, QString::fromUtf8(plain));
     QCOMPARE(CConfigTail::UsersList(withUsers), QStringLiteral("оператор;пароль1;admin;a;b;"));
 
-    // Scrambling the plain file in place gives the hand-written file without its tail;
-    // a stray CRLF, as an editor may leave it, comes out as a bare LF.
+    // The scrambled save of the tree is the hand-written file without its
+    // tail; written back through the clear text, the full file is reproduced.
     QTemporaryDir dir;
     const QString path = dir.filePath("saved.cfg");
-    WriteBytes(path, QByteArray(plain).replace("\n", "\r\n"));
-    QVERIFY(CScrambler::ScrambleFile(path));
-    const QByteArray tail = CScrambler::Encode(kTail);
-    QCOMPARE(ReadBytes(path), disk.left(disk.size() - tail.size()));
-    // Written back through the clear text, the full file is reproduced.
+    CTreeItemRoot root;
+    QVERIFY(CCsvLoader(&root).Load((kData + "/worked_example.csv").toStdString(), true));
+    QCOMPARE(CConfigWriter::Save(root, path, false), CConfigWriter::Saved);
+    QCOMPARE(ReadBytes(path), disk.left(disk.size() - CScrambler::Encode(kTail).size()));
     QVERIFY(CScrambler::WriteFile(path, clear));
     QCOMPARE(ReadBytes(path), disk);
-
-    QVERIFY(!CScrambler::ScrambleFile(dir.filePath("missing.cfg")) &&
-            !QFile::exists(dir.filePath("missing.cfg")));
     QVERIFY(!CScrambler::WriteFile(dir.filePath("no/such/folder.cfg"), QStringLiteral("x")));
 }
 

@@ -137,10 +137,10 @@ private slots:
         const uint tags = MainWindowProbe::root(w).GetItemsCount(itTag);
         MainWindowProbe::dirty(w) = true;
 
-        // Nothing can be created in a read-only folder: the scrambling pass
-        // finds no file (code 13) and the changes still count as unsaved.
+        // Nothing can be created in a read-only folder: the writer's failure
+        // (code 12) and the changes still count as unsaved.
         MainWindowProbe::configPath(w) = readOnly + "/plant.cfg";
-        QCOMPARE(w.saveConfig(), 2);
+        QCOMPARE(w.saveConfig(), 1);
         QVERIFY(MainWindowProbe::dirty(w));
         QCOMPARE(CRunParameters::Save({readOnly + "/plant.cfg", "4840", "info", "true", "", "", ""}),
                  int(CRunParameters::NotWritten));
