@@ -5,13 +5,13 @@
 #include "app/logging.h"
 #include "opcua/opcuawrapper.h"
 #include "ui_mainwindow.h"
+#include "views/cliptooltipdelegate.h"
 #include "views/tablemodelmonitoring.h"
 #include "views/tablemodelvariable.h"
 
 #include <QAbstractButton>
 #include <QAction>
 #include <QCloseEvent>
-#include <QHeaderView>
 #include <QLabel>
 #include <QMessageBox>
 #include <QProcess>
@@ -27,7 +27,10 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent), ui(new Ui_MainWin
     ui->setupUi(this);
     ui->splitter->setStretchFactor(0, 0);
     ui->splitter->setStretchFactor(1, 1);
-    ui->tableView_2->horizontalHeader()->setSectionResizeMode(QHeaderView::Stretch);
+    // Tables stay readable at any width: one line per row, columns fitted to
+    // their contents and resizable, the full text of a cut cell as a tooltip.
+    for (QTableView* table : {static_cast<QTableView*>(ui->tableWidget), ui->tableView, ui->tableView_2})
+        ClipTooltipDelegate::install(table);
 
     connect(this, &MainWindow::signalTagAdd, this, &MainWindow::slotTagAdd);
 
@@ -64,8 +67,24 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent), ui(new Ui_MainWin
     addTreeShortcut("Копировать", QKeySequence("Ctrl+C"), &MainWindow::on_copy_action_triggered);
     addTreeShortcut("Вставить", QKeySequence("Ctrl+V"), &MainWindow::on_paste_action_triggered);
     addTreeShortcut("Удалить", QKeySequence(Qt::Key_Delete), &MainWindow::on_delete_action_triggered);
+    // The same keys in the tag table reach the tag commands: Delete goes the
+    // way of the menu command, which hands it on to the tags while the table
+    // has the focus. Like the table's context menu they rest while monitoring.
+    auto addTableShortcut = [this](const QKeySequence& key, void (MainWindow::*slot)()) {
+        auto* a = new QAction(ui->tableView);
+        a->setShortcut(key);
+        a->setShortcutContext(Qt::WidgetShortcut);
+        connect(a, &QAction::triggered, this, [this, slot] {
+            if (!m_monitoring)
+                (this->*slot)();
+        });
+        ui->tableView->addAction(a);
+    };
+    addTableShortcut(QKeySequence("Ctrl+C"), &MainWindow::tag_copy_action_triggered);
+    addTableShortcut(QKeySequence("Ctrl+V"), &MainWindow::tag_paste_action_triggered);
+    addTableShortcut(QKeySequence(Qt::Key_Delete), &MainWindow::on_delete_action_triggered);
 
-    createRootRow();
+    ui->treeWidget->addTopLevelItem(createRootRow());
 
     ui->tabWidget->setCurrentIndex(0);
     ui->tabWidget->setTabEnabled(1, false);

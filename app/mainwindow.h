@@ -125,7 +125,8 @@ private:
     // Runs work on a detached thread while the busy dialog waits for the
     // owner's signalCloseProgressBar (the owner is this window by default).
     void runBusy(const std::function<void()>& work, QObject* owner = nullptr);
-    // The root row "Каналы", as the constructor and a new open make it.
+    // The root row "Каналы", as the constructor and a new open make it; the
+    // caller puts it into the tree, after its children when there are many.
     QTreeWidgetItem* createRootRow();
     void fillPropertyTable(const StrProps& props);
     // A clipboard entry copied, named and appended under host; null if refused.

@@ -68,9 +68,12 @@ void MainWindow::openCSVFile(QString path)
         ui->treeWidget->clear();
         m_treeItems.clear();
         m_groups.clear();
+        // Built apart and put in at once: one insertion for the view, not one
+        // for every row.
         QTreeWidgetItem* rootRow = createRootRow();
         for (auto& child : m_root)
             CreateTreeItems(child.second, rootRow);
+        ui->treeWidget->addTopLevelItem(rootRow);
         rootRow->setSelected(true);
         rootRow->setExpanded(true);
         m_configOpen = true;

@@ -8,6 +8,7 @@
 #include "model/deviceinfo.h"
 #include "model/groupdata.h"
 #include "ui_mainwindow.h"
+#include "views/cliptooltipdelegate.h"
 #include "views/tablemodelmonitoring.h"
 #include "views/tablemodelvariable.h"
 
@@ -64,20 +65,25 @@ int MainWindow::CreateTreeItems(CItem* item, QTreeWidgetItem* parent)
 
 QTreeWidgetItem* MainWindow::addTreeRow(CItem* item, QTreeWidgetItem* parent)
 {
+    // One icon object per kind, shared by all rows: a large tree is rebuilt
+    // at every open.
+    static const QIcon channelIcon(":/res/images/res/channel.png");
+    static const QIcon deviceIcon(":/res/images/res/device.png");
+    static const QIcon groupIcon(":/res/images/res/group.png");
     int type;
-    const char* icon;
+    const QIcon* icon;
     switch (item->GetType()) {
     case itChannel:
         type = TreeItemChannel;
-        icon = ":/res/images/res/channel.png";
+        icon = &channelIcon;
         break;
     case itDevice:
         type = TreeItemDevice;
-        icon = ":/res/images/res/device.png";
+        icon = &deviceIcon;
         break;
     case itGroup:
         type = TreeItemGroup;
-        icon = ":/res/images/res/group.png";
+        icon = &groupIcon;
         m_groups[groupFullName(item)] = item;
         break;
     default:
@@ -85,7 +91,7 @@ QTreeWidgetItem* MainWindow::addTreeRow(CItem* item, QTreeWidgetItem* parent)
     }
     auto* row = new QTreeWidgetItem(parent, type);
     row->setText(0, QString::fromStdString(item->GetName()));
-    row->setIcon(0, QIcon(icon));
+    row->setIcon(0, *icon);
     m_treeItems[row] = item;
     return row;
 }
@@ -111,7 +117,7 @@ CItem* MainWindow::nodeOf(QTreeWidgetItem* row) const
 
 QTreeWidgetItem* MainWindow::createRootRow()
 {
-    auto* rootRow = new QTreeWidgetItem(ui->treeWidget, TreeItemRoot);
+    auto* rootRow = new QTreeWidgetItem(TreeItemRoot);
     rootRow->setText(0, "Каналы");
     rootRow->setIcon(0, QIcon(":/res/images/res/channels.png"));
     m_treeItems[rootRow] = &m_root;
@@ -186,6 +192,8 @@ void MainWindow::on_treeWidget_itemSelectionChanged()
             m_monitoringModel->setMapItem(m_groups);
             ui->tableView->reset();
             ui->tableView_2->reset();
+            ClipTooltipDelegate::fitColumns(ui->tableView);
+            ClipTooltipDelegate::fitColumns(ui->tableView_2);
             ui->tabWidget->setTabEnabled(1, true);
             ui->tabWidget->setTabEnabled(2, true);
             break;

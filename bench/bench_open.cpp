@@ -1,6 +1,7 @@
 // Opening the 100,000-tag configuration through the program's own open path
 // (worker thread, busy dialog, tree rebuild, selection of the root) against
-// the bare reader on the same file, in one run.
+// the bare reader on the same file, in one run; the median of the repeats.
+// From the second repeat on, the program's open also frees the tree it had.
 //
 //   QT_QPA_PLATFORM=offscreen bench_open [repeats]
 #include "app/mainwindow.h"
@@ -18,6 +19,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <thread>
+#include <vector>
 
 namespace {
 
@@ -63,13 +65,18 @@ int main(int argc, char** argv)
 
     MainWindow window;
     window.show();
-    double bare = 1e300;
-    double program = 1e300;
+    std::vector<double> bares, programs;
     for (int i = 0; i < repeats; ++i) {
-        bare = std::min(bare, bareLoadMs(path.toStdString()));
-        program = std::min(program, programOpenMs(window, path));
+        bares.push_back(bareLoadMs(path.toStdString()));
+        programs.push_back(programOpenMs(window, path));
         app.processEvents();
     }
+    auto median = [](std::vector<double> v) {
+        std::sort(v.begin(), v.end());
+        return v.front() < 0 ? -1 : v[v.size() / 2];
+    };
+    const double bare = median(bares);
+    const double program = median(programs);
     if (bare < 0 || program < 0) {
         std::fprintf(stderr, "bench_open: the configuration did not load\n");
         return 1;
@@ -80,11 +87,11 @@ int main(int argc, char** argv)
         BenchSupport::kChannels * BenchSupport::kDevices * BenchSupport::kGroups * BenchSupport::kTags, rows);
     std::printf("bare Load:                 %7.1f ms\n", bare);
     std::printf("open through the program:  %7.1f ms\n", program);
-    std::printf("ratio open / Load:          %5.2f   (target <= 2.0)\n", program / bare);
+    std::printf("ratio open / Load:          %5.2f   (target <= 1.3)\n", program / bare);
     std::printf("resident memory now:        %5.1f MB\n", BenchSupport::ResidentKb() / 1024.0);
     BenchSupport::ReportAgainstPeer("open 100k tags in the program (peer: bare Load)", program, bare, "ms",
-                                    2.0);
+                                    1.3);
     BenchSupport::ReportAbsolute("resident memory, 100k-tag tree open", BenchSupport::ResidentKb() / 1024.0,
                                  "MB", 300);
-    return program / bare <= 2.0 ? 0 : 1;
+    return program / bare <= 1.3 ? 0 : 1;
 }
