@@ -3,6 +3,7 @@
 #include "model/itemdata.h"
 #include "model/treeitemroot.h"
 
+#include <QHash>
 #include <QList>
 #include <QMainWindow>
 #include <QMap>
@@ -120,6 +121,9 @@ public slots:
     void on_action_export_conf_triggered();
     void on_action_import_conf_triggered();
     void slotDisconnect();
+    // The client's session died: monitoring ends and the user is told.
+    void slotConnectionLost(QString status);
+    void slotConnectionRestored();
 
 private:
     // Runs work on a detached thread while the busy dialog waits for the
@@ -178,6 +182,10 @@ private:
     QString m_serverOutput;
     QList<QList<QString>> m_subscribedNames;
     QMap<int, QList<QString>> m_subscriptionRows;
+    // Row of each subscribed full name, built with m_subscriptionRows.
+    QHash<QString, int> m_rowOfName;
+    // The status line as it was before the connection was lost.
+    QString m_labelBeforeLoss;
     QList<QString> m_foundServers;
     QList<QString> m_foundEndpoints;
     QMap<QString, QString> m_certSettings;

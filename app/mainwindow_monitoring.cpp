@@ -21,6 +21,7 @@ const char* const kIconOn = ":/res/images/res/monitoring_on.png";
 const char* const kIconOff = ":/res/images/res/monitoring_off.png";
 const char* const kNotConnected =
     "Нет подключенных серверов, запустите сервер или подключитесь к нему через меню Сервис";
+const QString kConnectionLost = QStringLiteral(" Соединение с сервером потеряно: ");
 // Digits kept behind the decimal point of a shown value; the rest is cut, not rounded.
 const int kDecimals = 6;
 
@@ -46,6 +47,20 @@ int intervalMs(const CGroupInfo* group)
     if (unit < 0 || unit > 3)
         return 0;
     return int(qint64(quint32(group->UpdateRate)) * factors[unit]);
+}
+
+// At most six decimals, cut and not rounded; an exponent is kept whole.
+QString shownValue(QString value)
+{
+    const qsizetype point = value.indexOf('.');
+    if (point < 0)
+        return value;
+    qsizetype exponent = value.indexOf('e', point);
+    if (exponent < 0)
+        exponent = value.size();
+    if (exponent > point + 1 + kDecimals)
+        value.remove(point + 1 + kDecimals, exponent - (point + 1 + kDecimals));
+    return value;
 }
 
 QString nodeName(const CItem* item)
@@ -88,6 +103,43 @@ void MainWindow::on_action_triggered()
 void MainWindow::slotDisconnect()
 {
     m_dialogConnected = false;
+}
+
+void MainWindow::slotConnectionLost(QString status)
+{
+    if (!m_client || !m_connected)
+        return;
+    if (!m_statusLabel->text().startsWith(kConnectionLost))
+        m_labelBeforeLoss = m_statusLabel->text();
+    m_statusLabel->setText(kConnectionLost + status);
+    if (!m_monitoring)
+        return;
+
+    // The iterate loop has ended on the loss; the subscriptions died with the
+    // session, so there is nothing to delete on the server.
+    m_client->setStatusIterate(false);
+    if (m_iterateThread.joinable())
+        m_iterateThread.join();
+    m_client->forgetSubscriptions();
+    m_subscriptionRows.clear();
+    m_rowOfName.clear();
+    // The last values stay, marked with the reason they are no longer live.
+    m_monitoringModel->setQualityOfAll(status);
+    m_monitoringModel->updateData();
+    m_monitoringTimer->stop();
+    m_monitoring = false;
+    ui->monitoring_action->setIcon(QIcon(kIconOff));
+    CItem* node = nodeOf(selectedRow());
+    if (node && node->GetType() == itGroup)
+        setEnabledToolbar(ToolbarMonitoringOff);
+    else
+        on_treeWidget_itemSelectionChanged();
+}
+
+void MainWindow::slotConnectionRestored()
+{
+    if (m_client && m_statusLabel->text().startsWith(kConnectionLost))
+        m_statusLabel->setText(m_labelBeforeLoss);
 }
 
 void MainWindow::on_monitoring_action_triggered()
@@ -158,8 +210,13 @@ int MainWindow::monitoringOn(CGroupInfo* group, int interval, std::string name)
     QMap<int, QList<QString>> rows;
     const int subscribed = m_client->subscriptionTag(m_subscribedNames, interval, rows);
     GuiThread::run([this, subscribed, &rows] {
-        if (subscribed == 0)
+        if (subscribed == 0) {
             m_subscriptionRows = rows;
+            m_rowOfName.clear();
+            for (const QList<QString>& names : rows)
+                for (qsizetype row = 0; row < names.size(); ++row)
+                    m_rowOfName.insert(names.at(row), int(row));
+        }
         m_monitoringStarting = false;
         for (const QList<QVariant>& message : std::exchange(m_earlyValues, {}))
             slotDataChange(message);
@@ -192,7 +249,10 @@ int MainWindow::monitoringOff(CItem* item)
         emit signalCloseProgressBar(8);
         return 0;
     }
-    GuiThread::run([this] { m_subscriptionRows.clear(); });
+    GuiThread::run([this] {
+        m_subscriptionRows.clear();
+        m_rowOfName.clear();
+    });
     emit signalCloseProgressBar(0);
     return 0;
 }
@@ -210,20 +270,14 @@ void MainWindow::slotDataChange(QList<QVariant> message)
     if (subscription == m_subscriptionRows.constEnd() || subscription->isEmpty())
         return;
 
-    // Names of one group are unique, so the item's own position, when it holds
-    // the name, is the first match; otherwise search from the front.
+    // A full name is unique in the tree, so one lookup gives its row.
     const QString fullName = message.at(3).toString();
-    const QList<QString>& names = *subscription;
-    const qsizetype hint = qsizetype(message.at(0).toUInt()) - 1;
-    const qsizetype row =
-        hint >= 0 && hint < names.size() && names.at(hint) == fullName ? hint : names.indexOf(fullName);
-    if (row < 0)
+    const auto found = m_rowOfName.constFind(fullName);
+    if (found == m_rowOfName.constEnd())
         return;
+    const int row = *found;
 
-    QString value = message.at(1).toString();
-    const qsizetype point = value.indexOf('.');
-    if (point >= 0 && value.size() > point + 1 + kDecimals)
-        value.truncate(point + 1 + kDecimals);
+    const QString value = shownValue(message.at(1).toString());
 
     // Values come in bursts: one time text serves every value of the same millisecond.
     static qint64 lastMs = -1;
@@ -235,7 +289,7 @@ void MainWindow::slotDataChange(QList<QVariant> message)
     }
 
     const QString group = fullName.left(fullName.lastIndexOf('.'));
-    m_monitoringModel->setNewData(int(row), {value, message.at(2).toString(), lastTime}, group);
+    m_monitoringModel->setNewData(row, {value, message.at(2).toString(), lastTime}, group);
 }
 
 void MainWindow::connectClientValues()
@@ -243,6 +297,9 @@ void MainWindow::connectClientValues()
     // Queued even when the value is delivered during a call on this thread:
     // a command in progress is never interrupted by the table. Unique, since
     // every connection and start hands over the same client again.
-    connect(m_client, &OPCUAWrapper::signalDataChange, this, &MainWindow::slotDataChange,
-            Qt::ConnectionType(Qt::QueuedConnection | Qt::UniqueConnection));
+    const auto queuedOnce = Qt::ConnectionType(Qt::QueuedConnection | Qt::UniqueConnection);
+    connect(m_client, &OPCUAWrapper::signalDataChange, this, &MainWindow::slotDataChange, queuedOnce);
+    connect(m_client, &OPCUAWrapper::signalConnectionLost, this, &MainWindow::slotConnectionLost, queuedOnce);
+    connect(m_client, &OPCUAWrapper::signalConnectionRestored, this, &MainWindow::slotConnectionRestored,
+            queuedOnce);
 }

@@ -136,6 +136,8 @@ void OPCUAWrapper::deleteClient()
 {
     if (!clientUsable())
         return;
+    // Whatever the deletion closes was given up here, not lost.
+    UA_Client_getConfig(client)->clientContext = nullptr;
     UA_Client_delete(client);
     m_clientAlive = false;
 }
@@ -305,14 +307,16 @@ int OPCUAWrapper::disconnectToServer()
         report(kNoServer, true);
         return 1;
     }
-    if (!connected || !m_clientAlive) {
+    if ((!connected && !m_sessionLost) || !m_clientAlive) {
         report("Ошибка отключения от сервера", true);
         return 1;
     }
+    // Cleared first: the session closed here is not a lost one.
+    connected = false;
+    m_sessionLost = false;
     UA_Client_disconnect(client);
     deleteClient();
     autoConnecting = false;
-    connected = false;
     emit signalErrorConnect();
     return 0;
 }
@@ -358,7 +362,9 @@ void OPCUAWrapper::iterate()
     while (statusIterate) {
         {
             auto lock = lockClient();
-            if (!clientUsable())
+            // A lost session is not reopened in the background: its
+            // subscriptions are gone, and the program starts monitoring anew.
+            if (!clientUsable() || m_sessionLost)
                 break;
             UA_Client_run_iterate(client, 10);
         }
@@ -366,6 +372,32 @@ void OPCUAWrapper::iterate()
         while (m_clientWaiters > 0 && statusIterate)
             std::this_thread::yield();
     }
+}
+
+// Called by the library, inside the client, on every change of the channel or
+// session. Only an activated session that goes away while the program believes
+// itself connected is a loss; the orderly disconnection clears that belief first.
+void OPCUAWrapper::stateChanged(UA_Client* client, UA_SecureChannelState, UA_SessionState session,
+                                UA_StatusCode status)
+{
+    auto* wrapper = static_cast<OPCUAWrapper*>(UA_Client_getConfig(client)->clientContext);
+    if (!wrapper)
+        return;
+    if (session == UA_SESSIONSTATE_ACTIVATED) {
+        if (wrapper->m_sessionLost.exchange(false)) {
+            wrapper->connected = true;
+            VLOG_INFO().noquote() << "Соединение с сервером восстановлено";
+            emit wrapper->signalConnectionRestored();
+        }
+        return;
+    }
+    if (!wrapper->connected || wrapper->m_sessionLost)
+        return;
+    wrapper->connected = false;
+    wrapper->m_sessionLost = true;
+    const QString name = statusName(UA_StatusCode_isBad(status) ? status : UA_STATUSCODE_BADCONNECTIONCLOSED);
+    VLOG_WARNING().noquote() << QStringLiteral("Соединение с сервером потеряно: %1").arg(name);
+    emit wrapper->signalConnectionLost(name);
 }
 
 void OPCUAWrapper::setStatusIterate(bool status)
@@ -395,8 +427,11 @@ int OPCUAWrapper::findServers(QString url)
     config.logging = &g_libraryLogger;
     UA_ClientConfig_setDefault(&config);
     config.timeout = kRequestTimeoutMs;
+    config.clientContext = this;
+    config.stateCallback = &OPCUAWrapper::stateChanged;
     client = UA_Client_newWithConfig(&config);
     m_clientAlive = client != nullptr;
+    m_sessionLost = false;
     if (!client) {
         report(QStringLiteral("Не удалось найти сервер. Обнаружение сервера включено? Код ошибки %1")
                    .arg(statusName(UA_STATUSCODE_BADOUTOFMEMORY)),

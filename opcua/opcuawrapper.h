@@ -66,6 +66,9 @@ public:
     int subscriptionTag(QList<QList<QString>> groups, int interval, QMap<int, QList<QString>>& nodes);
     // Deletes the subscription created last; 0 success, 1 failure.
     int deleteSubscriptionTag();
+    // Drops the subscriptions of a lost session without asking the server:
+    // a new session starts without them.
+    void forgetSubscriptions();
 
     bool connected = false;
     bool autoConnecting = false;
@@ -92,10 +95,17 @@ signals:
     void signalSetEndpointDlgSearchDevice(QList<QString> endpoints);
     void signalDataChange(QVariantList mess);
     void signalErrorConnect();
+    // The session died under the program (the server went away); `status`
+    // names the reason. Comes from the thread that was inside the client.
+    void signalConnectionLost(QString status);
+    // A lost session was replaced by a new one, as a later call reconnected.
+    void signalConnectionRestored();
 
 private:
     static OPCUAWrapper* _singleOPCUAWrapper;
     static CertificateChooser& certificateChooser();
+    static void stateChanged(UA_Client* client, UA_SecureChannelState channel, UA_SessionState session,
+                             UA_StatusCode status);
 
     // Every use of the client goes through this lock, whichever thread makes it.
     std::unique_lock<std::recursive_mutex> lockClient();
@@ -112,4 +122,6 @@ private:
     std::recursive_mutex m_clientMutex;
     std::atomic<int> m_clientWaiters{0};
     bool m_clientAlive = false;
+    // Set when an open session was lost, until a new one is activated.
+    std::atomic<bool> m_sessionLost{false};
 };

@@ -53,7 +53,10 @@ QVariant scalarValue(const UA_Variant& variant)
 
 // Runs on whichever thread is inside the client (the iterate thread as a rule).
 // It only copies the value and emits: the client must not be called from here.
-void handler_TheAnswerChanged(UA_Client*, UA_UInt32 subId, void*, UA_UInt32 monId, void*, UA_DataValue* value)
+// The item's context is its position in the subscription's list of names, set
+// by this program: servers number their items as they like.
+void handler_TheAnswerChanged(UA_Client*, UA_UInt32 subId, void*, UA_UInt32 monId, void* monContext,
+                              UA_DataValue* value)
 {
     OPCUAWrapper* wrapper = OPCUAWrapper::GetInstance();
     // Nearly every value is "Good": the name is made once per change of status.
@@ -76,12 +79,12 @@ void handler_TheAnswerChanged(UA_Client*, UA_UInt32 subId, void*, UA_UInt32 monI
     const auto names = wrapper->mapNodes.constFind(int(subId));
     if (names == wrapper->mapNodes.constEnd() || names->isEmpty())
         return;
-    // Items are numbered 1, 2, ... in request order; anything else is not ours.
-    if (monId == 0 || monId > UA_UInt32(names->size()))
+    const qsizetype position = qsizetype(reinterpret_cast<quintptr>(monContext));
+    if (position >= names->size())
         return;
 
-    emit wrapper->signalDataChange({QVariant(uint(monId)), scalarValue(variant), status,
-                                    names->at(int(monId - 1)), QVariant(uint(subId))});
+    emit wrapper->signalDataChange({QVariant(uint(monId)), scalarValue(variant), status, names->at(position),
+                                    QVariant(uint(subId))});
 }
 
 } // namespace
@@ -135,7 +138,9 @@ int OPCUAWrapper::subscriptionTag(QList<QList<QString>> groups, int interval,
         }
         std::vector<UA_Client_DataChangeNotificationCallback> callbacks(count, handler_TheAnswerChanged);
         std::vector<UA_Client_DeleteMonitoredItemCallback> deleteCallbacks(count, nullptr);
-        std::vector<void*> contexts(count, nullptr);
+        std::vector<void*> contexts(count);
+        for (size_t i = 0; i < count; ++i)
+            contexts[i] = reinterpret_cast<void*>(quintptr(i));
 
         // Notifications can come with the answer, so the names go in first.
         mapNodes[int(subscriptionId)] = names;
@@ -172,6 +177,13 @@ int OPCUAWrapper::subscriptionTag(QList<QList<QString>> groups, int interval,
     }
     nodes = mapNodes;
     return 0;
+}
+
+void OPCUAWrapper::forgetSubscriptions()
+{
+    auto lock = lockClient();
+    mapNodes.clear();
+    subscriptionId = 0;
 }
 
 int OPCUAWrapper::deleteSubscriptionTag()

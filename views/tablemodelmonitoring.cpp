@@ -80,6 +80,16 @@ void TableModelMonitoring::cleanupOldGroups()
     }
 }
 
+void TableModelMonitoring::setQualityOfAll(const QString& status)
+{
+    for (auto& entry : m_groupValues) {
+        QList<QVariant>& values = entry.second;
+        for (qsizetype value = 1; value + 1 < values.size(); value += CellsPerRow)
+            if (values.at(value).isValid())
+                values[value + 1] = status;
+    }
+}
+
 QList<QVariant> TableModelMonitoring::groupValues(const QString& group) const
 {
     auto it = m_groupValues.find(group);

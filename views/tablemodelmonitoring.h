@@ -24,6 +24,8 @@ public:
     void setNewData(int row, QList<QVariant> cells, QString group);
     void updateData();
     void cleanupOldGroups();
+    // Every row holding a value gets `status` as its quality (the values are no longer live).
+    void setQualityOfAll(const QString& status);
     // The collected cells of a group; empty when the group has none.
     QList<QVariant> groupValues(const QString& group) const;
 

@@ -85,7 +85,7 @@ bool GatewayProcess::start(const Options& o, int timeoutMs)
     m_output.clear();
     // The port may be taken between the probe and the start: try a few.
     for (int attempt = 0; attempt < 3; ++attempt) {
-        m_port = freePort();
+        m_port = o.port ? o.port : freePort();
         m_process.start(program(),
                         {o.config, QString::number(m_port), o.logLevel, o.anonymous ? "true" : "false",
                          o.certificate, o.privateKey, o.trustFolder});

@@ -18,6 +18,7 @@ public:
         QString certificate; // DER; empty for none
         QString privateKey;  // PEM or DER; empty for none
         QString trustFolder;
+        quint16 port = 0; // 0: a free one
     };
 
     GatewayProcess();
