@@ -174,6 +174,14 @@ void SubscriptionsTest::valuesRefusalsAndDeletion()
     QVERIFY(log.contains("W Ошибка мониторинга ноды G.nope: BadNodeIdUnknown"));
     QCOMPARE(log.last(), QString("W Операция создания подписки прервана, возникли ошибки мониторинга"));
     QCOMPARE(wrapper->mapNodes.size(), 2);
+    // The server numbers only the items it made, so G.d is its item 1: the value must still be G.d's.
+    latest.clear();
+    wrapper->setStatusIterate(true);
+    loop = wrapper->runIterate();
+    QTRY_VERIFY_WITH_TIMEOUT(latest.contains("G.d"), 10000);
+    wrapper->setStatusIterate(false);
+    loop.join();
+    QVERIFY(latest["G.d"][0] == 1u && !latest.contains("G.nope"));
 
     // Without a session the first subscription is refused.
     QCOMPARE(wrapper->disconnectToServer(), 0);
