@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QHash>
 #include <QList>
 #include <QMap>
 #include <QObject>
@@ -12,6 +13,8 @@
 #include <functional>
 #include <mutex>
 #include <thread>
+#include <utility>
+#include <vector>
 
 // The three files a secured connection needs, as the user chose them.
 struct CertificatePaths
@@ -104,6 +107,25 @@ signals:
 private:
     static OPCUAWrapper* _singleOPCUAWrapper;
     static CertificateChooser& certificateChooser();
+    // What a browse found: node 0 is where it began; children in reference order.
+    struct BrowseTree
+    {
+        struct Node
+        {
+            UA_NodeId id = UA_NODEID_NULL;
+            QString identifier;
+            QString ns;
+            std::vector<size_t> children;
+        };
+        std::vector<Node> nodes;
+        QHash<QString, size_t> index;
+    };
+    std::vector<size_t> browseLevel(UA_Client* browseClient, BrowseTree& tree, const std::vector<size_t>& level);
+    void browseContinued(UA_Client* browseClient, BrowseTree& tree,
+                         std::vector<std::pair<size_t, UA_ByteString>> pending, std::vector<size_t>& next);
+    static void addReferences(BrowseTree& tree, size_t parent, const UA_BrowseResult& result,
+                              std::vector<size_t>& next);
+    void tellFound(const BrowseTree& tree, size_t parent, std::vector<bool>& onPath);
     static void stateChanged(UA_Client* client, UA_SecureChannelState channel, UA_SessionState session,
                              UA_StatusCode status);
 

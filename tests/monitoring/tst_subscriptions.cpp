@@ -67,6 +67,9 @@ struct TypedServer
     }
     void start()
     {
+        // Small limits, so that browsing has to split its requests and follow continuation points.
+        UA_Server_getConfig(server)->maxNodesPerBrowse = 3;
+        UA_Server_getConfig(server)->maxReferencesPerNode = 4;
         UA_Server_run_startup(server);
         loop = std::thread([this] {
             while (running)
@@ -117,6 +120,13 @@ void SubscriptionsTest::valuesRefusalsAndDeletion()
     QCOMPARE(wrapper->connectToServer(s.url(), "http://opcfoundation.org/UA/SecurityPolicy#None (None)",
                                       false, 0, "", ""),
              0);
+    // Browsing within the server's limits still finds every node once.
+    wrapper->browseNodes(wrapper->client, "i=85");
+    QStringList found = wrapper->getVecNodes();
+    found.sort();
+    QCOMPARE(found.join(' '), QString("ns=2;s=G.b ns=2;s=G.d ns=2;s=G.f ns=2;s=G.i64 ns=2;s=G.s ns=2;s=G.u16 "
+                                      "ns=2;s=G.u32 ns=2;s=G.u64 ns=2;s=H.bad ns=2;s=H.uncertain"));
+
     QMap<QString, QVariantList> latest; // by tag name
     QList<QVariantList> bare;
     QObject receiver;
