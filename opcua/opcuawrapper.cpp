@@ -515,7 +515,8 @@ void OPCUAWrapper::browseNodes(UA_Client* browseClient, QString nodeId)
     // order the references came.
     BrowseTree tree;
     const QByteArray text = nodeId.toUtf8();
-    UA_String parseText = {size_t(text.size()), reinterpret_cast<UA_Byte*>(const_cast<char*>(text.constData()))};
+    UA_String parseText = {size_t(text.size()),
+                           reinterpret_cast<UA_Byte*>(const_cast<char*>(text.constData()))};
     tree.nodes.emplace_back();
     UA_NodeId_parse(&tree.nodes.front().id, parseText);
     std::vector<size_t> level{0};

@@ -120,7 +120,8 @@ private:
         std::vector<Node> nodes;
         QHash<QString, size_t> index;
     };
-    std::vector<size_t> browseLevel(UA_Client* browseClient, BrowseTree& tree, const std::vector<size_t>& level);
+    std::vector<size_t> browseLevel(UA_Client* browseClient, BrowseTree& tree,
+                                    const std::vector<size_t>& level);
     void browseContinued(UA_Client* browseClient, BrowseTree& tree,
                          std::vector<std::pair<size_t, UA_ByteString>> pending, std::vector<size_t>& next);
     static void addReferences(BrowseTree& tree, size_t parent, const UA_BrowseResult& result,

@@ -83,8 +83,8 @@ void handler_TheAnswerChanged(UA_Client*, UA_UInt32 subId, void*, UA_UInt32 monI
     if (position >= names->size())
         return;
 
-    emit wrapper->signalDataChange({QVariant(uint(monId)), scalarValue(variant), status, names->at(position),
-                                    QVariant(uint(subId))});
+    emit wrapper->signalDataChange(
+        {QVariant(uint(monId)), scalarValue(variant), status, names->at(position), QVariant(uint(subId))});
 }
 
 } // namespace

@@ -6,6 +6,7 @@
 #include <QCloseEvent>
 #include <QDateTime>
 #include <QTextCursor>
+#include <QTimer>
 
 #include <chrono>
 #include <thread>
@@ -76,12 +77,33 @@ void SearchOPCUAServer::setLe_device(QString url)
 
 void SearchOPCUAServer::logDlg(QString text)
 {
-    const QString line =
-        "[" + QDateTime::currentDateTime().toString("yyyy-MM-dd hh:mm:ss.zzz ") + "] " + text + "\n";
-    QTextCursor cursor = ui->te_log->textCursor();
+    appendLog(text);
+    flushLog();
+}
+
+// A browse tells every node it finds: the lines are collected with their time
+// and go into the pane together, which keeps a large server's list quick.
+void SearchOPCUAServer::appendLog(const QString& text)
+{
+    const qint64 nowMs = QDateTime::currentMSecsSinceEpoch();
+    if (nowMs != m_logStampMs) {
+        m_logStampMs = nowMs;
+        m_logStamp = "[" + QDateTime::fromMSecsSinceEpoch(nowMs).toString("yyyy-MM-dd hh:mm:ss.zzz ") + "] ";
+    }
+    if (m_pendingLog.isEmpty())
+        QTimer::singleShot(0, this, &SearchOPCUAServer::flushLog);
+    m_pendingLog += m_logStamp + text + "\n";
+}
+
+void SearchOPCUAServer::flushLog()
+{
+    if (m_pendingLog.isEmpty())
+        return;
+    QTextCursor cursor(ui->te_log->document());
     cursor.movePosition(QTextCursor::End);
-    ui->te_log->setTextCursor(cursor);
-    ui->te_log->insertPlainText(line);
+    cursor.insertText(m_pendingLog);
+    m_pendingLog.clear();
+    ui->te_log->moveCursor(QTextCursor::End);
 }
 
 QList<QString> SearchOPCUAServer::comboTexts(const QComboBox* box)
@@ -105,6 +127,7 @@ void SearchOPCUAServer::on_pb_searchDevice_clicked()
         return;
     }
     m_wrapper->findServers(ui->le_device->text());
+    flushLog();
 }
 
 void SearchOPCUAServer::slotSetServerDlgSearchDevice(QList<QString> servers)
@@ -128,6 +151,7 @@ void SearchOPCUAServer::on_pb_getEndPoint_clicked()
     const QString server = ui->cb_server->currentText();
     m_errorHandled = false;
     m_wrapper->getEndpoints(server);
+    flushLog();
     if (!m_errorHandled)
         ui->pb_connect->setEnabled(true);
     m_currentServer = server;
@@ -164,6 +188,7 @@ void SearchOPCUAServer::on_pb_connect_clicked()
     const int result =
         m_wrapper->connectToServer(ui->cb_server->currentText(), ui->cb_endpoint->currentText(),
                                    ui->checkBox_browse->isChecked(), authKind, user, password);
+    flushLog();
     if (result != 0)
         return;
     ui->pb_disconnect->show();
@@ -194,7 +219,9 @@ void SearchOPCUAServer::on_radioButton_anonimusEncrypt_clicked()
 
 void SearchOPCUAServer::on_pb_disconnect_clicked()
 {
-    if (m_wrapper->disconnectToServer() == 0)
+    const int disconnected = m_wrapper->disconnectToServer();
+    flushLog();
+    if (disconnected == 0)
         logDlg("Отключение от сервера успешно завершено\n");
     ui->pb_disconnect->hide();
     ui->pb_connect->show();
@@ -220,7 +247,7 @@ void SearchOPCUAServer::slotErrorConnect()
 
 void SearchOPCUAServer::slotSetLogDlgSearchDevice(QString message)
 {
-    logDlg(message);
+    appendLog(message);
 }
 
 void SearchOPCUAServer::on_pb_ok_clicked()
@@ -236,6 +263,7 @@ void SearchOPCUAServer::on_pb_cancel_clicked()
 {
     if (m_wrapper->connected)
         m_wrapper->disconnectToServer();
+    flushLog();
     close();
 }
 

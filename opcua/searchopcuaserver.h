@@ -66,6 +66,8 @@ protected:
 
 private:
     void setLoginEnabled(bool enabled);
+    void appendLog(const QString& text);
+    void flushLog();
     static QList<QString> comboTexts(const QComboBox* box);
 
     QList<QString> m_savedServers;
@@ -84,4 +86,8 @@ private:
     // Set by slotErrorConnect, so an endpoint request that failed leaves
     // pb_connect off.
     bool m_errorHandled = false;
+    // Lines of the log pane not yet shown, and the time text of the current millisecond.
+    QString m_pendingLog;
+    QString m_logStamp;
+    qint64 m_logStampMs = -1;
 };
