@@ -12,7 +12,6 @@ struct MainWindowProbe
     static bool& configOpen(MainWindow& w) { return w.m_configOpen; }
     static bool& monitoring(MainWindow& w) { return w.m_monitoring; }
     static bool& dirty(MainWindow& w) { return w.m_dirty; }
-    static bool& saveSeen(MainWindow& w) { return w.m_saveSeen; }
     static bool& connected(MainWindow& w) { return w.m_connected; }
     static bool& plainFormat(MainWindow& w) { return w.m_plainFormat; }
     static int& tagCount(MainWindow& w) { return w.m_tagCount; }
@@ -23,12 +22,9 @@ struct MainWindowProbe
     static std::vector<CItem*>& clipboard(MainWindow& w) { return w.m_clipboard; }
     static TableModelVariable* tagModel(MainWindow& w) { return w.m_tagModel; }
     static TableModelMonitoring* monitoringModel(MainWindow& w) { return w.m_monitoringModel; }
-    static QTreeWidgetItem*& monitoredTreeItem(MainWindow& w) { return w.m_monitoredTreeItem; }
     static OPCUAWrapper*& client(MainWindow& w) { return w.m_client; }
     static QMap<int, QList<QString>>& subscriptionRows(MainWindow& w) { return w.m_subscriptionRows; }
-    static QList<QList<QString>>& subscribedNames(MainWindow& w) { return w.m_subscribedNames; }
     static QTimer* monitoringTimer(MainWindow& w) { return w.m_monitoringTimer; }
     static QLabel* statusLabel(MainWindow& w) { return w.m_statusLabel; }
-    static bool& dialogConnected(MainWindow& w) { return w.m_dialogConnected; }
     static QString& serverOutput(MainWindow& w) { return w.m_serverOutput; }
 };

@@ -2,20 +2,26 @@
 
 #include <QAbstractButton>
 #include <QApplication>
-#include <QDialog>
 #include <QFileDialog>
 #include <QLineEdit>
 
-ModalWatcher::ModalWatcher(QObject* parent) : QObject(parent)
+namespace {
+
+// A handler meant for one kind of modal that meets another closes it rather than hang.
+void close(QWidget* w)
 {
-    m_timer.setInterval(10);
-    connect(&m_timer, &QTimer::timeout, this, &ModalWatcher::poll);
-    m_timer.start();
+    if (auto* d = qobject_cast<QDialog*>(w))
+        d->reject();
+    else
+        w->close();
 }
 
-void ModalWatcher::answer(Handler handler)
+} // namespace
+
+ModalWatcher::ModalWatcher(QObject* parent) : QObject(parent)
 {
-    m_handlers.push_back(std::move(handler));
+    connect(&m_timer, &QTimer::timeout, this, &ModalWatcher::poll);
+    m_timer.start(10);
 }
 
 void ModalWatcher::answer(QMessageBox::StandardButton button)
@@ -23,12 +29,23 @@ void ModalWatcher::answer(QMessageBox::StandardButton button)
     answer([button](QWidget* w) { pressButton(w, button); });
 }
 
+void ModalWatcher::answerFile(const QString& path)
+{
+    answer([path](QWidget* w) { chooseFile(w, path); });
+}
+
+void ModalWatcher::answerConnect(const QString& url)
+{
+    answer([url](QWidget* dialog) {
+        requireChild<QLineEdit>(dialog, "le_device")->setText(url);
+        for (const char* name : {"pb_searchDevice", "pb_getEndPoint", "pb_connect", "pb_ok"})
+            requireChild<QAbstractButton>(dialog, name)->click();
+    });
+}
+
 int ModalWatcher::unexpectedCount() const
 {
-    int n = 0;
-    for (const Seen& s : m_seen)
-        n += s.unexpected ? 1 : 0;
-    return n;
+    return int(std::count_if(m_seen.begin(), m_seen.end(), [](const Seen& s) { return s.unexpected; }));
 }
 
 void ModalWatcher::clear()
@@ -40,28 +57,17 @@ void ModalWatcher::clear()
 void ModalWatcher::pressButton(QWidget* w, QMessageBox::StandardButton button)
 {
     auto* box = qobject_cast<QMessageBox*>(w);
-    if (!box) {
-        // A button meant for a box met another dialog: close it rather than hang.
-        if (auto* d = qobject_cast<QDialog*>(w))
-            d->reject();
-        return;
-    }
-    if (QAbstractButton* b = box->button(button))
+    if (!box)
+        close(w);
+    else if (QAbstractButton* b = box->button(button))
         b->click();
 }
 
 void ModalWatcher::chooseFile(QWidget* w, const QString& path)
 {
     auto* dialog = qobject_cast<QFileDialog*>(w);
-    if (!dialog) {
-        if (auto* d = qobject_cast<QDialog*>(w))
-            d->reject();
-        return;
-    }
-    if (path.isEmpty()) {
-        dialog->reject();
-        return;
-    }
+    if (!dialog || path.isEmpty())
+        return close(w);
     // selectFile alone doesn't survive accept while the folder is still being
     // read; the name field is what accept looks at.
     if (auto* edit = dialog->findChild<QLineEdit*>("fileNameEdit"))
@@ -71,55 +77,23 @@ void ModalWatcher::chooseFile(QWidget* w, const QString& path)
     QMetaObject::invokeMethod(dialog, "accept");
 }
 
-void ModalWatcher::answerFile(const QString& path)
-{
-    answer([path](QWidget* w) { chooseFile(w, path); });
-}
-
-void ModalWatcher::answerConnect(const QString& url)
-{
-    answer([url](QWidget* dialog) {
-        dialog->findChild<QLineEdit*>("le_device")->setText(url);
-        for (const char* name : {"pb_searchDevice", "pb_getEndPoint", "pb_connect", "pb_ok"})
-            dialog->findChild<QAbstractButton*>(name)->click();
-    });
-}
-
 void ModalWatcher::poll()
 {
     QWidget* w = QApplication::activeModalWidget();
-    if (!w || !w->isVisible() || m_ignored.contains(w->objectName()))
+    if (!w || !w->isVisible() || w->objectName() == "ProgressBar" || m_handled.contains(w))
         return;
-    for (const QPointer<QWidget>& h : m_handled)
-        if (h == w)
-            return;
     m_handled.removeAll(nullptr);
     m_handled << w;
-
-    Seen s;
-    s.className = w->metaObject()->className();
-    s.objectName = w->objectName();
-    s.title = w->windowTitle();
-    if (auto* box = qobject_cast<QMessageBox*>(w))
-        s.text = box->text();
-    s.unexpected = m_handlers.empty();
-    m_seen << s;
-
-    // Answer from a fresh event so the modal's own exec loop is running.
-    Handler h;
+    auto* box = qobject_cast<QMessageBox*>(w);
+    m_seen << Seen{w->metaObject()->className(), w->objectName(), w->windowTitle(),
+                   box ? box->text() : QString(), m_handlers.empty()};
+    Handler h = close;
     if (!m_handlers.empty()) {
         h = std::move(m_handlers.front());
         m_handlers.pop_front();
-    } else {
-        h = [](QWidget* dlg) {
-            if (auto* d = qobject_cast<QDialog*>(dlg))
-                d->reject();
-            else
-                dlg->close();
-        };
     }
-    QPointer<QWidget> guard(w);
-    QTimer::singleShot(0, this, [guard, h] {
+    // Answer from a fresh event so the modal's own exec loop is running.
+    QTimer::singleShot(0, this, [guard = QPointer<QWidget>(w), h] {
         if (guard)
             h(guard);
     });

@@ -1,42 +1,36 @@
 #pragma once
 
-#include <QList>
 #include <QMessageBox>
-#include <QObject>
 #include <QPointer>
-#include <QStringList>
 #include <QTimer>
-#include <QWidget>
 
 #include <deque>
 #include <functional>
 
-// Watches for modal boxes and dialogs while a test drives the program, records
-// what each one said and answers it with the next queued handler, so that no
-// test ever hangs on a box. A modal that arrives with no handler queued is
-// recorded as unexpected and rejected.
+// Watches for modal boxes and dialogs while a test drives the program, records what each one
+// said and answers it with the next queued handler, so that no test ever hangs on a box. A modal
+// that arrives with no handler queued is recorded as unexpected and rejected. The busy dialog is
+// left alone.
 class ModalWatcher : public QObject
 {
     Q_OBJECT
 public:
     struct Seen
     {
-        QString className;
-        QString objectName;
-        QString title;
-        QString text;
+        QString className, objectName, title, text;
         bool unexpected = false;
     };
     using Handler = std::function<void(QWidget*)>;
 
     explicit ModalWatcher(QObject* parent = nullptr);
 
-    void answer(Handler handler);
+    void answer(Handler handler) { m_handlers.push_back(std::move(handler)); }
     // Presses this button of the next QMessageBox.
     void answer(QMessageBox::StandardButton button);
-
-    // Modals with these object names are left alone (the busy dialog, say).
-    void ignore(const QString& objectName) { m_ignored << objectName; }
+    // Types a path into the next QFileDialog and accepts it; an empty path cancels.
+    void answerFile(const QString& path);
+    // Takes the next find-server dialog through search, endpoints and connect to url, then OK.
+    void answerConnect(const QString& url);
 
     const QList<Seen>& seen() const { return m_seen; }
     int pending() const { return int(m_handlers.size()); }
@@ -44,13 +38,7 @@ public:
     void clear();
 
     static void pressButton(QWidget* box, QMessageBox::StandardButton button);
-    // Types a path into a QFileDialog and accepts it; an empty path cancels.
     static void chooseFile(QWidget* dialog, const QString& path);
-    // Queues chooseFile for the next modal.
-    void answerFile(const QString& path);
-    // Queues a handler that takes the find-server dialog through search,
-    // endpoints and connect to url, then closes it with OK.
-    void answerConnect(const QString& url);
 
 private:
     void poll();
@@ -59,7 +47,6 @@ private:
     std::deque<Handler> m_handlers;
     QList<Seen> m_seen;
     QList<QPointer<QWidget>> m_handled;
-    QStringList m_ignored{"ProgressBar"};
 };
 
 // The named child of a dialog or window; a missing one stops the test program

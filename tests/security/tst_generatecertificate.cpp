@@ -91,14 +91,9 @@ void TstGenerateCertificate::certificateAsAskedAndRefusals()
     const QString key = dir.filePath("key folder/server_key.pem");
     QVERIFY(readAll(key).startsWith("-----BEGIN") && !(QFile::permissions(key) & QFile::ReadOther));
 
-    // A second run replaces the pair.
     const QByteArray first = readAll(c + "/server_cert.der");
-    QCOMPARE(runTool({"-CN=a", "-IP=10.1.2.3", "-size=1024", "-der=" + c, "-pem=" + c}).first, 0);
-    const QByteArray second = readAll(c + "/server_cert.der");
-    QVERIFY(describe(c + "/server_cert.der").contains("CN=a") && second != first);
-
     // Bad arguments and folders are refused, naming the culprit, and touch nothing.
-    const QString d = "-der=" + c, k = "-pem=" + c;
+    const QString d = "-der=" + c, k = "-pem=" + dir.filePath("key folder");
     const QList<QPair<QStringList, QString>> cases = {
         {{d, k}, "-CN"},
         {{"-CN=a", d, k, "-size=1000"}, "key size"},
@@ -115,8 +110,8 @@ void TstGenerateCertificate::certificateAsAskedAndRefusals()
                  qPrintable(arguments.join(' ') + ": " + run.second));
     }
     // No temporary file is left behind either.
-    QCOMPARE(QDir(c).entryList(QDir::Files), QStringList({"server_cert.der", "server_key.pem"}));
-    QCOMPARE(readAll(c + "/server_cert.der"), second);
+    QCOMPARE(QDir(c).entryList(QDir::Files), QStringList({"server_cert.der"}));
+    QCOMPARE(readAll(c + "/server_cert.der"), first);
 }
 
 QTEST_GUILESS_MAIN(TstGenerateCertificate)

@@ -290,24 +290,13 @@ private slots:
     }
 
     // A client that is not connected refuses every call, as a server that answers with an
-    // error would.
+    // error would. (A series cut short is the gateway fault tests' business.)
     void refusingServer()
     {
         OPCUAWrapper client; // outlives the window, which still points at it
         Tags s;
         MainWindowProbe::connected(s.w) = true;
         MainWindowProbe::client(s.w) = &client;
-
-        // The worker stops at the refused exchange stop: its box comes up on the GUI thread and
-        // the busy dialog stays; only the test ends it here.
-        s.accept([](QWidget* d) { spin(d, "spinBox_5")->setValue(5); });
-        s.watcher.answer([&s](QWidget* box) {
-            ModalWatcher::pressButton(box, QMessageBox::Ok);
-            QTimer::singleShot(50, &s.w, [&s] { emit s.w.signalCloseProgressBar(0); });
-        });
-        s.w.on_add_tag_action_triggered();
-        QCOMPARE(s.watcher.seen().last().text, QString("Изменения канала завершилось неудачно"));
-        QVERIFY(client.exchangeRunning && s.group->size() == 4u);
 
         // A refused edit keeps what the dialog wrote under the old key.
         s.accept(Session::rename("Renamed"));
@@ -321,7 +310,7 @@ private slots:
         s.run({}, &MainWindow::tag_paste_action_triggered, {QMessageBox::Ok});
         QCOMPARE(s.watcher.seen().last().text,
                  QString("Добавление тега завершилось неудачно, на сервере произошла ошибка"));
-        QCOMPARE(s.group->size(), 4u);
+        QCOMPARE(s.group->size(), 3u);
         QCOMPARE(s.watcher.unexpectedCount(), 0);
         MainWindowProbe::client(s.w) = nullptr;
         MainWindowProbe::connected(s.w) = false;
