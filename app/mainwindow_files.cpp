@@ -107,7 +107,7 @@ int MainWindow::saveConfig()
     emit signalSetLabelProgressBar("Выполняется сохранение конфигурации, пожалуйста, подождите...");
     const CConfigWriter::Result result = CConfigWriter::Save(m_root, m_configPath, m_plainFormat);
     if (result != CConfigWriter::Saved) {
-        emit signalCloseProgressBar(result == CConfigWriter::WriteFailed ? 12 : 13);
+        emit signalCloseProgressBar(result == CConfigWriter::NotWritten ? 12 : 13);
         VLOG_WARNING().noquote() << "Не удалось сохранить файл конфигурации";
         return result;
     }

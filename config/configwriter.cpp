@@ -3,40 +3,106 @@
 #include "config/csvimporter.h"
 #include "config/utf8streambuf.h"
 
+#include <QFile>
 #include <QFileInfo>
-#include <QSaveFile>
 
+#include <cerrno>
+#include <cstdio>
+#include <fcntl.h>
 #include <ostream>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+// The file a path stands for once its links are followed; a dangling link
+// stands for the file it names.
+QString followLinks(const QString& path)
+{
+    QFileInfo info(path);
+    for (int hops = 0; info.isSymLink() && hops < 40; ++hops)
+        info.setFile(info.symLinkTarget());
+    return info.absoluteFilePath();
+}
+
+} // namespace
 
 CConfigWriter::Result CConfigWriter::Save(CTreeItemRoot& root, const QString& path, bool plain)
 {
-    QSaveFile file(path);
-    if (!Open(file))
-        return WriteFailed;
+    const Result result = Replace(path, [&root, plain](QIODevice& device) {
+        CUtf8StreamBuf buffer(&device, !plain);
+        std::wostream out(&buffer);
+        const bool exported = CCsvLoader(&root).Export(out);
+        return buffer.finish() && exported && out.good();
+    });
+    // The plain form has one step only: whatever fails, the writer failed.
+    return plain && result == NotPlaced ? NotWritten : result;
+}
+
+CConfigWriter::Result CConfigWriter::Replace(const QString& path, const std::function<bool(QIODevice&)>& fill)
+{
+    const QString targetPath = followLinks(path);
+    const QByteArray target = QFile::encodeName(targetPath);
+    const QByteArray folder = QFile::encodeName(QFileInfo(targetPath).absolutePath());
+    const QByteArray pending = QFile::encodeName(PendingName(targetPath));
+
+    struct stat old;
+    const bool exists = ::stat(target.constData(), &old) == 0;
+    if (exists && (!S_ISREG(old.st_mode) || !(old.st_mode & (S_IWUSR | S_IWGRP | S_IWOTH)) ||
+                   ::access(target.constData(), W_OK) != 0))
+        return NotWritten;
+
+    // An unnamed file leaves nothing behind if the program dies while writing.
+    int fd = ::open(folder.constData(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0666);
+    const bool named = fd < 0 && (errno == EOPNOTSUPP || errno == EISDIR || errno == EINVAL);
+    if (named) {
+        ::unlink(pending.constData());
+        fd = ::open(pending.constData(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0666);
+    }
+    if (fd < 0)
+        return NotWritten;
+    if (exists)
+        ::fchmod(fd, old.st_mode & 07777);
+
     bool written;
     {
-        CUtf8StreamBuf buffer(&file, !plain);
-        std::wostream out(&buffer);
-        written = CCsvLoader(&root).Export(out);
-        written = buffer.finish() && written && out.good();
+        // Unbuffered, so that a short write (a full disk) shows in its answer.
+        QFile device;
+        written =
+            device.open(fd, QIODevice::WriteOnly | QIODevice::Unbuffered, QFileDevice::DontCloseHandle) &&
+            fill(device) && ::fsync(fd) == 0;
     }
-    // An unfinished file is dropped with the QSaveFile; the target isn't touched.
-    if (!written)
-        return WriteFailed;
-    if (!file.commit())
-        return plain ? WriteFailed : ScrambleFailed;
+    if (!written) {
+        ::close(fd);
+        if (named)
+            ::unlink(pending.constData());
+        return NotWritten;
+    }
+    if (!named) {
+        ::unlink(pending.constData());
+        char self[64];
+        std::snprintf(self, sizeof self, "/proc/self/fd/%d", fd);
+        if (::linkat(AT_FDCWD, self, AT_FDCWD, pending.constData(), AT_SYMLINK_FOLLOW) != 0) {
+            ::close(fd);
+            return NotPlaced;
+        }
+    }
+    ::close(fd);
+    if (::rename(pending.constData(), target.constData()) != 0) {
+        ::unlink(pending.constData());
+        return NotPlaced;
+    }
+    // The rename is on disk once the folder is.
+    const int dir = ::open(folder.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (dir >= 0) {
+        ::fsync(dir);
+        ::close(dir);
+    }
     return Saved;
 }
 
-bool CConfigWriter::Open(QSaveFile& file)
+QString CConfigWriter::PendingName(const QString& target)
 {
-    // The link's target is what gets replaced, and its rights are what count.
-    const QFileInfo target(QFileInfo(file.fileName()).canonicalFilePath());
-    if (target.exists() &&
-        (!target.isWritable() || !(target.permissions() & (QFileDevice::WriteOwner | QFileDevice::WriteGroup |
-                                                           QFileDevice::WriteOther))))
-        return false;
-    // Unbuffered: a short write (a full disk) shows in write's answer at once,
-    // where a buffered one could end in a short file that commit accepts.
-    return file.open(QIODevice::WriteOnly | QIODevice::Unbuffered);
+    const QFileInfo info(target);
+    return info.absolutePath() + "/." + info.fileName() + ".saving";
 }

@@ -3,7 +3,6 @@
 #include "config/configwriter.h"
 
 #include <QFile>
-#include <QSaveFile>
 
 char32_t CScrambler::CharOfUtf16(char32_t c)
 {
@@ -51,8 +50,9 @@ bool CScrambler::ReadFile(const QString& path, QString& clear)
 
 bool CScrambler::WriteFile(const QString& path, const QString& clear)
 {
-    // Through a temporary file: a failed write never leaves half a file.
-    QSaveFile file(path);
+    // A failed write never leaves half a file.
     const QByteArray bytes = Encode(clear);
-    return CConfigWriter::Open(file) && file.write(bytes) == bytes.size() && file.commit();
+    return CConfigWriter::Replace(path, [&bytes](QIODevice& device) {
+               return device.write(bytes) == bytes.size();
+           }) == CConfigWriter::Saved;
 }
