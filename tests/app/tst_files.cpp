@@ -1,88 +1,218 @@
 #include "app/mainwindow.h"
+#include "config/csvimporter.h"
 #include "config/scrambler.h"
+#include "dialogs/tagsetupdialog.h"
+#include "model/dataginfo.h"
 #include "tests/common/mainwindowprobe.h"
-#include "tests/common/modalwatcher.h"
+#include "tests/common/session.h"
 #include "views/tablemodelvariable.h"
 
+#include <QComboBox>
+#include <QHeaderView>
+#include <QSpinBox>
 #include <QTabWidget>
+#include <QTableView>
 #include <QTableWidget>
 #include <QTemporaryDir>
+#include <QToolTip>
 #include <QTreeWidget>
 #include <QtTest>
 
-// The four file commands driven through the real file dialogs and busy dialog.
+namespace {
+
+const QString kPlant = QString(VELMORA_EXAMPLES) + "/plant.cfg";
+
+QString example(const char* name)
+{
+    return QString(VELMORA_TEST_DATA) + "/" + name;
+}
+
+QByteArray readAll(const QString& path)
+{
+    QFile f(path);
+    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
+}
+
+// The informative text of the next question box, answered with No.
+ModalWatcher::Handler recordQuestion(QString& into)
+{
+    return [&into](QWidget* box) {
+        into = qobject_cast<QMessageBox*>(box)->informativeText();
+        ModalWatcher::pressButton(box, QMessageBox::No);
+    };
+}
+
+} // namespace
+
+// The file commands driven through the real file dialogs and busy dialog, and
+// the window's tables and keys on the plant example.
 class FileCommandsTest : public QObject
 {
     Q_OBJECT
 
-private:
     QTemporaryDir m_dir;
 
-    static QString example(const char* name) { return QString(VELMORA_TEST_DATA) + "/" + name; }
-
-    static QTreeWidget* tree(MainWindow& w) { return w.findChild<QTreeWidget*>("treeWidget"); }
+    static QTreeWidget* tree(MainWindow& w) { return requireChild<QTreeWidget>(&w, "treeWidget"); }
 
     static QString rootProperty(MainWindow& w, int row)
     {
         tree(w)->topLevelItem(0)->setSelected(false);
         tree(w)->topLevelItem(0)->setSelected(true);
-        QTableWidgetItem* cell = w.findChild<QTableWidget*>("tableWidget")->item(row, 1);
+        QTableWidgetItem* cell = requireChild<QTableWidget>(&w, "tableWidget")->item(row, 1);
         return cell ? cell->text() : QString();
     }
 
-    static void open(MainWindow& w, ModalWatcher& watcher, const QString& path)
-    {
-        watcher.answerFile(path);
-        w.on_open_action_triggered();
-    }
-
-    static QByteArray readAll(const QString& path)
-    {
-        QFile f(path);
-        return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-    }
-
 private slots:
+    void examplesOpenInBothForms()
+    {
+        for (const char* name : {"small", "plant"}) {
+            const std::string base = std::string(VELMORA_EXAMPLES) + "/" + name;
+            CTreeItemRoot scrambled, plain;
+            QVERIFY(CCsvLoader(&scrambled).Load(base + ".cfg", false));
+            QVERIFY(CCsvLoader(&plain).Load(base + ".csv", true));
+            QVERIFY(scrambled.GetItemsCount(itTag) > 2);
+            QCOMPARE(plain.GetItemsCount(itTag), scrambled.GetItemsCount(itTag));
+            QCOMPARE(plain.GetItemsCount(itGroup), scrambled.GetItemsCount(itGroup));
+        }
+    }
+
     void openShowsTheTreeAndItsTables()
     {
-        ModalWatcher watcher;
-        MainWindow w;
-        w.show();
-        open(w, watcher, example("worked_example.cfg"));
-        QVERIFY(MainWindowProbe::configOpen(w) && !MainWindowProbe::dirty(w));
-
-        QTreeWidgetItem* root = tree(w)->topLevelItem(0);
+        Session s(example("worked_example.cfg"));
+        QVERIFY(MainWindowProbe::configOpen(s.w) && !MainWindowProbe::dirty(s.w));
+        QTreeWidgetItem* root = s.tree()->topLevelItem(0);
         QVERIFY(root->isExpanded());
         QTreeWidgetItem* channel = root->child(0);
         QTreeWidgetItem* group = channel->child(0)->child(0);
         QCOMPARE(group->type(), int(TreeItemGroup));
-        QVERIFY(!group->icon(0).isNull());
-        QCOMPARE(rootProperty(w, 0), example("worked_example.cfg"));
-        QCOMPARE(rootProperty(w, 1), QString("2"));
+        QCOMPARE(rootProperty(s.w, 0), example("worked_example.cfg"));
+        QCOMPARE(rootProperty(s.w, 1), QString("2"));
 
         // A channel forces the read-only properties; a group opens the tag table.
-        auto* tabs = w.findChild<QTabWidget*>("tabWidget");
-        auto* props = w.findChild<QTableWidget*>("tableWidget");
-        tree(w)->setCurrentItem(channel);
+        auto* tabs = requireChild<QTabWidget>(&s.w, "tabWidget");
+        auto* props = requireChild<QTableWidget>(&s.w, "tableWidget");
+        s.tree()->setCurrentItem(channel);
         QVERIFY(!tabs->isTabEnabled(1));
         QCOMPARE(props->item(0, 1)->flags(), Qt::ItemIsEnabled | Qt::ItemIsSelectable);
-
-        tree(w)->setCurrentItem(group);
+        s.tree()->setCurrentItem(group);
         QVERIFY(tabs->isTabEnabled(1));
         // The tag count cell shows no text: the count is its item type.
         QCOMPARE(props->item(3, 0)->text(), QString("Кол-во тегов"));
         QCOMPARE(props->item(3, 1)->text(), QString());
         QCOMPARE(props->item(3, 1)->type(), 3);
-        QCOMPARE(MainWindowProbe::tagModel(w)->index(0, 0).data().toString(), QString("Tag_0"));
-        QCOMPARE(watcher.unexpectedCount(), 0);
+        QCOMPARE(MainWindowProbe::tagModel(s.w)->index(0, 0).data().toString(), QString("Tag_0"));
+        QCOMPARE(s.watcher.unexpectedCount(), 0);
+    }
+
+    void tablesReadableWhenMaximised()
+    {
+        Session s(kPlant);
+        s.w.showMaximized();
+        auto* tags = requireChild<QTableView>(&s.w, "tableView");
+        auto* values = requireChild<QTableView>(&s.w, "tableView_2");
+        requireChild<QTabWidget>(&s.w, "tabWidget")->setCurrentIndex(1);
+        for (const auto& [name, group] : MainWindowProbe::groups(s.w)) {
+            s.select(group);
+            QVERIFY(tags->model()->rowCount() > 0);
+            // Every name is whole, or tells itself in a tooltip (below).
+            for (int r = 0; r < tags->model()->rowCount(); ++r) {
+                const QModelIndex index = tags->model()->index(r, 0);
+                QVERIFY2(tags->columnWidth(0) >= tags->sizeHintForIndex(index).width(),
+                         qPrintable(index.data().toString()));
+            }
+            for (QTableView* table : {tags, values}) {
+                QHeaderView* header = table->horizontalHeader();
+                for (int c = 0; c < header->count(); ++c)
+                    QVERIFY2(header->sectionSize(c) >= header->sectionSizeHint(c), qPrintable(name));
+                QVERIFY(table->rowHeight(0) < 2 * table->fontMetrics().height());
+            }
+        }
+
+        // A name cut by the user's narrow column shows whole in its tooltip; a
+        // cell that fits shows none.
+        const QModelIndex first = tags->model()->index(0, 0);
+        tags->setColumnWidth(0, 30);
+        QHelpEvent cut(QEvent::ToolTip, tags->visualRect(first).center(),
+                       tags->viewport()->mapToGlobal(tags->visualRect(first).center()));
+        QApplication::sendEvent(tags->viewport(), &cut);
+        QTRY_COMPARE(QToolTip::text(), first.data().toString());
+        tags->resizeColumnToContents(0);
+        QApplication::sendEvent(tags->viewport(), &cut);
+        QTRY_VERIFY(QToolTip::text().isEmpty());
+        QCOMPARE(s.watcher.unexpectedCount(), 0);
+    }
+
+    void keysInTheTagTableAndTheTree()
+    {
+        Session s(kPlant);
+        // The window manager's part: the window active again after each box.
+        auto focus = [&s](QWidget* widget) {
+            s.w.activateWindow();
+            QVERIFY(QTest::qWaitForWindowActive(&s.w));
+            widget->setFocus();
+        };
+        CItem* group = MainWindowProbe::groups(s.w).begin()->second;
+        s.select(group);
+        auto* tags = requireChild<QTableView>(&s.w, "tableView");
+        requireChild<QTabWidget>(&s.w, "tabWidget")->setCurrentIndex(1);
+        focus(tags);
+        s.selectRows({0});
+
+        // Delete in the table is the tag command's question; in the tree, the group's.
+        QString asked;
+        s.watcher.answer(recordQuestion(asked));
+        QTest::keyClick(tags, Qt::Key_Delete);
+        QCOMPARE(asked, QString("Вы действительно хотите удалить выбранные теги?"));
+        const uint before = group->size();
+        focus(tags);
+        QTest::keyClick(tags, Qt::Key_C, Qt::ControlModifier);
+        QTest::keyClick(tags, Qt::Key_V, Qt::ControlModifier);
+        QCOMPARE(group->size(), before + 1);
+        QCOMPARE(tags->model()->rowCount(), int(before + 1));
+
+        focus(s.tree());
+        s.watcher.answer(recordQuestion(asked));
+        QTest::keyClick(s.tree(), Qt::Key_Delete);
+        QCOMPARE(asked, QString("Вы действительно хотите удалить выбранную группу?"));
+        QCOMPARE(s.watcher.unexpectedCount(), 0);
+    }
+
+    void tagDialogTabsInVisualOrder()
+    {
+        auto* tag = new CDATagInfo;
+        tag->Init();
+        TagSetupDialog dialog(tag, false);
+        dialog.Init();
+        // Every field open: a holding register, writable, a segment, a scale, a constant.
+        requireChild<QComboBox>(&dialog, "regTypeBox")->setCurrentIndex(3);
+        requireChild<QComboBox>(&dialog, "writeBox")->setCurrentIndex(1);
+        requireChild<QSpinBox>(&dialog, "regsInSegmentBox")->setValue(5);
+        requireChild<QComboBox>(&dialog, "transformTypeBox")->setCurrentIndex(1);
+        dialog.show();
+        dialog.activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(&dialog));
+        requireChild<QWidget>(&dialog, "nameEdit")->setFocus();
+        QStringList order;
+        for (int i = 0; i < 19; ++i) {
+            QWidget* at = QApplication::focusWidget();
+            while (at && at->objectName().startsWith("qt_"))
+                at = at->parentWidget();
+            order << (at ? at->objectName() : QString());
+            QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+        }
+        QCOMPARE(order, QString("nameEdit regTypeBox addrBox valTypeBox byteOrderBox readBox writeBox "
+                                "writeGroupBox regsInSegmentBox segmentPosBox transformTypeBox srcMinEdit "
+                                "srcMaxEdit dstMinEdit dstMaxEdit emulTypeBox constEdit spinBox_5")
+                                .split(' ') +
+                            QStringList{QString()});
+        delete tag;
     }
 
     void saveExportImportAndTheirFailures()
     {
-        ModalWatcher watcher;
-        MainWindow w;
-        w.show();
-        open(w, watcher, example("worked_example.cfg"));
+        Session s(example("worked_example.cfg"));
+        MainWindow& w = s.w;
+        ModalWatcher& watcher = s.watcher;
         const QByteArray plainText = readAll(example("worked_example.csv"));
 
         MainWindowProbe::dirty(w) = true;
@@ -96,9 +226,7 @@ private slots:
         watcher.answerFile(cfg);
         w.on_save_action_triggered();
         QVERIFY(!MainWindowProbe::dirty(w));
-        const QByteArray scrambled = readAll(cfg);
-        QVERIFY(scrambled.startsWith(CScrambler::Encode("CHANNEL;")));
-        QCOMPARE(CScrambler::Decode(scrambled).toUtf8(), plainText);
+        QCOMPARE(CScrambler::Decode(readAll(cfg)).toUtf8(), plainText);
 
         // The plain form comes back through import.
         watcher.answerFile(csv);
@@ -108,20 +236,22 @@ private slots:
 
         // A cancelled open keeps the path; a cancelled save forgets it, and the
         // root row shows that at its next refresh.
-        open(w, watcher, QString());
+        watcher.answerFile(QString());
+        w.on_open_action_triggered();
         QCOMPARE(MainWindowProbe::configPath(w), csv);
         watcher.answerFile(QString());
         w.on_save_action_triggered();
         QCOMPARE(rootProperty(w, 0), QString());
 
         // A bad file: the code-7 box, and the old rows stay in view over what
-        // the reader managed.
+        // the reader managed, which has a channel of the same name.
+        s.select(s.node("Channel_0.Device_0.Group_0"));
+        w.on_copy_action_triggered();
         const QString bad = m_dir.filePath("bad.csv");
         QFile f(bad);
         QVERIFY(f.open(QIODevice::WriteOnly));
         f.write("CHANNEL;1;2;3;4;5;6;7;8;9;10;11;12;13;14\n;Channel_0;COM-порт;MODBUS "
-                "RTU;500;3;0;1;9600;8;1;Нет;Нет;"
-                "Нет;Нет\nGROUP;1;2;3\n;Group_0;50;мс\n");
+                "RTU;500;3;0;1;9600;8;1;Нет;Нет;Нет;Нет\nGROUP;1;2;3\n;Group_0;50;мс\n");
         f.close();
         watcher.answerFile(bad);
         watcher.answer(QMessageBox::Ok);
@@ -129,10 +259,25 @@ private slots:
         QCOMPARE(watcher.seen().last().text, QString("Ошибка заполнения дерева, не верный формат файла."));
         QCOMPARE(tree(w)->topLevelItem(0)->childCount(), 2);
         QCOMPARE(MainWindowProbe::root(w).size(), 1u);
-        // Their nodes are gone: selecting one shows nothing and doesn't crash.
-        tree(w)->setCurrentItem(tree(w)->topLevelItem(0)->child(1));
-        QCOMPARE(w.findChild<QTableWidget*>("tableWidget")->item(0, 0), nullptr);
+        QCOMPARE(MainWindowProbe::tagModel(w)->rowCount(), 0);
 
+        // The old rows lead nowhere: selecting, editing, deleting, copying or
+        // pasting on one shows nothing, asks nothing and changes nothing.
+        const int seen = watcher.seen().size();
+        for (QTreeWidgetItem* old : {tree(w)->topLevelItem(0)->child(0), tree(w)->topLevelItem(0)->child(1),
+                                     tree(w)->topLevelItem(0)->child(0)->child(0)->child(0)}) {
+            tree(w)->setCurrentItem(old);
+            QCOMPARE(requireChild<QTableWidget>(&w, "tableWidget")->item(0, 0), nullptr);
+            w.on_edit_action_triggered();
+            w.on_delete_action_triggered();
+            w.on_paste_action_triggered();
+            w.on_copy_action_triggered();
+            w.on_add_device_action_triggered();
+            w.on_add_tag_action_triggered();
+        }
+        QCOMPARE(watcher.seen().size(), seen);
+        QCOMPARE(MainWindowProbe::root(w).size(), 1u);
+        QCOMPARE(MainWindowProbe::root(w).GetItemsCount(itGroup), 0u);
         QCOMPARE(watcher.unexpectedCount(), 0);
     }
 };
