@@ -1,22 +1,32 @@
+#include "app/logging.h"
 #include "app/mainwindow.h"
+#include "app/progressbar.h"
 #include "tests/common/mainwindowprobe.h"
 #include "tests/common/modalwatcher.h"
 
 #include <QAbstractButton>
 #include <QAction>
 #include <QCloseEvent>
+#include <QRegularExpression>
 #include <QTabWidget>
 #include <QTreeWidget>
 #include <QtTest>
 
-// Drives the frame of the main window: the state table of the commands, the
-// closing question, the address text and the background worker.
+// The frame of the program: the real program's start and log, the state table
+// of the commands, the closing question and the busy dialog.
 class MainWindowTest : public QObject
 {
     Q_OBJECT
 
-private:
-    static QAction* action(MainWindow& w, const char* name) { return w.findChild<QAction*>(name); }
+    static QString logPath() { return logFolderPath() + "VelmoraGui.log"; }
+
+    static QStringList logLines()
+    {
+        QFile f(logPath());
+        if (!f.open(QIODevice::ReadOnly | QIODevice::Text))
+            return {};
+        return QString::fromUtf8(f.readAll()).split('\n', Qt::SkipEmptyParts);
+    }
 
     // The actions that setEnabledToolbar governs, in table order; all are on for a group.
     static QStringList governed()
@@ -32,29 +42,52 @@ private:
     {
         QStringList on;
         for (const QString& n : governed())
-            if (action(w, qPrintable(n))->isEnabled())
+            if (requireChild<QAction>(&w, qPrintable(n))->isEnabled())
                 on << n;
         return on;
     }
 
 private slots:
-    void startsWithOnlyTheNeutralCommands()
+    void startsAndLogs()
     {
+        // Two starts of the real program append a line each.
+        QFile::remove(logPath());
+        const QRegularExpression started(
+            R"(^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} Info: Приложение запущено$)");
+        for (int run = 1; run <= 2; ++run) {
+            QProcess p;
+            p.start(QString(VELMORA_BIN_DIR) + "/velmora", {});
+            QVERIFY(p.waitForStarted());
+            QTRY_COMPARE_WITH_TIMEOUT(logLines().filter(started).size(), run, 20000);
+            p.terminate();
+            QVERIFY(p.waitForFinished(10000));
+        }
+
+        // The handler writes category and text; a small file is not rotated.
+        QFile::remove(logPath());
+        openLogFile();
+        QtMessageHandler old = qInstallMessageHandler(messageHandler);
+        VLOG_WARNING().noquote() << "Не удалось сохранить файл конфигурации";
+        VLOG_INFO().noquote() << "строка 2";
+        qInstallMessageHandler(old);
+        rotateLogFile();
+        m_logFile->close();
+        const QStringList lines = logLines();
+        QCOMPARE(lines.size(), 2);
+        QVERIFY(lines[0].endsWith(" Warning: Не удалось сохранить файл конфигурации"));
+        QVERIFY(lines[1].endsWith(" Info: строка 2"));
+        QCOMPARE(QDir(logFolderPath()).entryList(QDir::Files), QStringList{"VelmoraGui.log"});
+
+        // At start only the neutral commands; after a channel row the root row
+        // keeps save enabled, though nothing was opened or saved.
         MainWindow w;
         QCOMPARE(enabledOf(w), QStringList({"open_action", "action_export_conf", "action_import_conf",
                                             "action", "add_channel_action"}));
-        QVERIFY(action(w, "run_server_action")->isEnabled());
-        auto* tree = w.findChild<QTreeWidget*>("treeWidget");
-        QCOMPARE(tree->topLevelItemCount(), 1);
-        QCOMPARE(tree->topLevelItem(0)->text(0), QString("Каналы"));
-        auto* tabs = w.findChild<QTabWidget*>("tabWidget");
+        auto* tabs = requireChild<QTabWidget>(&w, "tabWidget");
         QVERIFY(!tabs->isTabEnabled(1) && !tabs->isTabEnabled(2));
-
-        // Nothing was opened or saved, yet after a channel row the root row
-        // keeps save enabled.
         w.setEnabledToolbar(TreeItemChannel);
         w.setEnabledToolbar(TreeItemRoot);
-        QVERIFY(action(w, "save_action")->isEnabled());
+        QVERIFY(requireChild<QAction>(&w, "save_action")->isEnabled());
     }
 
     void stateTableInEveryMode_data()
@@ -103,7 +136,6 @@ private slots:
         MainWindow w;
         w.show();
         MainWindowProbe::dirty(w) = true;
-
         watcher.answer(QMessageBox::Cancel);
         QCloseEvent cancelled;
         w.closeEvent(&cancelled);
@@ -121,20 +153,43 @@ private slots:
         QCOMPARE(watcher.unexpectedCount(), 0);
     }
 
-    void helpers()
+    void busyDialogWaitsForItsWorker()
     {
-        QCOMPARE(MainWindow::ipAddrIntToQstring(0x0100A8C0), QString("192.168.0.1"));
+        ModalWatcher watcher;
+        for (int code : {0, 14, -1}) {
+            // The user can't close it while the worker runs; these codes say nothing.
+            ProgressBar dialog;
+            bool closed = true;
+            QTimer::singleShot(0, &dialog, [&] {
+                closed = dialog.close() || !dialog.isVisible();
+                dialog.slotCloseProgressBar(code);
+            });
+            dialog.exec();
+            QVERIFY(!closed && dialog.resultCode() == code);
+        }
+        QVERIFY(watcher.seen().isEmpty());
 
-        // Background work runs off the GUI thread.
-        MainWindow w;
-        std::atomic<bool> offGui{false}, done{false};
-        QThread* gui = QThread::currentThread();
-        w.runInBackground([&] {
-            offGui = QThread::currentThread() != gui;
-            done = true;
-        });
-        QTRY_VERIFY(done);
-        QVERIFY(offGui);
+        // Codes 1 to 13 warn first, with the dialog still open behind the box.
+        QStringList texts;
+        for (int code = 1; code <= 13; ++code) {
+            ProgressBar dialog;
+            bool openBehindBox = false;
+            watcher.answer([&](QWidget* box) {
+                openBehindBox = dialog.isVisible();
+                ModalWatcher::pressButton(box, QMessageBox::Ok);
+            });
+            QTimer::singleShot(0, &dialog, [&dialog, code] { dialog.slotCloseProgressBar(code); });
+            dialog.exec();
+            QVERIFY2(openBehindBox && dialog.resultCode() == code, qPrintable(QString::number(code)));
+            QCOMPARE(watcher.seen().last().title, QString("Внимание"));
+            texts << watcher.seen().last().text;
+        }
+        QCOMPARE(watcher.unexpectedCount(), 0);
+        // Both save failures read the same; every other code has its own words.
+        QCOMPARE(texts[11], texts[12]);
+        QCOMPARE(QSet<QString>(texts.begin(), texts.end()).size(), 12);
+        QCOMPARE(texts[7],
+                 QString("Ошибка отключение подписки выбранных тегов, подробности смотрите с логе."));
     }
 };
 

