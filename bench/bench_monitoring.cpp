@@ -167,7 +167,7 @@ int main(int argc, char** argv)
     }
 
     MainWindow window;
-    window.resize(1200, 800);
+    window.resize(1280, 800);
     window.show();
     runBusy(window, &MainWindow::openCSVFile, path);
     ModalWatcher watcher;

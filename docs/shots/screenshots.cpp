@@ -7,7 +7,6 @@
 #include <QApplication>
 #include <QDir>
 #include <QTabWidget>
-#include <QTableView>
 #include <QTreeWidget>
 
 #include <cstdio>
@@ -31,7 +30,9 @@ int main(int argc, char** argv)
     }
     const QDir out(QString::fromLocal8Bit(argv[1]));
 
+    // The size the README shows them at.
     MainWindow window;
+    window.resize(1280, 800);
     window.show();
     window.grab().save(out.filePath("main-window.png"));
 
@@ -47,7 +48,6 @@ int main(int argc, char** argv)
     }
     tree->setCurrentItem(group);
     window.findChild<QTabWidget*>("tabWidget")->setCurrentIndex(1);
-    window.findChild<QTableView*>("tableView")->resizeColumnsToContents();
     app.processEvents();
     window.grab().save(out.filePath("tag-table.png"));
 
