@@ -10,7 +10,6 @@
 #include "model/portio_cominfo.h"
 #include "model/portio_tcpinfo.h"
 #include "model/transform_linescaledata.h"
-#include "opcua/opcuawrapper.h"
 #include "tests/common/mainwindowprobe.h"
 #include "tests/common/session.h"
 #include "views/tablemodelmonitoring.h"
@@ -542,33 +541,6 @@ private slots:
         s.onRows({0, 1, 2, 3}, &MainWindow::tag_delete_action_triggered, {QMessageBox::Yes});
         QVERIFY(s.model()->rowCount() == 0 && s.w.focusWidget() == s.tree());
         QCOMPARE(s.watcher.unexpectedCount(), 0);
-    }
-
-    // A client that is not connected refuses every call, as a server that answers with an
-    // error would. (A series cut short is the gateway fault tests' business.)
-    void refusingServer()
-    {
-        OPCUAWrapper client; // outlives the window, which still points at it
-        Editing s;
-        MainWindowProbe::connected(s.w) = true;
-        MainWindowProbe::client(s.w) = &client;
-
-        // A refused edit keeps what the dialog wrote under the old key.
-        s.accept(Session::rename("Renamed"));
-        s.onRows({0}, &MainWindow::tag_edit_action_triggered, {QMessageBox::Ok});
-        QCOMPARE(s.watcher.seen().last().text, QString("Изменение тега завершилось неудачно"));
-        QVERIFY(!s.group->FindChildByName("Renamed") && s.group->begin()->second->GetName() == "Renamed");
-
-        s.onRows({1, 2}, &MainWindow::tag_delete_action_triggered, {QMessageBox::Yes, QMessageBox::Ok});
-        QCOMPARE(s.watcher.seen().last().text, QString("Удаление ноды завершилось неудачно"));
-        s.onRows({1}, &MainWindow::tag_copy_action_triggered);
-        s.onRows({}, &MainWindow::tag_paste_action_triggered, {QMessageBox::Ok});
-        QCOMPARE(s.watcher.seen().last().text,
-                 QString("Добавление тега завершилось неудачно, на сервере произошла ошибка"));
-        QCOMPARE(s.group->size(), 3u);
-        QCOMPARE(s.watcher.unexpectedCount(), 0);
-        MainWindowProbe::client(s.w) = nullptr;
-        MainWindowProbe::connected(s.w) = false;
     }
 };
 
