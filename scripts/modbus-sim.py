@@ -13,6 +13,10 @@ as the configurator counts) of TABLE co, di, ir or hr. TYPE is u16, i16, u32,
 i32, f32, f64 or bit; ORDER names the bytes on the wire, most significant
 first being A (AB, BA, ABCD, CDAB, BADC, DCBA, ABCDEFGH, GHEFCDAB, ...).
 
+--clock UNIT:ADDR keeps the wall clock (milliseconds of the epoch, low 32 bits,
+as u32 ABCD) at an input register, changed at uneven intervals, for latency
+measurements.
+
 It prints "ready" once it serves, "requests N" (reads answered so far) when
 that changes, and "write UNIT TABLE ADDR v1 v2 ..." for every write.
 """
@@ -20,6 +24,7 @@ import argparse
 import asyncio
 import logging
 import math
+import random
 import struct
 import sys
 import time
@@ -95,6 +100,12 @@ async def animate(devices):
         await asyncio.sleep(0.1)
 
 
+async def clock(device, address):
+    while True:
+        device.put("ir", address, encode("u32", "ABCD", int(time.time() * 1000) & 0xFFFFFFFF))
+        await asyncio.sleep(random.uniform(0.02, 0.08))
+
+
 async def report():
     shown = -1
     while True:
@@ -125,6 +136,7 @@ async def main():
     parser.add_argument("--size", type=int, default=2000, help="addresses per table")
     parser.add_argument("--set", action="append", default=[], metavar="SPEC")
     parser.add_argument("--demo", action="store_true", help="animate the demo map")
+    parser.add_argument("--clock", metavar="UNIT:ADDR", help="keep the wall clock at an input register")
     parser.add_argument("--garbage", action="store_true", help="answer garbage (TCP)")
     args = parser.parse_args()
     logging.basicConfig(level=logging.CRITICAL)
@@ -145,6 +157,9 @@ async def main():
     tasks = [asyncio.create_task(report())]
     if args.demo:
         tasks.append(asyncio.create_task(animate(devices)))
+    if args.clock:
+        unit, address = (int(x) for x in args.clock.split(":"))
+        tasks.append(asyncio.create_task(clock(devices[unit], address)))
     serving = asyncio.create_task(server.serve_forever())
     await asyncio.sleep(0.2)
     out("ready")

@@ -128,7 +128,9 @@ UA_StatusCode CAddressSpace::BuildUnder(CItem* item, const std::string& parentId
         attr.valueRank = UA_VALUERANK_SCALAR;
         attr.accessLevel = UA_ACCESSLEVELMASK_READ | (writable ? UA_ACCESSLEVELMASK_WRITE : 0);
         attr.userAccessLevel = attr.accessLevel;
-        attr.minimumSamplingInterval = double(tag->runtime.updateMs);
+        // A polled value is read from memory: it may be sampled as fast as the
+        // server samples at all, so that a change waits for its poll alone.
+        attr.minimumSamplingInterval = tag->live ? 10.0 : double(tag->runtime.updateMs);
         UA_DataSource source;
         source.read = &CAddressSpace::ReadTag;
         source.write = writable ? &CAddressSpace::WriteTag : nullptr;

@@ -206,13 +206,18 @@ void CChannelPoller::Report(const std::string& what, CModbusLink::Result result,
     // One line when a request starts failing, one when it recovers.
     const std::string text = result == CModbusLink::Ok ? std::string() : why;
     std::string& last = m_lastErrors[what];
-    if (last == text)
+    if (last == text) {
+        if (text.empty())
+            m_lastErrors.erase(what);
         return;
-    if (result == CModbusLink::Ok)
+    }
+    if (result == CModbusLink::Ok) {
         m_log(false, "Канал " + m_name + ", " + what + ": снова в порядке");
-    else
+        m_lastErrors.erase(what);
+    } else {
         m_log(true, "Канал " + m_name + ", " + what + ": " + why);
-    last = text;
+        last = text;
+    }
 }
 
 CModbusLink::Result CChannelPoller::Attempt(const std::function<CModbusLink::Result(std::string&)>& call,
@@ -265,10 +270,14 @@ void CChannelPoller::Poll(const DeviceState& device, int group)
             },
             why);
         const std::int64_t now = NowMs();
-        static const char* const kTables[] = {"входы", "катушки", "входные регистры", "регистры хранения"};
-        Report("устройство " + device.config.name + ", " + kTables[request.table] + " " +
-                   std::to_string(request.start) + "+" + std::to_string(request.count),
-               result, why);
+        // The common case, all well and nothing to recover from, costs no text.
+        if (result != CModbusLink::Ok || !m_lastErrors.empty()) {
+            static const char* const kTables[] = {"входы", "катушки", "входные регистры",
+                                                  "регистры хранения"};
+            Report("устройство " + device.config.name + ", " + kTables[request.table] + " " +
+                       std::to_string(request.start) + "+" + std::to_string(request.count),
+                   result, why);
+        }
         for (int index : request.items) {
             const CPollPoint& point = points[index];
             if (result != CModbusLink::Ok) {
