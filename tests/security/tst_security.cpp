@@ -100,7 +100,6 @@ class TstSecurity : public QObject
         watcher.answerFile(QString());
         requireChild<QPushButton>(d, "pushButton_fileDialogKey")->click();
         QCOMPARE(requireChild<QLineEdit>(d, "lineEdit_outputCatalogKey")->text(), QString());
-        QCOMPARE(watcher.seen().last().title, QString("Открыть каталог"));
 
         // Each step mends the last complaint and meets the next one.
         const auto walk = [&](std::initializer_list<std::tuple<const char*, QString, QString>> steps) {
@@ -146,11 +145,6 @@ private slots:
         ModalWatcher watcher;
         MainWindow w;
         QAction* command = w.findChild<QAction*>("create_certiifcates");
-        // A cancelled form runs nothing.
-        watcher.answer([](QWidget* d) { requireChild<QPushButton>(d, "pushButton_cancel")->click(); });
-        command->trigger();
-        QVERIFY(watcher.seen().size() == 1 && recordedArguments().isEmpty());
-
         const QString folder = m_work.path();
         watcher.answer([&](QWidget* d) {
             walkCertificateForm(d, watcher);
