@@ -1,0 +1,71 @@
+// Renders docs/modbus-monitoring.png: the monitoring tab showing the demo
+// simulator's live values through the bundled gateway.
+//   cmake --build build --target velmora_modbus_shot
+//   QT_QPA_PLATFORM=offscreen build/bin/velmora_modbus_shot docs/modbus-monitoring.png
+#include "config/scrambler.h"
+#include "gatewayprocess.h"
+#include "tests/common/session.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QEventLoop>
+#include <QFile>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QTimer>
+#include <QTreeWidget>
+
+#include <cstdio>
+
+namespace {
+
+void runFor(int ms)
+{
+    QEventLoop loop;
+    QTimer::singleShot(ms, &loop, &QEventLoop::quit);
+    loop.exec();
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    QApplication app(argc, argv);
+    if (argc != 2) {
+        std::fprintf(stderr, "usage: velmora_modbus_shot <picture.png>\n");
+        return 2;
+    }
+    // The demo configuration, on a port of its own.
+    const int port = GatewayProcess::freePort();
+    QFile demo(QString(VELMORA_EXAMPLES) + "/modbus-demo.csv");
+    QTemporaryDir dir;
+    const QString path = dir.filePath("modbus-demo.cfg");
+    if (!demo.open(QIODevice::ReadOnly) ||
+        !CScrambler::WriteFile(path, QString::fromUtf8(demo.readAll())
+                                         .replace(";127.0.0.1;1502;", QString(";127.0.0.1;%1;").arg(port)))) {
+        std::fprintf(stderr, "velmora_modbus_shot: can't prepare the demo configuration\n");
+        return 1;
+    }
+    QProcess sim;
+    sim.start("/usr/bin/python3", {VELMORA_MODBUS_SIM, "--tcp", QString::number(port), "--demo"});
+    GatewayProcess gateway;
+    if (!sim.waitForReadyRead(20000) || !gateway.start(GatewayProcess::Options(path))) {
+        std::fprintf(stderr, "velmora_modbus_shot: no simulator or gateway:\n%s\n",
+                     qPrintable(gateway.output()));
+        return 1;
+    }
+
+    Session session(path);
+    session.w.resize(1280, 800);
+    session.watcher.answerConnect(gateway.url());
+    session.w.findChild<QAction*>("action")->trigger();
+    session.select(session.node("Стенд.Котёл.Быстрая"));
+    session.tree()->expandAll();
+    session.w.findChild<QAction*>("monitoring_action")->trigger();
+    runFor(3000);
+    const bool saved = session.w.grab().save(QString::fromLocal8Bit(argv[1]));
+    session.w.findChild<QAction*>("monitoring_action")->trigger();
+    sim.kill();
+    sim.waitForFinished(5000);
+    return saved ? 0 : 1;
+}
