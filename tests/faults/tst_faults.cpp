@@ -30,18 +30,6 @@ QString write(const QString& path, const QByteArray& bytes)
     return path;
 }
 
-// What a fresh reader makes of a file: whether the load succeeds, and the
-// channels and tags it keeps.
-QString readBack(const QString& path)
-{
-    CTreeItemRoot root;
-    const bool read = CCsvLoader(&root).Load(path.toStdString(), path.endsWith(".csv"));
-    return QString("%1, %2 channels, %3 tags")
-        .arg(read ? "read" : "failed")
-        .arg(root.size())
-        .arg(root.GetItemsCount(itTag));
-}
-
 const QString kPlant = QString(VELMORA_EXAMPLES) + "/plant.cfg";
 const QString kSmall = QString(VELMORA_EXAMPLES) + "/small.cfg";
 
@@ -192,7 +180,9 @@ private slots:
         QVERIFY(QFile::link(real, m_dir.filePath("link.cfg")));
         QCOMPARE(save(m_dir.filePath("link.cfg")), 0);
         QVERIFY(QFileInfo(m_dir.filePath("link.cfg")).isSymLink());
-        QCOMPARE(readBack(real), readBack(kPlant));
+        CTreeItemRoot saved;
+        QVERIFY(CCsvLoader(&saved).Load(real.toStdString(), false));
+        QCOMPARE(saved.GetItemsCount(itTag), MainWindowProbe::root(w).GetItemsCount(itTag));
         QVERIFY(!MainWindowProbe::dirty(w));
     }
 };
