@@ -149,39 +149,34 @@ private slots:
     void openSaveExportImportAndTheirFailures()
     {
         Session s(example("worked_example.cfg"));
-        QVERIFY(MainWindowProbe::configOpen(s.w) && !MainWindowProbe::dirty(s.w));
-        QTreeWidgetItem* root = s.tree()->topLevelItem(0);
-        QVERIFY(root->isExpanded());
-        QTreeWidgetItem* channel = root->child(0);
-        QTreeWidgetItem* group = channel->child(0)->child(0);
-        QCOMPARE(group->type(), int(TreeItemGroup));
-        QCOMPARE(rootProperty(s.w, 0), example("worked_example.cfg"));
-        QCOMPARE(rootProperty(s.w, 1), QString("2"));
-
-        // A channel forces the read-only properties; a group opens the tag table.
-        auto* tabs = requireChild<QTabWidget>(&s.w, "tabWidget");
-        auto* props = requireChild<QTableWidget>(&s.w, "tableWidget");
-        s.tree()->setCurrentItem(channel);
-        QVERIFY(!tabs->isTabEnabled(1));
-        QCOMPARE(props->item(0, 1)->flags(), Qt::ItemIsEnabled | Qt::ItemIsSelectable);
-        s.tree()->setCurrentItem(group);
-        QVERIFY(tabs->isTabEnabled(1));
-        // The tag count cell shows no text: the count is its item type.
-        QCOMPARE(props->item(3, 0)->text(), QString("Кол-во тегов"));
-        QCOMPARE(props->item(3, 1)->text(), QString());
-        QCOMPARE(props->item(3, 1)->type(), 3);
-        QCOMPARE(MainWindowProbe::tagModel(s.w)->index(0, 0).data().toString(), QString("Tag_0"));
         MainWindow& w = s.w;
         ModalWatcher& watcher = s.watcher;
-        const QByteArray plainText = readAll(example("worked_example.csv"));
+        QVERIFY(MainWindowProbe::configOpen(w) && !MainWindowProbe::dirty(w));
+        QTreeWidgetItem* root = s.tree()->topLevelItem(0);
+        QVERIFY(root->isExpanded() && root->child(0)->child(0)->child(0)->type() == TreeItemGroup);
+        QCOMPARE(rootProperty(w, 0), example("worked_example.cfg"));
+        QCOMPARE(rootProperty(w, 1), QString("2"));
 
+        // A channel forces the read-only properties; a group opens the tag table,
+        // and its tag count cell shows no text: the count is its item type.
+        auto* tabs = requireChild<QTabWidget>(&w, "tabWidget");
+        auto* props = requireChild<QTableWidget>(&w, "tableWidget");
+        s.select(s.node("Channel_0"));
+        QVERIFY(!tabs->isTabEnabled(1));
+        QCOMPARE(props->item(0, 1)->flags(), Qt::ItemIsEnabled | Qt::ItemIsSelectable);
+        s.select(s.node("Channel_0.Device_0.Group_0"));
+        QVERIFY(tabs->isTabEnabled(1));
+        QCOMPARE(props->item(3, 0)->text(), QString("Кол-во тегов"));
+        QVERIFY(props->item(3, 1)->text().isEmpty() && props->item(3, 1)->type() == 3);
+        QCOMPARE(MainWindowProbe::tagModel(w)->index(0, 0).data().toString(), QString("Tag_0"));
+
+        const QByteArray plainText = readAll(example("worked_example.csv"));
         MainWindowProbe::dirty(w) = true;
         const QString csv = m_dir.filePath("exported.csv");
         watcher.answerFile(csv);
         w.on_action_export_conf_triggered();
         QVERIFY(MainWindowProbe::dirty(w)); // an export doesn't count as a save
         QCOMPARE(readAll(csv), plainText);
-
         const QString cfg = m_dir.filePath("saved.cfg");
         watcher.answerFile(cfg);
         w.on_save_action_triggered();
@@ -207,27 +202,24 @@ private slots:
         // the reader managed, which has a channel of the same name.
         s.select(s.node("Channel_0.Device_0.Group_0"));
         w.on_copy_action_triggered();
-        const QString bad = m_dir.filePath("bad.csv");
-        QFile f(bad);
-        QVERIFY(f.open(QIODevice::WriteOnly));
-        f.write("CHANNEL;1;2;3;4;5;6;7;8;9;10;11;12;13;14\n;Channel_0;COM-порт;MODBUS "
-                "RTU;500;3;0;1;9600;8;1;Нет;Нет;Нет;Нет\nGROUP;1;2;3\n;Group_0;50;мс\n");
-        f.close();
-        watcher.answerFile(bad);
+        QFile bad(m_dir.filePath("bad.csv"));
+        QVERIFY(bad.open(QIODevice::WriteOnly) && bad.write(plainText.left(plainText.indexOf("DEVICE"))) > 0);
+        bad.write("GROUP;1;2;3\n;Group_0;50;мс\n");
+        bad.close();
+        watcher.answerFile(bad.fileName());
         watcher.answer(QMessageBox::Ok);
         w.on_action_import_conf_triggered();
         QCOMPARE(watcher.seen().last().text, QString("Ошибка заполнения дерева, не верный формат файла."));
-        QCOMPARE(tree(w)->topLevelItem(0)->childCount(), 2);
-        QCOMPARE(MainWindowProbe::root(w).size(), 1u);
+        QVERIFY(s.tree()->topLevelItem(0)->childCount() == 2 && MainWindowProbe::root(w).size() == 1);
         QCOMPARE(MainWindowProbe::tagModel(w)->rowCount(), 0);
 
         // The old rows lead nowhere: selecting, editing, deleting, copying or
         // pasting on one shows nothing, asks nothing and changes nothing.
         const int seen = watcher.seen().size();
-        for (QTreeWidgetItem* old : {tree(w)->topLevelItem(0)->child(0), tree(w)->topLevelItem(0)->child(1),
-                                     tree(w)->topLevelItem(0)->child(0)->child(0)->child(0)}) {
-            tree(w)->setCurrentItem(old);
-            QCOMPARE(requireChild<QTableWidget>(&w, "tableWidget")->item(0, 0), nullptr);
+        root = s.tree()->topLevelItem(0);
+        for (QTreeWidgetItem* old : {root->child(0), root->child(1), root->child(0)->child(0)->child(0)}) {
+            s.tree()->setCurrentItem(old);
+            QCOMPARE(props->item(0, 0), nullptr);
             w.on_edit_action_triggered();
             w.on_delete_action_triggered();
             w.on_paste_action_triggered();
@@ -236,8 +228,7 @@ private slots:
             w.on_add_tag_action_triggered();
         }
         QCOMPARE(watcher.seen().size(), seen);
-        QCOMPARE(MainWindowProbe::root(w).size(), 1u);
-        QCOMPARE(MainWindowProbe::root(w).GetItemsCount(itGroup), 0u);
+        QVERIFY(MainWindowProbe::root(w).size() == 1 && MainWindowProbe::root(w).GetItemsCount(itGroup) == 0);
         QCOMPARE(watcher.unexpectedCount(), 0);
     }
 };

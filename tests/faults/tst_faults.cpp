@@ -35,24 +35,20 @@ const QString kSmall = QString(VELMORA_EXAMPLES) + "/small.cfg";
 
 // Child modes of this program. "save": saves the plant and the small tree over
 // the target in turn, for ever, and is killed with SIGKILL by a thread of its
-// own after the given microseconds. "load": reads a file and ends.
-int childMain(const QStringList& args)
+// own after the given microseconds. "load": reads a file, 0 when it fails.
+int childMain(const QString& mode, const QString& path, int delay)
 {
-    if (args.value(1) == "load") {
-        CTreeItemRoot root;
-        CCsvLoader(&root).Load(args.value(2).toStdString(), args.value(2).endsWith(".csv"));
-        return 0;
-    }
     CTreeItemRoot trees[2];
+    if (mode == "load")
+        return CCsvLoader(&trees[0]).Load(path.toStdString(), path.endsWith(".csv")) ? 1 : 0;
     CCsvLoader(&trees[0]).Load(kPlant.toStdString(), false);
     CCsvLoader(&trees[1]).Load(kSmall.toStdString(), false);
-    const int delay = args.value(3).toInt();
     std::thread([delay] {
         usleep(delay);
         kill(getpid(), SIGKILL);
     }).detach();
     for (int i = 0;; ++i)
-        CConfigWriter::Save(trees[i % 2], args.value(2), false);
+        CConfigWriter::Save(trees[i % 2], path, false);
 }
 
 } // namespace
@@ -64,13 +60,6 @@ class FaultsTest : public QObject
     Q_OBJECT
 
     QTemporaryDir m_dir;
-
-    // A tmpfs of its own at `folder`; false where the test may not mount.
-    static bool mountTmpfs(const QString& folder, const QString& options)
-    {
-        QDir().mkpath(folder);
-        return QProcess::execute("mount", {"-t", "tmpfs", "-o", options, "tmpfs", folder}) == 0;
-    }
 
     static int runChild(const QStringList& args)
     {
@@ -87,7 +76,7 @@ private slots:
         // 20 MB of ";" on one line once took over a gigabyte. The peak is read
         // from a child that does nothing else.
         write(m_dir.filePath("semicolons.csv"), QByteArray(20 << 20, ';'));
-        QCOMPARE(runChild({"load", m_dir.filePath("semicolons.csv")}), 0);
+        QCOMPARE(runChild({"load", m_dir.filePath("semicolons.csv"), "0"}), 0);
         struct rusage usage;
         getrusage(RUSAGE_CHILDREN, &usage);
         QVERIFY2(usage.ru_maxrss < (4 * 20 + 50) * 1024, qPrintable(QString::number(usage.ru_maxrss)));
@@ -146,16 +135,17 @@ private slots:
         // A disk too small for the file: a tmpfs where one can be mounted, else a
         // file size limit, under which writes fail with EFBIG.
         const QString tiny = m_dir.filePath("tiny");
-        const bool mounted = mountTmpfs(tiny, "size=16k");
+        QDir().mkpath(tiny);
+        const bool mounted =
+            QProcess::execute("mount", {"-t", "tmpfs", "-o", "size=16k", "tmpfs", tiny}) == 0;
         const auto unmount = qScopeGuard([&] {
             if (mounted)
                 QProcess::execute("umount", {tiny});
         });
         const QString full = write(tiny + "/plant.cfg", old);
-        struct rlimit limit, was;
+        struct rlimit was;
         getrlimit(RLIMIT_FSIZE, &was);
-        limit = was;
-        limit.rlim_cur = mounted ? was.rlim_cur : rlim_t(old.size() + 100);
+        struct rlimit limit = {mounted ? was.rlim_cur : rlim_t(old.size() + 100), was.rlim_max};
         std::signal(SIGXFSZ, SIG_IGN);
         setrlimit(RLIMIT_FSIZE, &limit);
         const int fullResult = save(full);
@@ -189,12 +179,8 @@ private slots:
 
 int main(int argc, char** argv)
 {
-    if (argc > 1 && QByteArray(argv[1]) == "--child") {
-        QStringList args;
-        for (int i = 1; i < argc; ++i)
-            args << QString::fromLocal8Bit(argv[i]);
-        return childMain(args);
-    }
+    if (argc > 1 && QByteArray(argv[1]) == "--child")
+        return childMain(QString::fromLocal8Bit(argv[2]), QString::fromLocal8Bit(argv[3]), atoi(argv[4]));
     QApplication app(argc, argv);
     FaultsTest test;
     return QTest::qExec(&test, argc, argv);
