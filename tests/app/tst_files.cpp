@@ -1,5 +1,4 @@
 #include "app/mainwindow.h"
-#include "config/csvimporter.h"
 #include "config/scrambler.h"
 #include "dialogs/tagsetupdialog.h"
 #include "tests/common/mainwindowprobe.h"
@@ -64,10 +63,6 @@ private slots:
     {
         Session s(kPlant);
         s.w.showMaximized();
-        // The example's plain form describes the same tree.
-        CTreeItemRoot plain;
-        QVERIFY(CCsvLoader(&plain).Load(QString(kPlant).replace(".cfg", ".csv").toStdString(), true));
-        QCOMPARE(plain.GetItemsCount(itTag), MainWindowProbe::root(s.w).GetItemsCount(itTag));
         auto* tags = requireChild<QTableView>(&s.w, "tableView");
         auto* values = requireChild<QTableView>(&s.w, "tableView_2");
         requireChild<QTabWidget>(&s.w, "tabWidget")->setCurrentIndex(1);

@@ -50,18 +50,6 @@ CItem* Child(CItem* parent, const char* name)
     return parent ? parent->FindChildByName(name) : nullptr;
 }
 
-// Warning boxes of the reader, as they would reach the user.
-struct Warnings
-{
-    Warnings()
-    {
-        CUserNotifier::Install(
-            [this](const QString& title, const QString& text) { seen << title + "|" + text; });
-    }
-    ~Warnings() { CUserNotifier::Install(nullptr); }
-    QStringList seen;
-};
-
 const QString kTail =
     QStringLiteral("INIFILE\n\n[options]\nport = 4840\nlog = warning\nallowanonimus = true\n"
                    "derFile = \npemFile = \ntrustFolder = \n");
@@ -245,18 +233,22 @@ void TestCsvLoader::headerStateMachine()
 
 void TestCsvLoader::duplicatesAndTakenNames()
 {
-    Warnings warnings;
+    // Warning boxes of the reader, as they would reach the user.
+    QStringList warnings;
+    CUserNotifier::Install(
+        [&warnings](const QString& title, const QString& text) { warnings << title + "|" + text; });
+    const auto uninstall = qScopeGuard([] { CUserNotifier::Install(nullptr); });
     CTreeItemRoot root;
     CCsvLoader loader(&root);
     const QString text = kChannelHead + kCom1 + QString(kCom1).replace("Ch_A", "Ch_C") + kChannelHead +
                          kCom2 + kDevice + QStringLiteral(";Dev2;1;Нет;125;2000;0;Да\n");
     QVERIFY(!LoadText(root, text, true, &loader));
     QVERIFY(root.size() == 2 && !Child(&root, "Ch_C") && Child(&root, "Ch_B")->size() == 1);
-    QCOMPARE(warnings.seen, (QStringList{QStringLiteral("Внимание|Обнаружено дублирование COM порта"),
-                                         QStringLiteral("Внимание|Обнаружено дублирование устройства")}));
+    QCOMPARE(warnings, (QStringList{QStringLiteral("Внимание|Обнаружено дублирование COM порта"),
+                                    QStringLiteral("Внимание|Обнаружено дублирование устройства")}));
 
     // Two TCP channels on one address load silently.
-    warnings.seen.clear();
+    warnings.clear();
     CTreeItemRoot net;
     const QString tcp = QStringLiteral(";N1;TCP-соединение;MODBUS TCP;500;3;0;10.0.0.1;502;5000\n");
     QVERIFY(LoadText(net, kChannelHead + tcp + QString(tcp).replace("N1", "N2"), true) && net.size() == 2);
@@ -269,7 +261,7 @@ void TestCsvLoader::duplicatesAndTakenNames()
                          kDevice + QStringLiteral(";Dev2;2;Нет;125;2000;0;Да\n") + kGroup + kTagHead + kTag,
                      true));
     QVERIFY(taken.size() == 1 && Child(&taken, "Ch_A")->size() == 1 && taken.GetItemsCount(itTag) == 0);
-    QVERIFY(warnings.seen.isEmpty());
+    QVERIFY(warnings.isEmpty());
 }
 
 void TestCsvLoader::scrambledStopWordsAndOddBytes()

