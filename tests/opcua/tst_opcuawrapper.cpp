@@ -1,14 +1,23 @@
+#include "dialogs/dialogchoosecertificate.h"
 #include "opcua/opcuawrapper.h"
+#include "tests/common/modalwatcher.h"
 #include "tests/server/gatewayprocess.h"
 
 #include <open62541/plugin/create_certificate.h>
+#include <open62541/server.h>
+#include <open62541/server_config_default.h>
 
 #include <QDir>
 #include <QElapsedTimer>
+#include <QLineEdit>
 #include <QMutex>
+#include <QPushButton>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QtTest>
+
+#include <atomic>
+#include <thread>
 
 namespace {
 
@@ -64,6 +73,62 @@ bool makeCertificate(const QString& uri, const QString& der, const QString& key)
     return ok;
 }
 
+// A server of the test's own, for value types and statuses the gateway never sends.
+struct TypedServer
+{
+    TypedServer() : port(GatewayProcess::freePort())
+    {
+        UA_ServerConfig config{};
+        config.logging = &g_quiet;
+        UA_ServerConfig_setMinimal(&config, port, nullptr);
+        server = UA_Server_newWithConfig(&config);
+        UA_Server_addNamespace(server, "urn:velmora:test");
+    }
+    ~TypedServer()
+    {
+        running = false;
+        loop.join();
+        UA_Server_run_shutdown(server);
+        UA_Server_delete(server);
+    }
+    // A variable of ns=2 whose value is `v` of `type`, with `status`; a bad status comes without the value.
+    template <typename T> void add(const char* name, T v, const UA_DataType* type, UA_StatusCode status = 0)
+    {
+        UA_VariableAttributes attr = UA_VariableAttributes_default;
+        UA_Variant_setScalarCopy(&attr.value, &v, type);
+        const UA_NodeId id = UA_NODEID_STRING(2, const_cast<char*>(name));
+        UA_Server_addVariableNode(
+            server, id, UA_NODEID_NUMERIC(0, UA_NS0ID_OBJECTSFOLDER),
+            UA_NODEID_NUMERIC(0, UA_NS0ID_ORGANIZES), UA_QUALIFIEDNAME(2, const_cast<char*>(name)),
+            UA_NODEID_NUMERIC(0, UA_NS0ID_BASEDATAVARIABLETYPE), attr, nullptr, nullptr);
+        UA_DataValue value{};
+        value.hasValue = !UA_StatusCode_isBad(status);
+        if (value.hasValue)
+            value.value = attr.value;
+        value.hasStatus = true;
+        value.status = status;
+        UA_Server_writeDataValue(server, id, value);
+        UA_VariableAttributes_clear(&attr);
+    }
+    void start()
+    {
+        // Small limits, so that browsing has to split its requests and follow continuation points.
+        UA_Server_getConfig(server)->maxNodesPerBrowse = 3;
+        UA_Server_getConfig(server)->maxReferencesPerNode = 4;
+        UA_Server_run_startup(server);
+        loop = std::thread([this] {
+            while (running)
+                UA_Server_run_iterate(server, true);
+        });
+    }
+    QString url() const { return QString("opc.tcp://127.0.0.1:%1").arg(port); }
+
+    quint16 port;
+    UA_Server* server;
+    std::atomic<bool> running{true};
+    std::thread loop;
+};
+
 } // namespace
 
 // The client wrapper against the gateway on a free port: discovery, browsing,
@@ -89,16 +154,12 @@ private slots:
     void browseAndEditsReachTheGateway();
     void refusedAnonymousAndPlainPassword();
     void encryptedConnections();
+    void subscriptions();
+    void certificateChooserOnGuiThread();
 };
 
 void TstOpcuaWrapper::unreachableServerAndStaleClient()
 {
-    // Node names end at the first NUL, even inside the given length.
-    const QByteArray bytes = QString("Канал.Тег").toUtf8() + QByteArray("\0tail", 5);
-    const UA_String text = {size_t(bytes.size()),
-                            reinterpret_cast<UA_Byte*>(const_cast<char*>(bytes.data()))};
-    QCOMPARE(OPCUAWrapper::UA_StringToQString(text), QString("Канал.Тег"));
-
     const QString url = QStringLiteral("opc.tcp://127.0.0.1:%1").arg(GatewayProcess::freePort());
     OPCUAWrapper wrapper;
     QSignalSpy log(&wrapper, &OPCUAWrapper::signalSetLogDlgSearchDevice);
@@ -122,11 +183,7 @@ void TstOpcuaWrapper::unreachableServerAndStaleClient()
     QVERIFY(texts(log).first().startsWith("Не удалось получить конечные точки. Код ошибки Bad"));
     QCOMPARE(texts(log).last(), QString("Не удалось найти конечные точки на сервере."));
 
-    // A cancelled certificate choice gives up in silence and keeps the client.
-    useChooser("/c.der", "/k.pem", "");
     log.clear();
-    QCOMPARE(wrapper.connectToServer(url, kSecure, false, 3, "", ""), 1);
-    QVERIFY(log.isEmpty());
     QCOMPARE(wrapper.connectToServer(url, kNone, false, 0, "", ""), 1);
     QVERIFY(texts(log).last().startsWith("Не удалось подключиться к конечной точке. Код ошибки Bad"));
 
@@ -272,5 +329,158 @@ void TstOpcuaWrapper::encryptedConnections()
     }
 }
 
-QTEST_GUILESS_MAIN(TstOpcuaWrapper)
+// A server of the test's own (another application, whose endpoints are not offered): browsing within its
+// limits, what a value looks like when it reaches the program, refused items, and the deletion of the last
+// subscription.
+void TstOpcuaWrapper::subscriptions()
+{
+    TypedServer s;
+    s.add("G.b", UA_Boolean(true), &UA_TYPES[UA_TYPES_BOOLEAN]);
+    s.add("G.u16", UA_UInt16(60000), &UA_TYPES[UA_TYPES_UINT16]);
+    s.add("G.u32", UA_UInt32(4000000000u), &UA_TYPES[UA_TYPES_UINT32]);
+    s.add("G.i64", UA_Int64(-5000000000000), &UA_TYPES[UA_TYPES_INT64]);
+    s.add("G.u64", UA_UInt64(10000000000000000000u), &UA_TYPES[UA_TYPES_UINT64]);
+    s.add("G.f", UA_Float(1.5f), &UA_TYPES[UA_TYPES_FLOAT]);
+    s.add("G.d", UA_Double(2.25), &UA_TYPES[UA_TYPES_DOUBLE]);
+    s.add("G.s", UA_String(UA_STRING_STATIC("текст")), &UA_TYPES[UA_TYPES_STRING]);
+    s.add("H.bad", UA_Int16(1), &UA_TYPES[UA_TYPES_INT16], UA_STATUSCODE_BADNOCOMMUNICATION);
+    s.add("H.uncertain", UA_Int16(42), &UA_TYPES[UA_TYPES_INT16], UA_STATUSCODE_UNCERTAINLASTUSABLEVALUE);
+    s.start();
+
+    OPCUAWrapper* wrapper = OPCUAWrapper::GetInstance();
+    QCOMPARE(wrapper->findServers(s.url()), 0);
+    takeLog();
+    QCOMPARE(wrapper->getEndpoints(s.url()), 1);
+    QCOMPARE(takeLog().last(), QString("W Не удалось найти конечные точки на сервере."));
+    QCOMPARE(wrapper->connectToServer(s.url(), "http://opcfoundation.org/UA/SecurityPolicy#None (None)",
+                                      false, 0, "", ""),
+             0);
+    // Browsing within the server's limits still finds every node once.
+    wrapper->browseNodes(wrapper->client, "i=85");
+    QStringList found = wrapper->getVecNodes();
+    found.sort();
+    QCOMPARE(found.join(' '), QString("ns=2;s=G.b ns=2;s=G.d ns=2;s=G.f ns=2;s=G.i64 ns=2;s=G.s ns=2;s=G.u16 "
+                                      "ns=2;s=G.u32 ns=2;s=G.u64 ns=2;s=H.bad ns=2;s=H.uncertain"));
+
+    QMap<QString, QVariantList> latest; // by tag name
+    QList<QVariantList> bare;
+    QObject receiver;
+    connect(
+        wrapper, &OPCUAWrapper::signalDataChange, &receiver,
+        [&](QVariantList v) { v.size() == 5 ? void(latest[v[3].toString()] = v) : bare.append(v); },
+        Qt::QueuedConnection);
+
+    const QList<QString> typed = {"G.b", "G.u16", "G.u32", "G.i64", "G.u64", "G.f", "G.d", "G.s"};
+    QMap<int, QList<QString>> nodes;
+    takeLog();
+    // The empty group makes no subscription.
+    QCOMPARE(wrapper->subscriptionTag({typed, {}, {"H.bad", "H.uncertain"}}, 50, nodes), 0);
+    QCOMPARE(nodes.size(), 2);
+
+    auto iterateUntil = [wrapper](const std::function<bool()>& done) {
+        wrapper->setStatusIterate(true);
+        std::thread loop = wrapper->runIterate();
+        QTRY_VERIFY_WITH_TIMEOUT(done(), 10000);
+        wrapper->setStatusIterate(false);
+        loop.join();
+    };
+    iterateUntil([&] { return latest.contains("H.uncertain") && latest.contains("G.d"); });
+
+    // Items are numbered in request order; wide and unsigned values keep their sign and digits.
+    QStringList shown;
+    for (const QString& name : typed.first(7)) {
+        const QVariantList v = latest.value(name);
+        shown << (v.size() == 5 && v[4].toInt() == nodes.firstKey()
+                      ? QString("%1 %2 %3").arg(v[0].toString(), v[1].toString(), v[2].toString())
+                      : name);
+    }
+    QCOMPARE(shown, QStringList({"1 true Good", "2 60000 Good", "3 4000000000 Good", "4 -5000000000000 Good",
+                                 "5 10000000000000000000 Good", "6 1.5 Good", "7 2.25 Good"}));
+    // A text tag never reaches the table; it is only logged.
+    QVERIFY(!latest.contains("G.s"));
+    QVERIFY(takeLog().contains("W Поступил неизвестный тип ноды"));
+    // A status with a value passes unchanged; one without gives the one-element form.
+    QCOMPARE(latest["H.uncertain"].mid(1, 2), (QVariantList{42, QString("UncertainLastUsableValue")}));
+    QCOMPARE(bare, QList<QVariantList>{{QString("BadNoCommunication")}});
+
+    // A deletion ends the subscription made last and drops every name; a refused one keeps them.
+    const UA_UInt32 lastId = wrapper->subscriptionId;
+    wrapper->subscriptionId = lastId + 1000;
+    QCOMPARE(wrapper->deleteSubscriptionTag(), 1);
+    QVERIFY(takeLog().last().startsWith("W Не удалось создать запрос на отмену подписки. Код ошибки Bad"));
+    QCOMPARE(wrapper->mapNodes.size(), 2);
+    wrapper->subscriptionId = lastId;
+    QCOMPARE(wrapper->deleteSubscriptionTag(), 0);
+    QVERIFY(wrapper->mapNodes.isEmpty());
+
+    // An unknown node: every bad item is logged, the names stay, nothing is handed over.
+    QMap<int, QList<QString>> none;
+    QCOMPARE(wrapper->subscriptionTag({{"G.b"}, {"G.nope", "G.d", "G.gone"}}, 100, none), 2);
+    QVERIFY(none.isEmpty());
+    const QStringList log = takeLog();
+    QCOMPARE(log.filter("W Ошибка мониторинга ноды G.").size(), 2);
+    QVERIFY(log.contains("W Ошибка мониторинга ноды G.nope: BadNodeIdUnknown"));
+    QCOMPARE(log.last(), QString("W Операция создания подписки прервана, возникли ошибки мониторинга"));
+    QCOMPARE(wrapper->mapNodes.size(), 2);
+    // The server numbers only the items it made, so G.d is its item 1: the value must still be G.d's.
+    latest.clear();
+    iterateUntil([&] { return latest.contains("G.d"); });
+    QVERIFY(latest["G.d"][0] == 1u && !latest.contains("G.nope"));
+
+    // Without a session the first subscription is refused.
+    QCOMPARE(wrapper->disconnectToServer(), 0);
+    QCOMPARE(wrapper->subscriptionTag({{"G.b"}}, 100, none), 1);
+    QVERIFY(takeLog().last().startsWith("W Не удалось создать запрос на подписку. Код ошибки Bad"));
+}
+
+// The automatic connection asks from a worker thread; the dialog must still run on the GUI thread.
+void TstOpcuaWrapper::certificateChooserOnGuiThread()
+{
+    DialogChooseCertificate::InstallAsCertificateChooser();
+    OPCUAWrapper wrapper;
+    const QString url = QStringLiteral("opc.tcp://127.0.0.1:%1").arg(GatewayProcess::freePort());
+    QCOMPARE(wrapper.findServers(url), 1);
+    QSignalSpy log(&wrapper, &OPCUAWrapper::signalSetLogDlgSearchDevice);
+    wrapper.pathCertificate = "/known.der";
+    wrapper.pathTrustList = "/trust";
+
+    auto field = [](QWidget* dialog, const char* name) { return dialog->findChild<QLineEdit*>(name); };
+    auto click = [](QWidget* dialog, const char* name) { dialog->findChild<QPushButton*>(name)->click(); };
+    ModalWatcher watcher;
+    bool onGuiThread = false, stillOpen = false;
+    QStringList shown;
+    watcher.answer([&](QWidget* w) {
+        onGuiThread = QThread::currentThread() == qApp->thread();
+        shown << field(w, "certFileEdit")->text() << field(w, "clientCertEdit")->text();
+        click(w, "pushButton"); // the key is missing: returns once the warning has been answered
+        stillOpen = w->isVisible();
+        click(w, "pushButton_2");
+    });
+    watcher.answer(QMessageBox::Ok);
+    watcher.answer([&](QWidget* w) {
+        field(w, "keyFileEdit")->setText("/chosen/k.pem");
+        field(w, "clientCertEdit")->setText("/chosen/trust");
+        click(w, "pushButton");
+    });
+    std::atomic<int> cancelled{-1}, confirmed{-1};
+    std::thread worker([&] {
+        cancelled = wrapper.connectToServer(url, "p (Sign)", false, 1, "", "");
+        confirmed = wrapper.connectToServer(url, "p (Sign)", false, 2, "u", "p");
+    });
+    QTRY_VERIFY_WITH_TIMEOUT(confirmed != -1, 15000);
+    worker.join();
+    QVERIFY(onGuiThread && stillOpen);
+    QCOMPARE(shown, QStringList({"/known.der", "/trust"}));
+    QCOMPARE(watcher.seen().at(1).text, QString("Заполните все поля"));
+    QCOMPARE(watcher.unexpectedCount(), 0);
+    // An empty field makes the caller give up in silence; confirmed paths (all
+    // three filled) are taken over and the connection goes ahead (and fails here).
+    QCOMPARE(cancelled.load(), 1);
+    QCOMPARE(confirmed.load(), 1);
+    QCOMPARE(QStringList({wrapper.pathCertificate, wrapper.pathPrivateKey, wrapper.pathTrustList}),
+             QStringList({"/known.der", "/chosen/k.pem", "/chosen/trust"}));
+    QCOMPARE(log.size(), 1);
+}
+
+QTEST_MAIN(TstOpcuaWrapper)
 #include "tst_opcuawrapper.moc"
