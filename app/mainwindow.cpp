@@ -40,7 +40,10 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent), ui(new Ui_MainWin
     ui->tableView_2->setModel(m_monitoringModel);
 
     m_monitoringTimer = new QTimer(this);
-    connect(m_monitoringTimer, &QTimer::timeout, this, [this] { m_monitoringModel->updateData(); });
+    connect(m_monitoringTimer, &QTimer::timeout, this, [this] {
+        takeArrived();
+        m_monitoringModel->updateData();
+    });
 
     m_statusLabel = new QLabel("Сервер не запущен", this);
     statusBar()->addWidget(m_statusLabel);

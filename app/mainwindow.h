@@ -12,7 +12,9 @@
 
 #include <functional>
 #include <map>
+#include <mutex>
 #include <thread>
+#include <utility>
 #include <vector>
 
 class CDATagInfo;
@@ -137,6 +139,11 @@ private:
     CItem* pasteCopy(CItem* host, CItem* entry, bool single);
     // Live values of m_client reach slotDataChange, once.
     void connectClientValues();
+    // Called where a value arrives; the refresh timer calls takeArrived, which
+    // hands the collected values to slotDataChange on the GUI thread.
+    void collectDataChange(QList<QVariant> message);
+    void takeArrived();
+    void dropArrived();
     // Drops every way to the nodes below the root (row entries, group keys,
     // clipboard, table models) before those nodes are deleted.
     void forgetNodes();
@@ -182,8 +189,8 @@ private:
     QString m_serverOutput;
     QList<QList<QString>> m_subscribedNames;
     QMap<int, QList<QString>> m_subscriptionRows;
-    // Row of each subscribed full name, built with m_subscriptionRows.
-    QHash<QString, int> m_rowOfName;
+    // Row and group of each subscribed full name, built with m_subscriptionRows.
+    QHash<QString, std::pair<int, QString>> m_rowOfName;
     // The status line as it was before the connection was lost.
     QString m_labelBeforeLoss;
     QList<QString> m_foundServers;
@@ -196,10 +203,9 @@ private:
     bool m_plainFormat = false;
     TableModelVariable* m_tagModel = nullptr;
     TableModelMonitoring* m_monitoringModel = nullptr;
-    // Values that come while monitoringOn is still building the routing table
-    // wait here for it instead of being lost.
-    bool m_monitoringStarting = false;
-    QList<QList<QVariant>> m_earlyValues;
+    // Values collected where they arrive, until the refresh timer takes them.
+    std::mutex m_arrivedMutex;
+    QList<QList<QVariant>> m_arrived;
 
     // Tests read and set the state through this one door.
     friend struct MainWindowProbe;

@@ -121,6 +121,7 @@ void MainWindow::slotConnectionLost(QString status)
     if (m_iterateThread.joinable())
         m_iterateThread.join();
     m_client->forgetSubscriptions();
+    dropArrived();
     m_subscriptionRows.clear();
     m_rowOfName.clear();
     // The last values stay, marked with the reason they are no longer live.
@@ -158,6 +159,7 @@ void MainWindow::on_monitoring_action_triggered()
     if (m_monitoring) {
         runBusyStep(this, [this, node] { monitoringOff(node); });
         m_monitoringTimer->stop();
+        dropArrived();
         m_monitoring = false;
         ui->monitoring_action->setIcon(QIcon(kIconOff));
         if (node->GetType() == itGroup)
@@ -203,23 +205,25 @@ int MainWindow::monitoringOn(CGroupInfo* group, int interval, std::string name)
                 m_subscribedNames << names;
             }
 
-    // The routing table is read by slotDataChange on the GUI thread, which keeps
-    // taking queued values while this worker runs: it is replaced there, and
-    // the first values, which come before it, are held until then.
-    GuiThread::run([this] { m_monitoringStarting = true; });
+    // Values of an earlier run are not this run's. The first values of this
+    // one wait with the collected ones until the refresh timer runs, by then
+    // with the routing table in place.
+    dropArrived();
     QMap<int, QList<QString>> rows;
     const int subscribed = m_client->subscriptionTag(m_subscribedNames, interval, rows);
     GuiThread::run([this, subscribed, &rows] {
         if (subscribed == 0) {
             m_subscriptionRows = rows;
             m_rowOfName.clear();
-            for (const QList<QString>& names : rows)
+            for (const QList<QString>& names : rows) {
+                if (names.isEmpty())
+                    continue;
+                // One text of the group name, shared by all its rows.
+                const QString group = names.first().left(names.first().lastIndexOf('.'));
                 for (qsizetype row = 0; row < names.size(); ++row)
-                    m_rowOfName.insert(names.at(row), int(row));
+                    m_rowOfName.insert(names.at(row), {int(row), group});
+            }
         }
-        m_monitoringStarting = false;
-        for (const QList<QVariant>& message : std::exchange(m_earlyValues, {}))
-            slotDataChange(message);
     });
     if (subscribed != 0) {
         emit signalCloseProgressBar(10);
@@ -263,19 +267,13 @@ void MainWindow::slotDataChange(QList<QVariant> message)
     if (!ui->tabWidget->isTabEnabled(2) || message.size() < 5)
         return;
     const auto subscription = m_subscriptionRows.constFind(int(message.at(4).toUInt()));
-    if (subscription == m_subscriptionRows.constEnd() && m_monitoringStarting) {
-        m_earlyValues << message;
-        return;
-    }
     if (subscription == m_subscriptionRows.constEnd() || subscription->isEmpty())
         return;
 
-    // A full name is unique in the tree, so one lookup gives its row.
-    const QString fullName = message.at(3).toString();
-    const auto found = m_rowOfName.constFind(fullName);
+    // A full name is unique in the tree, so one lookup gives its row and group.
+    const auto found = m_rowOfName.constFind(message.at(3).toString());
     if (found == m_rowOfName.constEnd())
         return;
-    const int row = *found;
 
     const QString value = shownValue(message.at(1).toString());
 
@@ -288,17 +286,42 @@ void MainWindow::slotDataChange(QList<QVariant> message)
         lastTime = QDateTime::fromMSecsSinceEpoch(nowMs).toString("yyyy-MM-dd hh:mm:ss.zzz");
     }
 
-    const QString group = fullName.left(fullName.lastIndexOf('.'));
-    m_monitoringModel->setNewData(row, {value, message.at(2).toString(), lastTime}, group);
+    m_monitoringModel->setNewData(found->first, {value, message.at(2).toString(), lastTime}, found->second);
+}
+
+void MainWindow::collectDataChange(QList<QVariant> message)
+{
+    std::lock_guard<std::mutex> lock(m_arrivedMutex);
+    m_arrived.append(std::move(message));
+}
+
+void MainWindow::dropArrived()
+{
+    std::lock_guard<std::mutex> lock(m_arrivedMutex);
+    m_arrived.clear();
+}
+
+void MainWindow::takeArrived()
+{
+    QList<QList<QVariant>> batch;
+    {
+        std::lock_guard<std::mutex> lock(m_arrivedMutex);
+        batch.swap(m_arrived);
+    }
+    for (const QList<QVariant>& message : batch)
+        slotDataChange(message);
 }
 
 void MainWindow::connectClientValues()
 {
-    // Queued even when the value is delivered during a call on this thread:
-    // a command in progress is never interrupted by the table. Unique, since
-    // every connection and start hands over the same client again.
+    // Values are collected where they arrive and handed to slotDataChange on this
+    // thread by the refresh timer, which shows them anyway: one wake-up per tick
+    // instead of one queued call per value, and a value delivered during a call
+    // on this thread waits for the command in progress. Unique, since every
+    // connection and start hands over the same client again.
+    connect(m_client, &OPCUAWrapper::signalDataChange, this, &MainWindow::collectDataChange,
+            Qt::ConnectionType(Qt::DirectConnection | Qt::UniqueConnection));
     const auto queuedOnce = Qt::ConnectionType(Qt::QueuedConnection | Qt::UniqueConnection);
-    connect(m_client, &OPCUAWrapper::signalDataChange, this, &MainWindow::slotDataChange, queuedOnce);
     connect(m_client, &OPCUAWrapper::signalConnectionLost, this, &MainWindow::slotConnectionLost, queuedOnce);
     connect(m_client, &OPCUAWrapper::signalConnectionRestored, this, &MainWindow::slotConnectionRestored,
             queuedOnce);

@@ -43,12 +43,16 @@ void TableModelMonitoring::setMapItem(std::map<QString, CItem*> items)
 void TableModelMonitoring::editNameGroup(QString oldName, QString newName)
 {
     rekey(m_items, oldName, newName);
+    m_lastGroup = m_groupValues.end();
     rekey(m_groupValues, oldName, newName);
 }
 
 void TableModelMonitoring::setNewData(int row, QList<QVariant> cells, QString group)
 {
-    auto it = m_groupValues.find(group);
+    // Values come group by group: the group of the last value is looked up once.
+    if (m_lastGroup == m_groupValues.end() || m_lastGroup->first != group)
+        m_lastGroup = m_groupValues.find(group);
+    auto it = m_lastGroup;
     // Values of groups never selected are dropped.
     if (it == m_groupValues.end() || row < 0 || cells.size() < 3)
         return;
@@ -72,6 +76,7 @@ void TableModelMonitoring::updateData()
 
 void TableModelMonitoring::cleanupOldGroups()
 {
+    m_lastGroup = m_groupValues.end();
     for (auto it = m_groupValues.begin(); it != m_groupValues.end();) {
         if (m_items.find(it->first) == m_items.end())
             it = m_groupValues.erase(it);

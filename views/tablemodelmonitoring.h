@@ -44,4 +44,6 @@ private:
     std::map<QString, CItem*> m_items;
     QString m_groupName;
     std::map<QString, QList<QVariant>> m_groupValues;
+    // Entry of the group that took the last value; end() when unknown.
+    std::map<QString, QList<QVariant>>::iterator m_lastGroup = m_groupValues.end();
 };
