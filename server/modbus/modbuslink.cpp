@@ -55,8 +55,13 @@ bool CModbusLink::Open(std::string& why, std::string& notes)
     SetTimeout(ctx, s.timeoutMs);
     m_ctx = ctx;
     m_fd = modbus_get_socket(ctx);
-    if (!s.tcp)
+    if (!s.tcp) {
+        // Speeds of the other system's serial driver that termios lacks; the
+        // library opens the port at 9600 for them.
+        if (s.baud == 14400 || s.baud == 56000 || s.baud == 128000 || s.baud == 256000)
+            notes = "speed " + std::to_string(s.baud) + ": not available, the port runs at 9600";
         SetModemLines(notes);
+    }
     return true;
 }
 
