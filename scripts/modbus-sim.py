@@ -94,7 +94,7 @@ async def animate(devices):
         for d in devices.values():
             d.put("ir", 1, encode("f32", "ABCD", 70 + 10 * math.sin(t / 5)))
             d.put("ir", 3, encode("f32", "CDAB", 4 + math.sin(t / 3)))
-            d.put("ir", 5, [1 << (int(t) % 16)])
+            d.put("ir", 5, [int(t * 2) % 16])  # bit 0 flips every 0.5 s, bit 3 every 4 s
             d.put("hr", 1, encode("u32", "ABCD", int(t * 10)))
             d.put("di", 1, [int(t / 5) % 2])
         await asyncio.sleep(0.1)
