@@ -103,7 +103,29 @@ UA_StatusCode CAddressSpace::Build(CItem* item)
         parentId.clear();
         item->GetParent()->GetFullName(parentId);
     }
-    return BuildUnder(item, parentId);
+    std::vector<std::string> made;
+    m_made = &made;
+    const UA_StatusCode rc = BuildUnder(item, parentId);
+    m_made = nullptr;
+    if (rc != UA_STATUSCODE_GOOD) {
+        for (auto id = made.rbegin(); id != made.rend(); ++id) {
+            UA_Server_deleteNode(m_server, NodeId(*id), true);
+            m_tags.erase(*id);
+        }
+    }
+    return rc;
+}
+
+bool CAddressSpace::Free(const CItem* item, const std::string& fullName) const
+{
+    UA_NodeClass nodeClass;
+    if (UA_Server_readNodeClass(m_server, NodeId(fullName), &nodeClass) == UA_STATUSCODE_GOOD)
+        return false;
+    for (const auto& child : *item) {
+        if (!Free(child.second, fullName + "." + child.second->GetName()))
+            return false;
+    }
+    return true;
 }
 
 UA_StatusCode CAddressSpace::BuildUnder(CItem* item, const std::string& parentId)
@@ -140,6 +162,8 @@ UA_StatusCode CAddressSpace::BuildUnder(CItem* item, const std::string& parentId
         if (rc == UA_STATUSCODE_GOOD) {
             tag->ready = true;
             m_tags[id] = std::move(tag);
+            if (m_made)
+                m_made->push_back(id);
         }
         return rc;
     }
@@ -151,6 +175,8 @@ UA_StatusCode CAddressSpace::BuildUnder(CItem* item, const std::string& parentId
                                 UA_NODEID_NUMERIC(0, UA_NS0ID_BASEOBJECTTYPE), attr, nullptr, nullptr);
     if (rc != UA_STATUSCODE_GOOD)
         return rc;
+    if (m_made)
+        m_made->push_back(id);
     // One node that cannot be made doesn't cost its siblings theirs.
     for (auto& child : *item) {
         const UA_StatusCode childRc = BuildUnder(child.second, id);

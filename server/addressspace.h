@@ -9,6 +9,7 @@
 #include <memory>
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 class CItem;
 class CDATagInfo;
@@ -31,9 +32,14 @@ public:
 
     // Namespace 2 and the object "Каналы" under Objects.
     UA_StatusCode CreateRoot();
-    // Adds the nodes of `item` and of everything below it; for the root, of
-    // the whole tree. The parent's node has to exist already.
+    // Adds the nodes of `item` and of everything below it. The parent's node
+    // has to exist already. For an item it is all or nothing: on failure the
+    // nodes it made are gone again and nothing else was touched. For the root
+    // (the whole tree at start) every node that can be made stays.
     UA_StatusCode Build(CItem* item);
+    // True when no node has any of the ids that `item` and everything below it
+    // would have under the full name `fullName`.
+    bool Free(const CItem* item, const std::string& fullName) const;
     // Removes the nodes of `item` and of everything below it, named as the
     // tree names them now.
     void Remove(CItem* item);
@@ -69,4 +75,6 @@ private:
     const CExchangeClock* m_clock;
     LiveSource m_liveSource;
     std::unordered_map<std::string, std::unique_ptr<Tag>> m_tags;
+    // Ids made by the item build under way, to be undone if it fails.
+    std::vector<std::string>* m_made = nullptr;
 };

@@ -1,8 +1,15 @@
 #include "server/gatewayconfig.h"
 
 #include "config/configtail.h"
+#include "config/csvimporter.h"
+#include "config/rowsplitter.h"
 #include "config/scrambler.h"
 
+#include <QFile>
+#include <QString>
+
+#include <algorithm>
+#include <cstdint>
 #include <sstream>
 
 namespace {
@@ -19,14 +26,76 @@ std::string Trim(const std::string& s)
 
 } // namespace
 
-bool CGatewayConfig::Read(const std::string& path, std::string& error)
+bool CGatewayConfig::Read(const std::string& path, CTreeItemRoot* root, std::string& error)
 {
-    QString clear;
-    if (!CScrambler::ReadFile(QString::fromStdString(path), clear)) {
+    QFile file(QString::fromStdString(path));
+    if (!file.open(QIODevice::ReadOnly)) {
         error = "cannot read " + path;
         return false;
     }
-    Parse(clear.toStdString());
+    QString clear = CScrambler::Decode(file.readAll());
+    if (file.error() != QFileDevice::NoError) {
+        error = "cannot read " + path + " to its end";
+        return false;
+    }
+    file.close();
+
+    // The tail and the users block stand behind the tree: only that part is copied.
+    const qsizetype tail = clear.indexOf(QLatin1String(kTailMarker));
+    const qsizetype usersAt = clear.indexOf(QLatin1String("USERS\n\n"));
+    const qsizetype from = tail < 0 ? usersAt : usersAt < 0 ? tail : std::min(tail, usersAt);
+    Parse(from < 0 ? std::string() : QStringView(clear).mid(from).toString().toStdString());
+
+    if (!ReadTree(clear, root, error)) {
+        error = "configuration " + path + " does not load: " + error;
+        return false;
+    }
+    return true;
+}
+
+bool CGatewayConfig::ReadTree(const QString& clear, CTreeItemRoot* root, std::string& error)
+{
+    if (clear.isEmpty()) {
+        error = "файл пуст";
+        return false;
+    }
+    CCsvLoader loader(root);
+    CRowSplitter splitter(false);
+    const QStringView text(clear);
+    std::uint64_t rows = 0;
+    for (qsizetype from = 0; from < text.size(); ++rows) {
+        qsizetype lf = text.indexOf(u'\n', from);
+        if (lf < 0)
+            lf = text.size();
+        const QStringView line = text.mid(from, lf - from);
+        from = lf + 1;
+        const std::string row = "Строка " + std::to_string(rows);
+        if (line.count(u';') > kMaxCells) {
+            error = row + ": полей больше " + std::to_string(kMaxCells);
+            return false;
+        }
+        const std::wstring cells = line.toString().toStdWString();
+        if (!splitter.AddLine(cells.data(), cells.size()))
+            break;
+        const CCsvLoader::Row& cellsOfRow = splitter.Buffer()[0];
+        splitter.Clear();
+        const std::string before = loader.LastRowError();
+        loader.m_RowIndex = rows;
+        if (loader.Analyse(cellsOfRow))
+            continue;
+        if (loader.LastRowError() != before)
+            error = loader.LastRowError();
+        else if (!cellsOfRow.empty() && !cellsOfRow[0].empty() && cellsOfRow[0] != L"CHANNEL" &&
+                 cellsOfRow[0] != L"DEVICE" && cellsOfRow[0] != L"GROUP" && cellsOfRow[0] != L"TAG")
+            error = row + ": неизвестная строка";
+        else
+            error = row + ": строка не на своём месте";
+        return false;
+    }
+    if (rows == 0) {
+        error = "нет строк конфигурации";
+        return false;
+    }
     return true;
 }
 

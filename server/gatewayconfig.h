@@ -5,19 +5,32 @@
 #include <utility>
 #include <vector>
 
-// What the gateway reads from its configuration file besides the tree: the
-// run parameters of the INIFILE tail and the users block. The file on disk is
-// scrambled; both pieces are found in the clear text.
+class CTreeItemRoot;
+class QString;
+
+// What the gateway reads from its configuration file: the tree, the run
+// parameters of the INIFILE tail and the users block. The file on disk is
+// scrambled; all three are found in the clear text.
 class CGatewayConfig
 {
 public:
-    // Reads and unscrambles the file. False when it cannot be read.
-    bool Read(const std::string& path, std::string& error);
-    // Takes an already clear text (tests, plain files).
+    // Reads and unscrambles the file and fills the tree under `root`. False,
+    // with the first bad row and its reason, unless every row loads: the
+    // gateway never runs on half a configuration.
+    bool Read(const std::string& path, CTreeItemRoot* root, std::string& error);
+    // Takes the tail and users of an already clear text (tests, plain files).
     void Parse(const std::string& clearText);
 
     // Keys of [options]: port, log, allowanonimus, derFile, pemFile, trustFolder.
     std::map<std::string, std::string> options;
     // (login, password) pairs in file order.
     std::vector<std::pair<std::string, std::string>> users;
+
+    // The most cells a row of the format has (a tag row with its parameter).
+    static const int kMaxCells = 18;
+
+private:
+    // Feeds the rows one at a time, so that only one row is held at once and a
+    // bad row is known by its number.
+    static bool ReadTree(const QString& clear, CTreeItemRoot* root, std::string& error);
 };

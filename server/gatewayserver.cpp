@@ -1,12 +1,12 @@
 #include "server/gatewayserver.h"
 
 #include "server/addressspace.h"
+#include "server/gatewaycertificate.h"
 #include "server/methodargument.h"
 #include "server/modbus/modbusbridge.h"
 #include "server/serverlog.h"
 #include "server/treeeditor.h"
 
-#include "config/csvimporter.h"
 #include "model/usernotifier.h"
 
 #include <open62541/plugin/accesscontrol_default.h>
@@ -28,6 +28,7 @@ const char* const CGatewayServer::kApplicationUri = "urn:tarnopcua.server.applic
 
 namespace {
 
+const char kBasic256Sha256[] = "http://opcfoundation.org/UA/SecurityPolicy#Basic256Sha256";
 const char* const kMethods[] = {"addNode", "editNode", "deleteNode", "startExchange", "stopExchange"};
 
 // Originals of the library's plugin operations that we wrap.
@@ -171,6 +172,14 @@ bool PortFree(std::uint16_t port)
 
 CGatewayServer::CGatewayServer(const CServerOptions& options) : m_options(options) {}
 
+CGatewayServer::CCredentials::~CCredentials()
+{
+    for (UA_ByteString& b : given)
+        UA_ByteString_clear(&b);
+    for (UA_ByteString& b : trust)
+        UA_ByteString_clear(&b);
+}
+
 CGatewayServer::~CGatewayServer()
 {
     Stop();
@@ -184,21 +193,17 @@ CGatewayServer::~CGatewayServer()
 bool CGatewayServer::LoadConfiguration(std::string& error)
 {
     const auto started = std::chrono::steady_clock::now();
-    if (!m_config.Read(m_options.configPath, error))
-        return false;
-    const auto tailRead = std::chrono::steady_clock::now();
     CUserNotifier::Install([](const QString& title, const QString& text) {
         CServerLog::Write(CServerLog::Warning, (title + ": " + text).toStdString());
     });
-    CCsvLoader loader(&m_root);
-    if (!loader.Load(m_options.configPath, false))
-        CServerLog::Write(CServerLog::Warning, "Конфигурация прочитана с ошибками: " + loader.LastRowError());
-    const auto ms = [](auto a, auto b) {
-        return std::to_string(std::chrono::duration_cast<std::chrono::milliseconds>(b - a).count());
-    };
-    CServerLog::Write(CServerLog::Debug, "Конфигурация прочитана: параметры за " + ms(started, tailRead) +
-                                             " мс, дерево за " +
-                                             ms(tailRead, std::chrono::steady_clock::now()) + " мс");
+    if (!m_config.Read(m_options.configPath, &m_root, error))
+        return false;
+    CServerLog::Write(CServerLog::Debug,
+                      "Конфигурация прочитана за " +
+                          std::to_string(std::chrono::duration_cast<std::chrono::milliseconds>(
+                                             std::chrono::steady_clock::now() - started)
+                                             .count()) +
+                          " мс");
     // The tail is informative only: the start arguments decide.
     const auto port = m_config.options.find("port");
     if (port != m_config.options.end() && port->second != std::to_string(m_options.port))
@@ -221,74 +226,13 @@ bool CGatewayServer::Configure(UA_ServerConfig* config, std::string& error)
     config->publishingIntervalLimits.min = 10.0;
     config->samplingIntervalLimits.min = 10.0;
 
-    const bool secure = m_options.Secure();
-    UA_ByteString certificate = UA_BYTESTRING_NULL;
-    UA_ByteString key = UA_BYTESTRING_NULL;
-    std::vector<UA_ByteString> trust;
-    bool ok = true;
-    if (secure) {
-        if (!ReadFile(m_options.certificatePath, certificate)) {
-            error = "cannot read the certificate " + m_options.certificatePath;
-            ok = false;
-        } else if (!ReadFile(m_options.privateKeyPath, key)) {
-            error = "cannot read the private key " + m_options.privateKeyPath;
-            ok = false;
-        }
-        std::error_code ec;
-        if (ok && !m_options.trustFolder.empty()) {
-            for (std::filesystem::recursive_directory_iterator it(m_options.trustFolder, ec), end;
-                 !ec && it != end; it.increment(ec)) {
-                UA_ByteString der = UA_BYTESTRING_NULL;
-                if (it->is_regular_file() && it->path().extension() == ".der" && ReadFile(it->path(), der))
-                    trust.push_back(der);
-            }
-        }
-    }
-    if (ok)
-        ok = UA_ServerConfig_addSecurityPolicyNone(config, secure ? &certificate : nullptr) ==
-             UA_STATUSCODE_GOOD;
-    if (ok && secure) {
-        ok =
-            UA_ServerConfig_addSecurityPolicyBasic256Sha256(config, &certificate, &key) == UA_STATUSCODE_GOOD;
-        if (!ok)
-            error = "the certificate or the private key is not usable";
-    }
-    if (ok && secure) {
-        for (UA_CertificateVerification* cv : {&config->secureChannelPKI, &config->sessionPKI}) {
-            if (cv->clear)
-                cv->clear(cv);
-            ok = ok && UA_CertificateVerification_Trustlist(cv, trust.data(), trust.size(), nullptr, 0,
-                                                            nullptr, 0) == UA_STATUSCODE_GOOD;
-            g_verifyUri = cv->verifyApplicationURI;
-            cv->verifyApplicationURI = AcceptAnyApplicationUri;
-        }
-    } else if (ok) {
-        // Without encryption there are no certificate logins to offer.
-        if (config->sessionPKI.clear)
-            config->sessionPKI.clear(&config->sessionPKI);
-        std::memset(&config->sessionPKI, 0, sizeof config->sessionPKI);
-        config->allowNonePolicyPassword = true;
-    }
-    UA_ByteString_clear(&certificate);
-    UA_ByteString_clear(&key);
-    for (UA_ByteString& b : trust)
-        UA_ByteString_clear(&b);
-    if (!ok) {
-        if (error.empty())
-            error = "cannot set up security";
+    CCredentials credentials;
+    if (!LoadCredentials(credentials, error) || !ConfigureSecurity(config, credentials, error))
         return false;
-    }
-
-    // The None endpoint stays even without anonymous access: a client of this
-    // library finds no server and no endpoints unless one endpoint suits its
-    // plain discovery configuration. Anonymous sessions are still refused, and
-    // passwords on it travel encrypted with the server's certificate.
-    UA_ServerConfig_addEndpoint(config, UA_STRING_STATIC("http://opcfoundation.org/UA/SecurityPolicy#None"),
-                                UA_MESSAGESECURITYMODE_NONE);
-    if (secure) {
-        const UA_String b256 = UA_STRING_STATIC("http://opcfoundation.org/UA/SecurityPolicy#Basic256Sha256");
-        UA_ServerConfig_addEndpoint(config, b256, UA_MESSAGESECURITYMODE_SIGN);
-        UA_ServerConfig_addEndpoint(config, b256, UA_MESSAGESECURITYMODE_SIGNANDENCRYPT);
+    if (!m_options.allowAnonymous && m_config.users.empty() && credentials.trust.empty()) {
+        error = "anonymous access is off and nobody can log in: the configuration has no users and there "
+                "are no trusted client certificates";
+        return false;
     }
 
     std::vector<UA_UsernamePasswordLogin> logins;
@@ -298,7 +242,9 @@ bool CGatewayServer::Configure(UA_ServerConfig* config, std::string& error)
         login.password = UA_STRING(const_cast<char*>(user.second.c_str()));
         logins.push_back(login);
     }
-    if (UA_AccessControl_defaultWithLoginCallback(config, m_options.allowAnonymous, nullptr, logins.size(),
+    // Passwords are taken encrypted only, on the None endpoint too.
+    const UA_String tokenPolicy = UA_STRING_STATIC(kBasic256Sha256);
+    if (UA_AccessControl_defaultWithLoginCallback(config, m_options.allowAnonymous, &tokenPolicy, logins.size(),
                                                   logins.data(), CheckLogin, this) != UA_STATUSCODE_GOOD) {
         error = "cannot set up access control";
         return false;
@@ -307,6 +253,77 @@ bool CGatewayServer::Configure(UA_ServerConfig* config, std::string& error)
     g_close = config->accessControl.closeSession;
     config->accessControl.activateSession = ActivateSession;
     config->accessControl.closeSession = CloseSession;
+    return true;
+}
+
+bool CGatewayServer::LoadCredentials(CCredentials& c, std::string& error)
+{
+    if (m_options.Secure()) {
+        if (!ReadFile(m_options.certificatePath, c.given[0])) {
+            error = "cannot read the certificate " + m_options.certificatePath;
+            return false;
+        }
+        if (!ReadFile(m_options.privateKeyPath, c.given[1])) {
+            error = "cannot read the private key " + m_options.privateKeyPath;
+            return false;
+        }
+        c.certificate = &c.given[0];
+        c.key = &c.given[1];
+    } else {
+        if (!c.own.LoadOrCreate(CGatewayCertificate::DefaultFolder(), kApplicationUri, error))
+            return false;
+        CServerLog::Write(CServerLog::Info, c.own.Note());
+        c.certificate = &c.own.Certificate();
+        c.key = &c.own.PrivateKey();
+    }
+    std::error_code ec;
+    if (!m_options.trustFolder.empty()) {
+        for (std::filesystem::recursive_directory_iterator it(m_options.trustFolder, ec), end;
+             !ec && it != end; it.increment(ec)) {
+            UA_ByteString der = UA_BYTESTRING_NULL;
+            if (it->is_regular_file() && it->path().extension() == ".der" && ReadFile(it->path(), der))
+                c.trust.push_back(der);
+        }
+    }
+    return true;
+}
+
+bool CGatewayServer::ConfigureSecurity(UA_ServerConfig* config, const CCredentials& c, std::string& error)
+{
+    if (UA_ServerConfig_addSecurityPolicyNone(config, c.certificate) != UA_STATUSCODE_GOOD ||
+        UA_ServerConfig_addSecurityPolicyBasic256Sha256(config, c.certificate, c.key) != UA_STATUSCODE_GOOD) {
+        error = m_options.Secure() ? "the certificate or the private key is not usable"
+                                   : "the server certificate in " + CGatewayCertificate::DefaultFolder() +
+                                         " is not usable; remove it to have a new one made";
+        return false;
+    }
+    // Without a trust folder any client may open an encrypted channel: who may
+    // do what is still decided by the login. Certificate logins need the folder.
+    UA_StatusCode rc = UA_STATUSCODE_GOOD;
+    for (UA_CertificateVerification* cv : {&config->secureChannelPKI, &config->sessionPKI}) {
+        if (cv->clear)
+            cv->clear(cv);
+        if (cv == &config->secureChannelPKI && m_options.trustFolder.empty()) {
+            UA_CertificateVerification_AcceptAll(cv);
+            continue;
+        }
+        rc |= UA_CertificateVerification_Trustlist(cv, c.trust.data(), c.trust.size(), nullptr, 0, nullptr, 0);
+        g_verifyUri = cv->verifyApplicationURI;
+        cv->verifyApplicationURI = AcceptAnyApplicationUri;
+    }
+    if (rc != UA_STATUSCODE_GOOD) {
+        error = "cannot set up certificate checks";
+        return false;
+    }
+    config->allowNonePolicyPassword = false;
+
+    // The None endpoint is there for discovery and anonymous sessions; a
+    // password on it travels encrypted with the server's certificate.
+    UA_ServerConfig_addEndpoint(config, UA_STRING_STATIC("http://opcfoundation.org/UA/SecurityPolicy#None"),
+                                UA_MESSAGESECURITYMODE_NONE);
+    const UA_String b256 = UA_STRING_STATIC(kBasic256Sha256);
+    UA_ServerConfig_addEndpoint(config, b256, UA_MESSAGESECURITYMODE_SIGN);
+    UA_ServerConfig_addEndpoint(config, b256, UA_MESSAGESECURITYMODE_SIGNANDENCRYPT);
     return true;
 }
 

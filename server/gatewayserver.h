@@ -1,6 +1,7 @@
 #pragma once
 
 #include "server/exchangeclock.h"
+#include "server/gatewaycertificate.h"
 #include "server/gatewayconfig.h"
 #include "server/serveroptions.h"
 
@@ -10,6 +11,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 class CAddressSpace;
 class CModbusBridge;
@@ -36,7 +38,24 @@ public:
 
 private:
     bool LoadConfiguration(std::string& error);
+    // The certificate and key the server runs with, given or its own, and the
+    // trusted client certificates.
+    struct CCredentials
+    {
+        CCredentials() = default;
+        ~CCredentials();
+        CCredentials(const CCredentials&) = delete;
+        CCredentials& operator=(const CCredentials&) = delete;
+        CGatewayCertificate own;
+        UA_ByteString given[2] = {UA_BYTESTRING_NULL, UA_BYTESTRING_NULL};
+        const UA_ByteString* certificate = nullptr;
+        const UA_ByteString* key = nullptr;
+        std::vector<UA_ByteString> trust;
+    };
+
     bool Configure(UA_ServerConfig* config, std::string& error);
+    bool LoadCredentials(CCredentials& credentials, std::string& error);
+    bool ConfigureSecurity(UA_ServerConfig* config, const CCredentials& credentials, std::string& error);
     bool AddMethods();
     void PrintEndpoints();
     UA_StatusCode Call(const std::string& method, const std::string& argument);

@@ -1,5 +1,6 @@
 #include "server/tagruntime.h"
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 
@@ -87,16 +88,66 @@ std::int64_t CTagRuntime::Sampled(std::int64_t ms) const
     return ms - ((ms % step) + step) % step;
 }
 
+void CTagRuntime::RangeOf(DataKind kind, double& lo, double& hi)
+{
+    switch (kind) {
+    case Boolean:
+        lo = 0, hi = 1;
+        break;
+    case Byte:
+        lo = 0, hi = 255;
+        break;
+    case UInt16:
+        lo = 0, hi = 65535;
+        break;
+    case Int16:
+        lo = -32768, hi = 32767;
+        break;
+    case UInt32:
+        lo = 0, hi = 4294967295.0;
+        break;
+    case Int32:
+        lo = -2147483648.0, hi = 2147483647.0;
+        break;
+    // Floats within the bounds the configurator puts on their values.
+    case Float:
+        lo = -1e7, hi = 1e7;
+        break;
+    case Double:
+        lo = -1e9, hi = 1e9;
+        break;
+    }
+}
+
+void CTagRuntime::RawRange(double& lo, double& hi) const
+{
+    if (transform == LineScale && kind != Boolean) {
+        lo = std::min(srcMin, srcMax);
+        hi = std::max(srcMin, srcMax);
+    } else {
+        RangeOf(kind, lo, hi);
+    }
+}
+
 double CTagRuntime::RawAt(std::int64_t ms) const
 {
     const std::int64_t t = Sampled(ms);
+    double lo = 0, hi = 0;
+    RawRange(lo, hi);
     switch (emulation) {
-    case Random:
-        return double(Mix(m_seed ^ Mix(std::uint64_t(t))) >> 11) * (1.0 / 9007199254740992.0);
+    case Random: {
+        const double u = double(Mix(m_seed ^ Mix(std::uint64_t(t))) >> 11) * (1.0 / 9007199254740992.0);
+        // Registers hold whole numbers: every one of the range is as likely.
+        if (kind == Float || kind == Double)
+            return lo + u * (hi - lo);
+        return std::min(hi, lo + std::floor(u * (hi - lo + 1)));
+    }
     case Sine: {
+        // A quarter period ahead, so that sampling at half the period shows
+        // the peaks rather than the zero crossings.
         const double p = period == 0 ? 1.0 : double(period);
-        const double phase = std::fmod(double(t) / 1000.0, p) / p;
-        return std::sin(2.0 * M_PI * phase);
+        const double phase = std::fmod(double(t) / 1000.0, p) / p + 0.25;
+        return (lo + hi) / 2 + (hi - lo) / 2 * std::sin(2.0 * M_PI * phase);
     }
     default:
         return constant;

@@ -41,6 +41,11 @@ public:
 
     // Seeds the random emulation so that each tag has its own sequence.
     void SetSeed(const std::string& fullName);
+    // The values a tag of `kind` can hold.
+    static void RangeOf(DataKind kind, double& lo, double& hi);
+    // The range of the raw value that emulation spans: the line scale's input
+    // range when there is one, else the range of the tag's type.
+    void RawRange(double& lo, double& hi) const;
     // The emulated value at `ms` (milliseconds of the Unix epoch), before the
     // transformation and the type conversion.
     double RawAt(std::int64_t ms) const;

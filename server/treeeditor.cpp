@@ -128,6 +128,9 @@ UA_StatusCode CTreeEditor::Add(const CMethodArgument& a)
     } else if (parent->FindChildByName(name.c_str())) {
         return UA_STATUSCODE_BADNODEIDEXISTS;
     }
+    // A channel named like the object of the methods would take its id.
+    if (!m_space->Free(item.get(), FullNameUnder(parent, name)))
+        return UA_STATUSCODE_BADNODEIDEXISTS;
     item->SetName(name);
     if (a.kind == A::KindChannel)
         static_cast<CChannelInfo*>(item.get())->Init();
@@ -135,11 +138,19 @@ UA_StatusCode CTreeEditor::Add(const CMethodArgument& a)
     CItem* raw = item.release();
     parent->AppendChild(raw);
     const UA_StatusCode rc = m_space->Build(raw);
-    if (rc != UA_STATUSCODE_GOOD) {
-        m_space->Remove(raw);
+    if (rc != UA_STATUSCODE_GOOD)
         parent->DeleteChild(raw);
-    }
     return rc;
+}
+
+std::string CTreeEditor::FullNameUnder(CItem* parent, const std::string& name)
+{
+    std::string full;
+    if (parent->GetType() != itRoot) {
+        parent->GetFullName(full);
+        full += ".";
+    }
+    return full + name;
 }
 
 UA_StatusCode CTreeEditor::Edit(const CMethodArgument& a)
@@ -150,19 +161,34 @@ UA_StatusCode CTreeEditor::Edit(const CMethodArgument& a)
     if (int(item->GetType()) != a.kind)
         return UA_STATUSCODE_BADINVALIDARGUMENT;
     CItem* parent = item->GetParent();
-    const bool rename = !a.name.empty() && a.name != item->GetName();
-    if (rename && parent->FindChildByName(a.name.c_str()))
+    const std::string oldName = item->GetName();
+    const bool rename = !a.name.empty() && a.name != oldName;
+    if (rename &&
+        (parent->FindChildByName(a.name.c_str()) || !m_space->Free(item, FullNameUnder(parent, a.name))))
         return UA_STATUSCODE_BADNODEIDEXISTS;
 
     // Node ids are paths, so an edit rebuilds the item's nodes from the tree.
     m_space->Remove(item);
     Apply(a, item);
-    if (rename) {
-        parent->PopChild(item);
-        item->SetName(a.name);
-        parent->AppendChild(item);
+    if (rename)
+        Rename(item, a.name);
+    const UA_StatusCode rc = m_space->Build(item);
+    if (rc != UA_STATUSCODE_GOOD) {
+        // The new ids were free, so this takes a failure of the server itself;
+        // the item keeps its place and its nodes all the same.
+        if (rename)
+            Rename(item, oldName);
+        m_space->Build(item);
     }
-    return m_space->Build(item);
+    return rc;
+}
+
+void CTreeEditor::Rename(CItem* item, const std::string& name)
+{
+    CItem* parent = item->GetParent();
+    parent->PopChild(item);
+    item->SetName(name);
+    parent->AppendChild(item);
 }
 
 UA_StatusCode CTreeEditor::Delete(const CMethodArgument& a)

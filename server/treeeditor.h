@@ -4,6 +4,8 @@
 
 #include <open62541/types.h>
 
+#include <string>
+
 class CAddressSpace;
 class CItem;
 class CTreeItemRoot;
@@ -25,6 +27,10 @@ public:
 
 private:
     static void Apply(const CMethodArgument& arg, CItem* item);
+    // The full name a child called `name` of `parent` has.
+    static std::string FullNameUnder(CItem* parent, const std::string& name);
+    // Moves the item to its new key under the same parent.
+    static void Rename(CItem* item, const std::string& name);
 
     CTreeItemRoot* m_root;
     CAddressSpace* m_space;
