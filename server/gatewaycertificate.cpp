@@ -114,7 +114,8 @@ bool CGatewayCertificate::LoadOrCreate(const std::string& folder, const std::str
         if (ok && Store(folder, why)) {
             m_note = "Создан самоподписанный сертификат сервера: " + m_certificatePath;
         } else if (ok) {
-            m_note = "Самоподписанный сертификат сервера не сохранён (" + why + "), он действует до остановки";
+            m_note =
+                "Самоподписанный сертификат сервера не сохранён (" + why + "), он действует до остановки";
             m_certificatePath.clear();
         }
     }
@@ -130,8 +131,8 @@ bool CGatewayCertificate::Create(const std::string& applicationUri, std::string&
     const std::string uri = "URI:" + applicationUri;
     const std::string dns = "DNS:" + host;
     UA_String subject[] = {UA_STRING_STATIC("O=TARN"), UA_STRING(const_cast<char*>(cn.c_str()))};
-    UA_String altNames[] = {UA_STRING(const_cast<char*>(uri.c_str())), UA_STRING(const_cast<char*>(dns.c_str())),
-                            UA_STRING_STATIC("DNS:localhost")};
+    UA_String altNames[] = {UA_STRING(const_cast<char*>(uri.c_str())),
+                            UA_STRING(const_cast<char*>(dns.c_str())), UA_STRING_STATIC("DNS:localhost")};
     UA_KeyValueMap* params = UA_KeyValueMap_new();
     UA_UInt16 bits = 2048;
     UA_UInt16 days = 3650;

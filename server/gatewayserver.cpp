@@ -244,8 +244,9 @@ bool CGatewayServer::Configure(UA_ServerConfig* config, std::string& error)
     }
     // Passwords are taken encrypted only, on the None endpoint too.
     const UA_String tokenPolicy = UA_STRING_STATIC(kBasic256Sha256);
-    if (UA_AccessControl_defaultWithLoginCallback(config, m_options.allowAnonymous, &tokenPolicy, logins.size(),
-                                                  logins.data(), CheckLogin, this) != UA_STATUSCODE_GOOD) {
+    if (UA_AccessControl_defaultWithLoginCallback(config, m_options.allowAnonymous, &tokenPolicy,
+                                                  logins.size(), logins.data(), CheckLogin,
+                                                  this) != UA_STATUSCODE_GOOD) {
         error = "cannot set up access control";
         return false;
     }
@@ -307,7 +308,8 @@ bool CGatewayServer::ConfigureSecurity(UA_ServerConfig* config, const CCredentia
             UA_CertificateVerification_AcceptAll(cv);
             continue;
         }
-        rc |= UA_CertificateVerification_Trustlist(cv, c.trust.data(), c.trust.size(), nullptr, 0, nullptr, 0);
+        rc |=
+            UA_CertificateVerification_Trustlist(cv, c.trust.data(), c.trust.size(), nullptr, 0, nullptr, 0);
         g_verifyUri = cv->verifyApplicationURI;
         cv->verifyApplicationURI = AcceptAnyApplicationUri;
     }

@@ -1,12 +1,12 @@
 // Drives the gateway with node-opcua-client in its default configuration and
-// prints one line per step for the test program to check:
+// prints one line per step, marked "= " apart from the library's own chatter:
 //   node interop.js <url> [<login> <password>]   the whole round
 //   node interop.js <url> hold                   session + subscription, then waits to be killed
 const opcua = require("node-opcua-client");
 const { AttributeIds, DataType, TimestampsToReturn, UserTokenType } = opcua;
 
 const [url, login, password] = process.argv.slice(2);
-const say = (...words) => console.log(words.join(" "));
+const say = (...words) => console.log("= " + words.join(" "));
 const ns2 = (id) => "ns=2;s=" + id;
 
 async function browseAll(session, id, found) {
@@ -58,7 +58,6 @@ async function call(session, method, argument) {
     const identity = login && !hold
         ? { type: UserTokenType.UserName, userName: login, password: password } : undefined;
     const session = await client.createSession(identity);
-    say("session", session.name ? "open" : "none");
     const tags = (await browseAll(session, "Каналы", [])).filter((id) => id.split(".").length === 4);
     say("tags", tags.sort().join(","));
     if (hold) {

@@ -5,8 +5,6 @@
 #include <open62541/client.h>
 #include <open62541/client_config_default.h>
 #include <open62541/client_highlevel.h>
-#include <open62541/client_subscriptions.h>
-#include <open62541/plugin/create_certificate.h>
 #include <open62541/plugin/log_stdout.h>
 
 #include <QFile>
@@ -17,8 +15,6 @@
 #include <memory>
 
 namespace {
-
-const char kAppUri[] = "urn:tarnopcua.server.application";
 
 // An emulated device with one tag of each kind.
 const char kValuesConfig[] =
@@ -33,40 +29,23 @@ const char kValuesConfig[] =
     ";Rand;Входной регистр;3;0;0;Да;;;Вещ64;AB CD EF GH;Нет;;;;;Случайное число\n"
     ";Sine;Входной регистр;7;0;0;Да;;;Цел16(знак);AB;Линейная шкала;-1;1;-100;100;Синусоида;2\n"
     ";Bit;Входное состояние;9;0;0;Да;;;;;;;;;;Константа;1\n"
-    "INIFILE\n\n[options]\nport = 4840\nlog = warning\nallowanonimus = true\n"
-    "derFile = \npemFile = \ntrustFolder = \n"
     "USERS\n\n[users]\nusers = оператор;секрет;guest;1;";
 
 using Client = std::unique_ptr<UA_Client, void (*)(UA_Client*)>;
 
-Client Made(UA_ClientConfig& config)
-{
-    return Client(UA_Client_newWithConfig(&config), [](UA_Client* c) {
-        UA_Client_disconnect(c);
-        UA_Client_delete(c);
-    });
-}
-
-UA_ClientConfig Quiet()
+// A session on the gateway, or null.
+Client Connected(const QString& url)
 {
     UA_ClientConfig config{};
     config.logging = UA_Log_Stdout_new(UA_LOGLEVEL_FATAL);
-    return config;
-}
-
-Client NewClient()
-{
-    UA_ClientConfig config = Quiet();
     UA_ClientConfig_setDefault(&config);
-    return Made(config);
-}
-
-Client Connected(const QString& url)
-{
-    Client c = NewClient();
-    return UA_Client_connect(c.get(), url.toUtf8().constData()) == UA_STATUSCODE_GOOD
-               ? std::move(c)
-               : Client(nullptr, nullptr);
+    Client c(UA_Client_newWithConfig(&config), [](UA_Client* c) {
+        UA_Client_disconnect(c);
+        UA_Client_delete(c);
+    });
+    if (UA_Client_connect(c.get(), url.toUtf8().constData()) != UA_STATUSCODE_GOOD)
+        c.reset();
+    return c;
 }
 
 UA_NodeId Id(const QByteArray& utf8)
@@ -132,74 +111,6 @@ Value Read(UA_Client* c, const QByteArray& id)
     return v;
 }
 
-// The offered endpoints as "policy/mode", all of them for the gateway's application.
-QStringList Endpoints(UA_Client* c, const QByteArray& url)
-{
-    size_t count = 0;
-    UA_EndpointDescription* eps = nullptr;
-    QStringList offered;
-    if (UA_Client_getEndpoints(c, url.constData(), &count, &eps) != UA_STATUSCODE_GOOD)
-        offered << "no answer";
-    for (size_t i = 0; i < count; ++i)
-        offered << Text(eps[i].securityPolicyUri).section('#', 1) + "/" +
-                       QString::number(eps[i].securityMode) +
-                       (Text(eps[i].server.applicationUri) == kAppUri ? "" : " of another application");
-    UA_Array_delete(eps, count, &UA_TYPES[UA_TYPES_ENDPOINTDESCRIPTION]);
-    offered.sort();
-    return offered;
-}
-
-struct Certificate
-{
-    QByteArray der, key;
-};
-
-// A self-signed certificate and its key, as the tool of the program makes
-// them, written to the files `der` and `key`.
-Certificate MakeCertificate(const QString& uri, const QString& der, const QString& key)
-{
-    UA_String subject[] = {UA_STRING_STATIC("C=DE"), UA_STRING_STATIC("O=Velmora"),
-                           UA_STRING_STATIC("CN=velmora test")};
-    const QByteArray alt = ("URI:" + uri).toUtf8();
-    UA_String altNames[] = {UA_STRING_STATIC("DNS:localhost"), UA_STRING(const_cast<char*>(alt.constData()))};
-    UA_ByteString outKey = UA_BYTESTRING_NULL, outCert = UA_BYTESTRING_NULL;
-    UA_Logger* logger = UA_Log_Stdout_new(UA_LOGLEVEL_FATAL);
-    UA_CreateCertificate(logger, subject, 3, altNames, 2, UA_CERTIFICATEFORMAT_DER, nullptr, &outKey,
-                         &outCert);
-    logger->clear(logger);
-    Certificate made{QByteArray(reinterpret_cast<char*>(outCert.data), int(outCert.length)),
-                     QByteArray(reinterpret_cast<char*>(outKey.data), int(outKey.length))};
-    UA_ByteString_clear(&outKey);
-    UA_ByteString_clear(&outCert);
-    QFile d(der), k(key);
-    if (made.der.isEmpty() || !d.open(QIODevice::WriteOnly) || !k.open(QIODevice::WriteOnly) ||
-        d.write(made.der) != made.der.size() || k.write(made.key) != made.key.size())
-        return {};
-    return made;
-}
-
-UA_ByteString Bytes(const QByteArray& b)
-{
-    return {size_t(b.size()), reinterpret_cast<UA_Byte*>(const_cast<char*>(b.constData()))};
-}
-
-// An encrypting client the way the configurator sets one up: its own
-// certificate, the server's one trusted, a fixed application URI whatever the
-// certificate says; a `login` certificate logs in with it.
-Client EncryptingClient(const Certificate& own, const Certificate& server, const Certificate& login = {})
-{
-    UA_ClientConfig config = Quiet();
-    UA_ByteString trusted = Bytes(server.der);
-    UA_ClientConfig_setDefaultEncryption(&config, Bytes(own.der), Bytes(own.key), &trusted, 1, nullptr, 0);
-    if (!login.der.isEmpty())
-        UA_ClientConfig_setAuthenticationCert(&config, Bytes(login.der), Bytes(login.key));
-    UA_String_clear(&config.clientDescription.applicationUri);
-    config.clientDescription.applicationUri = UA_STRING_ALLOC("urn:open62541.server.application");
-    config.securityMode = UA_MESSAGESECURITYMODE_SIGNANDENCRYPT;
-    config.securityPolicyUri = UA_STRING_ALLOC("http://opcfoundation.org/UA/SecurityPolicy#Basic256Sha256");
-    return Made(config);
-}
-
 } // namespace
 
 class TestGateway : public QObject
@@ -235,8 +146,31 @@ private slots:
             QVERIFY2(!p.readAllStandardError().isEmpty(), qPrintable(bad.join(' ')));
         }
 
-        GatewayProcess missing;
-        QVERIFY(!missing.start({m_dir.filePath("absent.cfg")}, 3000));
+        // A file that does not load is refused with its row and reason; so is
+        // a start that nobody could log in to.
+        const auto file = [this](const char* name, const QByteArray& bytes) {
+            QFile f(m_dir.filePath(name));
+            return f.open(QIODevice::WriteOnly) && f.write(bytes) == bytes.size() ? f.fileName() : QString();
+        };
+        const QByteArray good = CScrambler::Encode(QString::fromUtf8(kValuesConfig));
+        const std::pair<QString, const char*> bad[] = {
+            {m_dir.filePath("absent.cfg"), "cannot read"},
+            {file("empty.cfg", ""), "does not load: файл пуст"},
+            {file("binary.cfg", QByteArray("\x00\x01\xfe\xff;;\n", 7).repeated(50)),
+             "Строка 0: неизвестная строка"},
+            {file("cut.cfg", good.left(good.indexOf(CScrambler::Encode("Rand")) + 20)),
+             "Строка 8: несоответствие"},
+            {file("plain.cfg", kValuesConfig), "Строка 0: неизвестная строка"},
+            {file("wide.cfg", CScrambler::Encode(QString(";").repeated(100000))),
+             "Строка 0: полей больше 18"}};
+        for (const auto& [path, reason] : bad) {
+            QCOMPARE(run({path, "4840", "info", "true", "", "", ""}), 1);
+            QVERIFY2(QString::fromUtf8(p.readAllStandardError()).contains(reason), reason);
+        }
+        QCOMPARE(run({QStringLiteral(VELMORA_TEST_DATA "/worked_example.cfg"), "4840", "info", "false", "",
+                      "", ""}),
+                 1);
+        QVERIFY(p.readAllStandardError().contains("anonymous access is off and nobody can log in"));
 
         GatewayProcess gw;
         QVERIFY2(gw.start({m_values}), qPrintable(gw.output()));
@@ -253,16 +187,7 @@ private slots:
         GatewayProcess gw;
         QVERIFY2(gw.start({QStringLiteral(VELMORA_TEST_DATA "/worked_example.cfg")}),
                  qPrintable(gw.output()));
-        const QByteArray url = gw.url().toUtf8();
-        size_t count = 0;
-        UA_ApplicationDescription* servers = nullptr;
-        QCOMPARE(UA_Client_findServers(NewClient().get(), url.constData(), 0, nullptr, 0, nullptr, &count,
-                                       &servers),
-                 UA_STATUSCODE_GOOD);
-        const bool oneServer = count == 1 && Text(servers[0].applicationUri) == kAppUri;
-        UA_Array_delete(servers, count, &UA_TYPES[UA_TYPES_APPLICATIONDESCRIPTION]);
-        QVERIFY(oneServer);
-        QCOMPARE(Endpoints(NewClient().get(), url), QStringList{"None/1"}); // no certificate: None only
+        // Discovery and endpoints are checked against another stack in the interoperability test.
         Client c = Connected(gw.url());
         QVERIFY(c);
         UA_Client* cl = c.get();
@@ -290,7 +215,10 @@ private slots:
             {"addNode", "Новый.Прибор;3;Группа;1;1", UA_STATUSCODE_BADNODEIDEXISTS},
             {"addNode", "Нет.Такого;3;Группа;1;1", UA_STATUSCODE_BADNODEIDUNKNOWN},
             {"addNode", "Новый.Прибор;4;Т;3;40;5;0;1;1;0;2;0;0;0;0;0", UA_STATUSCODE_BADINVALIDARGUMENT},
+            {"addNode", "Каналы;1;Каналы;1;500;3;0;2;16777343;502;5000", UA_STATUSCODE_BADNODEIDEXISTS},
             {"editNode", "Channel_0;1;Новый;0;500;3;0;0;1;9600;8;1;0;0;0;0", UA_STATUSCODE_BADNODEIDEXISTS},
+            {"editNode", "Channel_0;1;Каналы;0;500;3;0;0;1;9600;8;1;0;0;0;0", UA_STATUSCODE_BADNODEIDEXISTS},
+            // Found under its old name: the refused rename left the gateway's tree alone.
             {"editNode", "Channel_0;2;Dev", UA_STATUSCODE_BADINVALIDARGUMENT},
             {"deleteNode", "Channel_0.Нет", UA_STATUSCODE_BADNODEIDUNKNOWN},
             {"deleteNode", "Каналы", UA_STATUSCODE_BADINVALIDARGUMENT}};
@@ -318,13 +246,12 @@ private slots:
         QCOMPARE(Call(cl, "deleteNode", "Новый.Прибор"), UA_STATUSCODE_GOOD);
         found = BrowseAll(cl);
         QVERIFY(found.contains("Новый") && found.filter("Новый.").isEmpty());
-        QVERIFY(gw.output().contains("Вызов метода deleteNode: Новый.Прибор"));
         c.reset();
         QCOMPARE(gw.stop(), 0);
         QVERIFY2(!gw.output().contains("Sanitizer"), qPrintable(gw.output())); // in sanitizer builds
     }
 
-    void emulatedValuesSubscriptionsAndExchange()
+    void emulatedValuesAndExchange()
     {
         GatewayProcess gw;
         QVERIFY2(gw.start({m_values}), qPrintable(gw.output()));
@@ -346,27 +273,6 @@ private slots:
         QVERIFY(*std::min_element(sines.begin(), sines.end()) >= -100 &&
                 *std::max_element(sines.begin(), sines.end()) <= 100);
 
-        // Monitored items are numbered from 1 in each subscription.
-        static int notifications = 0;
-        const QByteArray ids[] = {g + "Const", g + "Rand", g + "Sine", g + "Bit"};
-        for (int sub = 0; sub < 2; ++sub) {
-            UA_CreateSubscriptionRequest sreq = UA_CreateSubscriptionRequest_default();
-            sreq.requestedPublishingInterval = 100;
-            const auto sresp = UA_Client_Subscriptions_create(cl, sreq, nullptr, nullptr, nullptr);
-            QCOMPARE(sresp.responseHeader.serviceResult, UA_STATUSCODE_GOOD);
-            for (UA_UInt32 i = 0; i < 4; ++i) {
-                UA_MonitoredItemCreateRequest r = UA_MonitoredItemCreateRequest_default(Id(ids[i]));
-                r.requestedParameters.samplingInterval = 100;
-                const auto res = UA_Client_MonitoredItems_createDataChange(
-                    cl, sresp.subscriptionId, UA_TIMESTAMPSTORETURN_BOTH, r, nullptr,
-                    [](UA_Client*, UA_UInt32, void*, UA_UInt32, void*, UA_DataValue*) { ++notifications; },
-                    nullptr);
-                QCOMPARE(res.statusCode, UA_STATUSCODE_GOOD);
-                QCOMPARE(res.monitoredItemId, i + 1);
-            }
-        }
-        QTRY_VERIFY_WITH_TIMEOUT((UA_Client_run_iterate(cl, 20), notifications > 20), 15000);
-
         // Stopped exchange freezes every value; starting lets them move again.
         QCOMPARE(Call(cl, "stopExchange", "emul"), UA_STATUSCODE_GOOD);
         const double frozen = Read(cl, g + "Rand").number;
@@ -374,54 +280,6 @@ private slots:
             QCOMPARE(Read(cl, g + "Rand").number, frozen);
         QCOMPARE(Call(cl, "startExchange", "emul"), UA_STATUSCODE_GOOD);
         QTRY_VERIFY_WITH_TIMEOUT(Read(cl, g + "Rand").number != frozen, 10000);
-    }
-
-    void loginsAndEncryptedSessions()
-    {
-        GatewayProcess::Options o{m_values};
-        o.anonymous = false;
-        const QString trust = m_dir.filePath("trust");
-        QVERIFY(QDir().mkpath(trust));
-        const QString serverDer = m_dir.filePath("server.der"), serverKey = m_dir.filePath("server.pem");
-        const Certificate server = MakeCertificate(kAppUri, serverDer, serverKey);
-        // The client certificate names another application than the one it announces.
-        const Certificate good =
-            MakeCertificate("urn:velmora.test.client", trust + "/client.der", m_dir.filePath("c.key"));
-        const Certificate bad =
-            MakeCertificate("urn:velmora.test.stranger", m_dir.filePath("s.der"), m_dir.filePath("s.key"));
-        QVERIFY(!server.der.isEmpty() && !good.der.isEmpty() && !bad.der.isEmpty());
-        o.certificate = serverDer;
-        o.privateKey = serverKey;
-        o.trustFolder = trust;
-        GatewayProcess gw;
-        QVERIFY2(gw.start(o), qPrintable(gw.output()));
-        const QByteArray url = gw.url().toUtf8();
-
-        QCOMPARE(Endpoints(NewClient().get(), url),
-                 QStringList({"Basic256Sha256/2", "Basic256Sha256/3", "None/1"}));
-        QVERIFY(!Connected(gw.url())); // None is there for discovery, not for anonymous sessions
-
-        Client byName = EncryptingClient(good, server);
-        QCOMPARE(UA_Client_connectUsername(byName.get(), url.constData(), "оператор", "секрет"),
-                 UA_STATUSCODE_GOOD);
-        QVERIFY(BrowseAll(byName.get()).contains("Линия.Эмулятор.Быстрая.Const"));
-        QVERIFY(gw.output().contains("differs from the client certificate; accepted"));
-        for (const auto& [login, password] : {std::pair("оператор", "неверно"), {"никто", "секрет"}})
-            QVERIFY2(UA_Client_connectUsername(EncryptingClient(good, server).get(), url.constData(), login,
-                                               password) != UA_STATUSCODE_GOOD,
-                     login);
-        QVERIFY(gw.output().contains("Сессия отклонена"));
-        Client byCertificate = EncryptingClient(good, server, good);
-        QCOMPARE(UA_Client_connect(byCertificate.get(), url.constData()), UA_STATUSCODE_GOOD);
-        // Neither a channel nor a login with a certificate outside the folder.
-        QVERIFY(UA_Client_connectUsername(EncryptingClient(bad, server).get(), url.constData(), "оператор",
-                                          "секрет") != UA_STATUSCODE_GOOD);
-        QVERIFY(UA_Client_connect(EncryptingClient(good, server, bad).get(), url.constData()) !=
-                UA_STATUSCODE_GOOD);
-        byName.reset();
-        byCertificate.reset();
-        QCOMPARE(gw.stop(), 0);
-        QVERIFY2(!gw.output().contains("Sanitizer"), qPrintable(gw.output()));
     }
 };
 

@@ -1,55 +1,67 @@
-#include "server/exchangeclock.h"
 #include "server/gatewayconfig.h"
 #include "server/tagruntime.h"
 
 #include <QtTest>
 
+#include <algorithm>
 #include <cmath>
 
 class TestGatewayParts : public QObject
 {
     Q_OBJECT
 private slots:
-    // The common kinds show in the gateway test; these are the odd ones.
-    void oddDataKinds()
-    {
-        using R = CTagRuntime;
-        QCOMPARE(R::KindFor(2, 7), R::Byte);
-        QCOMPARE(R::KindFor(2, 23), R::Boolean); // a register read as bits
-        QCOMPARE(R::KindFor(1, 0), R::Boolean);  // states, whatever value type they hold
-    }
-
-    void emulationAndTransformations()
+    // Emulation spans the raw range: the line scale's input, else the type's.
+    void emulationSpansTheRawRange()
     {
         const std::int64_t t0 = 1700000000000; // a whole number of 4 s periods
-        // Random: one value per update period, in 0..1, evenly spread, its own per tag.
+        const auto spread = [t0](const CTagRuntime& r, int samples) {
+            QList<double> v;
+            for (int i = 0; i < samples; ++i)
+                v << r.RawAt(t0 + i * std::int64_t(r.updateMs));
+            std::sort(v.begin(), v.end());
+            return v;
+        };
         CTagRuntime a;
+        a.kind = CTagRuntime::UInt16;
         a.emulation = CTagRuntime::Random;
+        a.transform = CTagRuntime::LineScale;
+        a.srcMin = 27648; // a reversed range is a range all the same
+        a.srcMax = 0;
         a.updateMs = 100;
         a.SetSeed("C.D.G.A");
         CTagRuntime b = a;
         b.SetSeed("C.D.G.B");
-        QCOMPARE(a.RawAt(t0), a.RawAt(t0 + 99));
-        QVERIFY(a.RawAt(t0) != b.RawAt(t0));
-        QSet<double> seen;
-        double sum = 0;
-        for (int i = 0; i < 2000; ++i) {
-            const double v = a.RawAt(t0 + i * 100);
-            QVERIFY(v >= 0.0 && v < 1.0);
-            seen << v;
-            sum += v;
-        }
-        QVERIFY(seen.size() > 1990 && std::fabs(sum / 2000 - 0.5) < 0.05);
+        QCOMPARE(a.RawAt(t0), a.RawAt(t0 + 99)); // one value per update period
+        QVERIFY(a.RawAt(t0) != b.RawAt(t0));     // and its own per tag
+        QList<double> v = spread(a, 2000);
+        QVERIFY(v.first() >= 0 && v.first() < 100 && v.last() <= 27648 && v.last() > 27500);
+        QVERIFY(std::all_of(v.begin(), v.end(), [](double x) { return x == std::floor(x); }));
+        a.transform = CTagRuntime::NoTransform;
+        a.kind = CTagRuntime::Boolean;
+        v = spread(a, 100);
+        QVERIFY(v.first() == 0 && v.last() == 1);
+        a.kind = CTagRuntime::Double;
+        v = spread(a, 100);
+        QVERIFY(v.first() < -5e8 && v.last() > 5e8 && v.first() >= -1e9 && v.last() < 1e9);
 
+        // A sine sampled at half its period shows its peaks, not its zero crossings.
         CTagRuntime s;
+        s.kind = CTagRuntime::Int16;
         s.emulation = CTagRuntime::Sine;
+        s.transform = CTagRuntime::LineScale;
+        s.srcMin = 0;
+        s.srcMax = 27648;
+        s.updateMs = 500;
+        const auto near = [](double x, double y) { return std::fabs(x - y) < 1e-6; };
+        QVERIFY(near(s.RawAt(t0), 27648) && near(s.RawAt(t0 + 500), 0) && near(s.RawAt(t0 + 1000), 27648));
         s.period = 4;
         s.updateMs = 0;
-        const auto near = [](double x, double y) { return std::fabs(x - y) < 1e-9; };
-        QVERIFY(near(s.RawAt(t0), 0) && near(s.RawAt(t0 + 1000), 1) && near(s.RawAt(t0 + 3000), -1));
-        s.updateMs = 1000; // sampled at the start of each second
-        QCOMPARE(s.RawAt(t0 + 1999), s.RawAt(t0 + 1000));
+        s.transform = CTagRuntime::NoTransform;
+        QVERIFY(near(s.RawAt(t0 + 1000), -0.5) && near(s.RawAt(t0 + 2000), -32768));
+    }
 
+    void transformations()
+    {
         CTagRuntime c;
         c.kind = CTagRuntime::Int16;
         c.constant = 5;
@@ -87,18 +99,6 @@ private slots:
         QCOMPARE(*static_cast<UA_Byte*>(dv.value.data), UA_Byte(0));
         QVERIFY(!dv.hasSourceTimestamp);
         UA_DataValue_clear(&dv);
-    }
-
-    void stoppedClockStandsStill()
-    {
-        CExchangeClock clock;
-        clock.Stop();
-        const std::int64_t frozen = clock.NowMs();
-        QTest::qWait(20);
-        clock.Stop(); // a second stop keeps the first moment
-        QCOMPARE(clock.NowMs(), frozen);
-        clock.Start();
-        QVERIFY(clock.NowMs() >= frozen + 20);
     }
 
     void tailAndUsersBlock()
