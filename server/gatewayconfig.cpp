@@ -26,30 +26,41 @@ std::string Trim(const std::string& s)
 
 } // namespace
 
+bool CGatewayConfig::Read(const std::string& path, std::string& error)
+{
+    QString clear;
+    return ReadClear(path, clear, error);
+}
+
 bool CGatewayConfig::Read(const std::string& path, CTreeItemRoot* root, std::string& error)
+{
+    QString clear;
+    if (!ReadClear(path, clear, error))
+        return false;
+    if (!ReadTree(clear, root, error)) {
+        error = "configuration " + path + " does not load: " + error;
+        return false;
+    }
+    return true;
+}
+
+bool CGatewayConfig::ReadClear(const std::string& path, QString& clear, std::string& error)
 {
     QFile file(QString::fromStdString(path));
     if (!file.open(QIODevice::ReadOnly)) {
         error = "cannot read " + path;
         return false;
     }
-    QString clear = CScrambler::Decode(file.readAll());
+    clear = CScrambler::Decode(file.readAll());
     if (file.error() != QFileDevice::NoError) {
         error = "cannot read " + path + " to its end";
         return false;
     }
-    file.close();
-
     // The tail and the users block stand behind the tree: only that part is copied.
     const qsizetype tail = clear.indexOf(QLatin1String(kTailMarker));
     const qsizetype usersAt = clear.indexOf(QLatin1String("USERS\n\n"));
     const qsizetype from = tail < 0 ? usersAt : usersAt < 0 ? tail : std::min(tail, usersAt);
     Parse(from < 0 ? std::string() : QStringView(clear).mid(from).toString().toStdString());
-
-    if (!ReadTree(clear, root, error)) {
-        error = "configuration " + path + " does not load: " + error;
-        return false;
-    }
     return true;
 }
 
@@ -70,15 +81,16 @@ bool CGatewayConfig::ReadTree(const QString& clear, CTreeItemRoot* root, std::st
         const QStringView line = text.mid(from, lf - from);
         from = lf + 1;
         const std::string row = "Строка " + std::to_string(rows);
-        if (line.count(u';') > kMaxCells) {
-            error = row + ": полей больше " + std::to_string(kMaxCells);
+        if (std::size_t(line.count(u';')) > CRowSplitter::kMaxCells) {
+            error = row + ": полей больше " + std::to_string(CRowSplitter::kMaxCells);
             return false;
         }
-        const std::wstring cells = line.toString().toStdWString();
-        if (!splitter.AddLine(cells.data(), cells.size()))
+        const std::wstring cells = line.left(CRowSplitter::kMaxLineChars).toString().toStdWString();
+        splitter.Clear();
+        if (!splitter.AddLine(cells.data(), cells.size(),
+                              std::size_t(line.size()) > CRowSplitter::kMaxLineChars))
             break;
         const CCsvLoader::Row& cellsOfRow = splitter.Buffer()[0];
-        splitter.Clear();
         const std::string before = loader.LastRowError();
         loader.m_RowIndex = rows;
         if (loader.Analyse(cellsOfRow))

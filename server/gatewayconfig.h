@@ -18,6 +18,8 @@ public:
     // with the first bad row and its reason, unless every row loads: the
     // gateway never runs on half a configuration.
     bool Read(const std::string& path, CTreeItemRoot* root, std::string& error);
+    // The run parameters and users only.
+    bool Read(const std::string& path, std::string& error);
     // Takes the tail and users of an already clear text (tests, plain files).
     void Parse(const std::string& clearText);
 
@@ -26,10 +28,9 @@ public:
     // (login, password) pairs in file order.
     std::vector<std::pair<std::string, std::string>> users;
 
-    // The most cells a row of the format has (a tag row with its parameter).
-    static const int kMaxCells = 18;
-
 private:
+    // The whole file unscrambled; the tail and the users taken from it.
+    bool ReadClear(const std::string& path, QString& clear, std::string& error);
     // Feeds the rows one at a time, so that only one row is held at once and a
     // bad row is known by its number.
     static bool ReadTree(const QString& clear, CTreeItemRoot* root, std::string& error);

@@ -93,7 +93,10 @@ std::string CServerOptions::Usage(const std::string& program)
            "The second form takes the six values after CONFIG from the run parameters\n"
            "saved in CONFIG by the configurator's start dialog.\n"
            "\n"
-           "With a certificate and key the server also offers Basic256Sha256 (Sign,\n"
-           "SignAndEncrypt) and accepts X.509 user tokens from trusted certificates.\n"
-           "Logins and passwords come from the users block of CONFIG.\n";
+           "Without a certificate and key the server makes its own, self-signed, once,\n"
+           "and keeps it in $HOME/Documents/TARN/OPC UA/pki. Either way it offers\n"
+           "Basic256Sha256 (Sign, SignAndEncrypt) besides None, takes passwords only\n"
+           "encrypted, and accepts X.509 user tokens from the trusted certificates.\n"
+           "Logins and passwords come from the users block of CONFIG. A CONFIG whose\n"
+           "rows do not all load is refused, with the first bad row on stderr.\n";
 }
