@@ -5,9 +5,10 @@
 
 QString CRunParameters::Block(const QList<QString>& args)
 {
-    return CConfigTail::IniMarker + "[options]\n" + "port = " + args.value(1) + "\n" + "log = " + args.value(2) +
-           "\n" + "allowanonimus = " + args.value(3) + "\n" + "derFile = " + args.value(4) + "\n" +
-           "pemFile = " + args.value(5) + "\n" + "trustFolder = " + args.value(6) + "\n";
+    return CConfigTail::IniMarker + "[options]\n" + "port = " + args.value(1) + "\n" +
+           "log = " + args.value(2) + "\n" + "allowanonimus = " + args.value(3) + "\n" +
+           "derFile = " + args.value(4) + "\n" + "pemFile = " + args.value(5) + "\n" +
+           "trustFolder = " + args.value(6) + "\n";
 }
 
 int CRunParameters::Save(const QList<QString>& args)

@@ -9,6 +9,8 @@
 
 namespace {
 
+constexpr int kFitRows = 100;
+
 // Room for the text inside a cell: the style's item text rectangle less the
 // margins the style leaves on each side of the text.
 int textRoom(const QAbstractItemView* view, const QStyleOptionViewItem& option)
@@ -66,6 +68,11 @@ void ClipTooltipDelegate::install(QTableView* view)
     columns->setSectionResizeMode(QHeaderView::Interactive);
     columns->setStretchLastSection(true);
     columns->setTextElideMode(Qt::ElideRight);
+    // Fitting measures the rows in view and this many more: a group of a
+    // thousand tags stays quick to select, and a longer text further down
+    // still shows in its tooltip.
+    columns->setResizeContentsPrecision(kFitRows);
+    rows->setResizeContentsPrecision(kFitRows);
 }
 
 void ClipTooltipDelegate::fitColumns(QTableView* view)
