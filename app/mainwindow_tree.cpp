@@ -217,8 +217,9 @@ void MainWindow::on_treeWidget_customContextMenuRequested(const QPoint& pos)
 {
     if (m_monitoring)
         return;
+    // Empty space, or a row that a failed open left without a node: no menu.
     QTreeWidgetItem* row = ui->treeWidget->itemAt(pos);
-    if (!row)
+    if (!row || !nodeOf(row))
         return;
 
     QMenu menu(this);
