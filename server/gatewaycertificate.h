@@ -26,6 +26,7 @@ public:
 
     const UA_ByteString& Certificate() const { return m_certificate; }
     const UA_ByteString& PrivateKey() const { return m_key; }
+    // Empty when the pair could not be stored.
     const std::string& CertificatePath() const { return m_certificatePath; }
     // What happened, for the start log.
     const std::string& Note() const { return m_note; }

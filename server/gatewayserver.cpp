@@ -105,6 +105,13 @@ UA_StatusCode AcceptAnyApplicationUri(const UA_CertificateVerification* cv, cons
     return UA_STATUSCODE_GOOD;
 }
 
+// The library's own accept-all warns about every channel; here it is the
+// intended set-up for a gateway without a trust folder.
+UA_StatusCode AcceptAnyCertificate(const UA_CertificateVerification*, const UA_ByteString*)
+{
+    return UA_STATUSCODE_GOOD;
+}
+
 std::string TokenText(const UA_ExtensionObject* token)
 {
     if (!token || token->encoding < UA_EXTENSIONOBJECT_DECODED)
@@ -273,7 +280,9 @@ bool CGatewayServer::LoadCredentials(CCredentials& c, std::string& error)
     } else {
         if (!c.own.LoadOrCreate(CGatewayCertificate::DefaultFolder(), kApplicationUri, error))
             return false;
-        CServerLog::Write(CServerLog::Info, c.own.Note());
+        // A pair that isn't kept is a new one at the next start, which clients will not know.
+        CServerLog::Write(c.own.CertificatePath().empty() ? CServerLog::Warning : CServerLog::Info,
+                          c.own.Note());
         c.certificate = &c.own.Certificate();
         c.key = &c.own.PrivateKey();
     }
@@ -306,6 +315,7 @@ bool CGatewayServer::ConfigureSecurity(UA_ServerConfig* config, const CCredentia
             cv->clear(cv);
         if (cv == &config->secureChannelPKI && m_options.trustFolder.empty()) {
             UA_CertificateVerification_AcceptAll(cv);
+            cv->verifyCertificate = AcceptAnyCertificate;
             continue;
         }
         rc |=
