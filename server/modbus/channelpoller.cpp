@@ -96,6 +96,10 @@ UA_StatusCode CChannelPoller::Write(const std::string& key, int group, int point
         const auto it = m_devices.find(key);
         if (!m_running || it == m_devices.end())
             return UA_STATUSCODE_BADNOCOMMUNICATION;
+        // The server's loop waits for the answer: a device known to be silent
+        // is not waited for again.
+        if (it->second->silence != UA_STATUSCODE_GOOD)
+            return it->second->silence;
         job->device = it->second;
         job->group = group;
         job->point = point;
@@ -104,9 +108,9 @@ UA_StatusCode CChannelPoller::Write(const std::string& key, int group, int point
     }
     m_wake.notify_all();
     // A read-modify-write of a bit takes two exchanges, each with its attempts,
-    // and a poll may be under way.
+    // and a request of a poll may be under way.
     const int exchangeMs = m_timing.busyMs + m_settings.timeoutMs * std::max(1, m_timing.attempts);
-    const auto bound = std::chrono::milliseconds(3 * exchangeMs + m_settings.connectTimeoutMs + 1000);
+    const auto bound = std::chrono::milliseconds(3 * exchangeMs + 1000);
     return result.wait_for(bound) == std::future_status::ready ? result.get() : UA_STATUSCODE_BADTIMEOUT;
 }
 
@@ -116,15 +120,25 @@ bool CChannelPoller::Pause(int ms)
     return !m_wake.wait_for(lock, std::chrono::milliseconds(ms), [this] { return m_stop; });
 }
 
+void CChannelPoller::RunWrites()
+{
+    std::unique_lock<std::mutex> lock(m_mutex);
+    while (!m_jobs.empty() && !m_stop) {
+        std::unique_ptr<WriteJob> job = std::move(m_jobs.front());
+        m_jobs.pop_front();
+        lock.unlock();
+        job->result.set_value(DoWrite(*job));
+        lock.lock();
+    }
+}
+
 void CChannelPoller::Run()
 {
     std::unique_lock<std::mutex> lock(m_mutex);
     while (!m_stop) {
         if (!m_jobs.empty()) {
-            std::unique_ptr<WriteJob> job = std::move(m_jobs.front());
-            m_jobs.pop_front();
             lock.unlock();
-            job->result.set_value(DoWrite(*job));
+            RunWrites();
             lock.lock();
             continue;
         }
@@ -252,6 +266,7 @@ void CChannelPoller::Poll(const DeviceState& device, int group)
     const GroupState& state = device.groups[group];
     const std::vector<CPollPoint>& points = device.config.groups[group].points;
     if (!Connected()) {
+        device.silence = UA_STATUSCODE_BADNOCOMMUNICATION;
         FailGroup(device, group, UA_STATUSCODE_BADNOCOMMUNICATION);
         return;
     }
@@ -260,7 +275,9 @@ void CChannelPoller::Poll(const DeviceState& device, int group)
     std::map<std::pair<int, int>, std::uint16_t> pieces;
     std::vector<int> missing = state.piecesOf;
     std::vector<char> failed(points.size(), 0);
-    for (const CPlannedRequest& request : state.plan) {
+    for (std::size_t r = 0; r < state.plan.size(); ++r) {
+        const CPlannedRequest& request = state.plan[r];
+        RunWrites();
         std::string why;
         const CModbusLink::Result result = Attempt(
             [&](std::string& w) {
@@ -304,8 +321,14 @@ void CChannelPoller::Poll(const DeviceState& device, int group)
             }
             point.live->Publish(point.codec.Decode(&words[at]), now);
         }
-        if (result == CModbusLink::Lost) {
-            FailGroup(device, group, UA_STATUSCODE_BADNOCOMMUNICATION);
+        device.silence = result == CModbusLink::Timeout || result == CModbusLink::Lost ? StatusOf(result)
+                                                                                       : UA_STATUSCODE_GOOD;
+        // A device that does not answer one request won't answer the next:
+        // the line is not held up for the rest of its cycle.
+        if (result == CModbusLink::Lost || result == CModbusLink::Timeout) {
+            for (std::size_t rest = r + 1; rest < state.plan.size(); ++rest)
+                for (int index : state.plan[rest].items)
+                    points[index].live->Fail(StatusOf(result), now);
             return;
         }
     }
@@ -339,6 +362,8 @@ UA_StatusCode CChannelPoller::DoWrite(WriteJob& job)
                 return m_link.Write(device.slave, table, address, words, point.writeMultiple, w);
             },
             why);
+    if (result == CModbusLink::Timeout || result == CModbusLink::Lost)
+        job.device->silence = StatusOf(result);
     if (result != CModbusLink::Ok) {
         m_log(true, "Канал " + m_name + ", устройство " + device.name + ": запись по адресу " +
                         std::to_string(address) + " не удалась: " + why);

@@ -85,6 +85,9 @@ private:
     {
         CPollDevice config;
         std::vector<GroupState> groups;
+        // Good while the device answers, else why it doesn't: writes to a
+        // silent device fail at once instead of holding the server's loop.
+        mutable std::atomic<UA_StatusCode> silence{UA_STATUSCODE_GOOD};
     };
     struct WriteJob
     {
@@ -96,6 +99,8 @@ private:
     };
 
     void Run();
+    // Carries out the queued writes; between polls and between the requests of one.
+    void RunWrites();
     bool Connected();
     void Poll(const DeviceState& device, int group);
     void FailGroup(const DeviceState& device, int group, UA_StatusCode status);
