@@ -10,9 +10,11 @@
 
 #include <open62541/client_config_default.h>
 #include <open62541/client_highlevel.h>
+#include <open62541/client_highlevel_async.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -25,6 +27,9 @@ const char* const kClientApplicationUri = "urn:open62541.server.application";
 const char* const kChannelsObject = "Каналы";
 const char* const kNoServer = "Сервер недоступен, действие отменено";
 const UA_UInt32 kRequestTimeoutMs = 3600000;
+// How often a running loop asks whether the server still answers, and how long it waits.
+const std::chrono::seconds kAliveInterval(1);
+const std::chrono::seconds kSilenceLimit(3);
 // Nodes asked for in one Browse request; halved for a server that refuses as many.
 const size_t kBrowseBatch = 1000;
 
@@ -361,6 +366,8 @@ std::thread OPCUAWrapper::runIterate()
 
 void OPCUAWrapper::iterate()
 {
+    m_aliveAsking = false;
+    m_aliveAsked = std::chrono::steady_clock::now();
     while (statusIterate) {
         {
             auto lock = lockClient();
@@ -369,6 +376,7 @@ void OPCUAWrapper::iterate()
             if (!clientUsable() || m_sessionLost)
                 break;
             UA_Client_run_iterate(client, 10);
+            watchSession();
         }
         // A caller waiting for the client goes before the next pass.
         while (m_clientWaiters > 0 && statusIterate)
@@ -393,13 +401,45 @@ void OPCUAWrapper::stateChanged(UA_Client* client, UA_SecureChannelState, UA_Ses
         }
         return;
     }
-    if (!wrapper->connected || wrapper->m_sessionLost)
-        return;
-    wrapper->connected = false;
-    wrapper->m_sessionLost = true;
-    const QString name = statusName(UA_StatusCode_isBad(status) ? status : UA_STATUSCODE_BADCONNECTIONCLOSED);
+    if (wrapper->connected && !wrapper->m_sessionLost)
+        wrapper->loseSession(UA_StatusCode_isBad(status) ? status : UA_STATUSCODE_BADCONNECTIONCLOSED);
+}
+
+void OPCUAWrapper::loseSession(UA_StatusCode status)
+{
+    connected = false;
+    m_sessionLost = true;
+    const QString name = statusName(status);
     VLOG_WARNING().noquote() << QStringLiteral("Соединение с сервером потеряно: %1").arg(name);
-    emit wrapper->signalConnectionLost(name);
+    emit signalConnectionLost(name);
+}
+
+// A server that stops answering without closing the connection (frozen, or the
+// network gone) is only noticed by asking: while the loop runs, the server's
+// state is read every second, and a read left unanswered for three seconds ends
+// the session.
+void OPCUAWrapper::watchSession()
+{
+    const auto now = std::chrono::steady_clock::now();
+    if (m_aliveAsking) {
+        if (now - m_aliveAsked < kSilenceLimit || !connected)
+            return;
+        m_aliveAsking = false;
+        loseSession(UA_STATUSCODE_BADTIMEOUT);
+        UA_Client_disconnectSecureChannel(client);
+        return;
+    }
+    if (now - m_aliveAsked < kAliveInterval)
+        return;
+    m_aliveAsked = now;
+    m_aliveAsking =
+        UA_Client_readValueAttribute_async(client, UA_NODEID_NUMERIC(0, UA_NS0ID_SERVER_SERVERSTATUS_STATE),
+                                           &OPCUAWrapper::aliveAnswered, this, nullptr) == UA_STATUSCODE_GOOD;
+}
+
+void OPCUAWrapper::aliveAnswered(UA_Client*, void* wrapper, UA_UInt32, UA_StatusCode, UA_DataValue*)
+{
+    static_cast<OPCUAWrapper*>(wrapper)->m_aliveAsking = false;
 }
 
 void OPCUAWrapper::setStatusIterate(bool status)

@@ -10,6 +10,7 @@
 #include <open62541/client.h>
 
 #include <atomic>
+#include <chrono>
 #include <functional>
 #include <mutex>
 #include <thread>
@@ -127,6 +128,10 @@ private:
     static void addReferences(BrowseTree& tree, size_t parent, const UA_BrowseResult& result,
                               std::vector<size_t>& next);
     void tellFound(const BrowseTree& tree, size_t parent, std::vector<bool>& onPath);
+    void loseSession(UA_StatusCode status);
+    void watchSession();
+    static void aliveAnswered(UA_Client* client, void* wrapper, UA_UInt32 requestId, UA_StatusCode status,
+                              UA_DataValue* value);
     static void stateChanged(UA_Client* client, UA_SecureChannelState channel, UA_SessionState session,
                              UA_StatusCode status);
 
@@ -147,4 +152,7 @@ private:
     bool m_clientAlive = false;
     // Set when an open session was lost, until a new one is activated.
     std::atomic<bool> m_sessionLost{false};
+    // The iterate loop's question whether the server still answers.
+    std::chrono::steady_clock::time_point m_aliveAsked;
+    bool m_aliveAsking = false;
 };

@@ -194,8 +194,13 @@ void MonitoringTest::monitorLoseAndResume()
     QVERIFY(MainWindowProbe::monitoring(w));
     QTRY_COMPARE_WITH_TIMEOUT(cell(w, 2, 2), QString("Good"), 10000);
     QCOMPARE(MainWindowProbe::statusLabel(w)->text(), connectedLabel);
-    action(w, "monitoring_action")->trigger();
     QVERIFY(MainWindowProbe::client(w)->callDeleteNode({"Channel_0.Device_0.Group_1"}));
+
+    // Frozen, its connection still open: only its silence tells, within seconds as well.
+    ::kill(pid_t(gateway.processId()), SIGSTOP);
+    QTRY_VERIFY_WITH_TIMEOUT(!MainWindowProbe::monitoring(w), 5000);
+    QCOMPARE(cell(w, 2, 2), QString("BadTimeout"));
+    ::kill(pid_t(gateway.processId()), SIGKILL);
 
     // Opened again, the dialog shows the connection and can end it.
     s.watcher.answer([](QWidget* dialog) {
