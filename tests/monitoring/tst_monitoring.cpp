@@ -1,20 +1,26 @@
 #include "config/scrambler.h"
 #include "gatewayprocess.h"
 #include "opcua/opcuawrapper.h"
+#include "opcua/searchopcuaserver.h"
 #include "tests/common/mainwindowprobe.h"
 #include "tests/common/session.h"
 #include "views/tablemodelmonitoring.h"
 
 #include <QAction>
+#include <QComboBox>
 #include <QFile>
 #include <QLabel>
+#include <QLineEdit>
+#include <QPlainTextEdit>
 #include <QPushButton>
 #include <QRegularExpression>
+#include <QSignalSpy>
 #include <QTabWidget>
 #include <QTreeWidget>
 #include <QtTest>
 
 #include <csignal>
+#include <thread>
 
 namespace {
 
@@ -78,22 +84,155 @@ QString writeEmulatedExample(const QString& folder)
     return CScrambler::WriteFile(path, text) ? path : QString();
 }
 
+const QString kNone = "http://opcfoundation.org/UA/SecurityPolicy#None (None)";
+const QString kAutoLabel = "Подключаемся к серверу, пожалуйста, подождите... (%1 из 10)";
+
+template <typename T = QPushButton> T* child(const SearchOPCUAServer& d, const char* name)
+{
+    return d.findChild<T*>(name);
+}
+
+// What the server box and then the endpoint box hold.
+QStringList boxes(const SearchOPCUAServer& d)
+{
+    QStringList texts;
+    for (const char* name : {"cb_server", "cb_endpoint"})
+        for (int i = 0; i < child<QComboBox>(d, name)->count(); ++i)
+            texts << child<QComboBox>(d, name)->itemText(i);
+    return texts;
+}
+
+// The log pane, one entry a line, without the time stamps.
+QStringList logLines(const SearchOPCUAServer& d)
+{
+    QStringList lines = child<QPlainTextEdit>(d, "te_log")->toPlainText().split('\n');
+    for (QString& line : lines)
+        line.remove(QRegularExpression("^\\[[^]]*\\] "));
+    return lines;
+}
+
+// Search, endpoints and an anonymous connection, as the user clicks them.
+void clickThrough(SearchOPCUAServer& d, const QString& url)
+{
+    child<QLineEdit>(d, "le_device")->setText(url);
+    for (const char* name : {"pb_searchDevice", "pb_getEndPoint", "pb_connect"})
+        child(d, name)->click();
+}
+
 } // namespace
 
-// Connecting through the dialog and live monitoring in the main window, against the gateway running the
-// worked example with emulated values; then the gateway is killed under it and started again.
+// The find-server dialog: its three opening modes, the manual sequence against the gateway and the automatic
+// connection of a started gateway. Then live monitoring in the main window, against the gateway running the
+// worked example with emulated values, which is killed, frozen and started again under it.
 class MonitoringTest : public QObject
 {
     Q_OBJECT
     QTemporaryDir m_dir;
 
 private slots:
+    void initTestCase()
+    {
+        qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString&) {});
+    }
+    void cleanup() { OPCUAWrapper::GetInstance()->autoConnecting = false; }
+
+    void openingModesAndLocalChecks()
+    {
+        OPCUAWrapper other;
+        SearchOPCUAServer fresh(false, nullptr, {}, {}, &other);
+        QCOMPARE(fresh.getOPCUAWrapper(), OPCUAWrapper::GetInstance()); // the argument is not used
+        QVERIFY(child(fresh, "pb_disconnect")->isHidden() && !child(fresh, "pb_connect")->isEnabled());
+
+        // Nothing to work on: each step says so in the pane and goes no further.
+        child<QLineEdit>(fresh, "le_device")->clear();
+        child(fresh, "pb_searchDevice")->click();
+        fresh.on_pb_getEndPoint_clicked();
+        fresh.on_pb_connect_clicked();
+        fresh.slotSetServerDlgSearchDevice({});
+        QCOMPARE(logLines(fresh), (QStringList{"Нет найденных серверов", "Нет найденных серверов",
+                                               "Нет найденных точек", "Нет найденных устройств", ""}));
+        const QString pane = child<QPlainTextEdit>(fresh, "te_log")->toPlainText();
+        QVERIFY2(
+            pane.contains(QRegularExpression("^\\[\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d{3} \\] ")),
+            qPrintable(pane));
+
+        // Known servers fill the boxes; connected before, they stay empty.
+        const QStringList servers = {"opc.tcp://a:1", "opc.tcp://b:2"};
+        SearchOPCUAServer known(false, nullptr, servers, {kNone}, &other);
+        QCOMPARE(known.getOPCUAWrapper(), &other);
+        QVERIFY(!child(known, "pb_disconnect")->isHidden() && !child(known, "pb_searchDevice")->isEnabled());
+        QCOMPARE(boxes(known), servers + QStringList{kNone});
+        SearchOPCUAServer before(true, nullptr, servers, {kNone}, &other);
+        QVERIFY(boxes(before).isEmpty());
+        // A failed disconnection still returns to the search and tells the window.
+        QSignalSpy disconnected(&before, &SearchOPCUAServer::signalDisconnect);
+        child(before, "pb_disconnect")->click();
+        QCOMPARE(disconnected.size(), 1);
+        QVERIFY(child(before, "pb_disconnect")->isHidden() && child(before, "pb_searchDevice")->isEnabled());
+
+        // Closing by any means hands over what the boxes hold, with result 1.
+        known.show();
+        QTest::keyClick(&known, Qt::Key_Escape);
+        QCOMPARE(known.result(), 1);
+        QCOMPARE(known.getServersDlg(), servers);
+        QVERIFY(!known.getFlagServer());
+    }
+
+    void manualAndAutomaticConnection()
+    {
+        GatewayProcess gateway, locked;
+        GatewayProcess::Options open(QString(VELMORA_TEST_DATA) + "/with_users.cfg"), closed = open;
+        closed.anonymous = false;
+        QVERIFY2(gateway.start(open), qPrintable(gateway.output()));
+        QVERIFY2(locked.start(closed), qPrintable(locked.output()));
+
+        // A refused login empties both boxes: the user starts again at the search.
+        SearchOPCUAServer dialog(false, nullptr, {}, {}, nullptr);
+        clickThrough(dialog, locked.url());
+        QCOMPARE(logLines(dialog).filter("Не удалось подключиться к конечной точке").size(), 1);
+        QVERIFY(boxes(dialog).isEmpty());
+        QVERIFY(!child(dialog, "pb_connect")->isEnabled() && !child(dialog, "pb_getEndPoint")->isEnabled());
+
+        // The open gateway: connected, with its nodes browsed.
+        dialog.findChild<QAbstractButton*>("checkBox_browse")->setChecked(true);
+        clickThrough(dialog, gateway.url());
+        QVERIFY(boxes(dialog).startsWith(gateway.url()) && boxes(dialog).contains(kNone));
+        QVERIFY(!child(dialog, "pb_disconnect")->isHidden() &&
+                !child(dialog, "pb_searchDevice")->isEnabled());
+        QVERIFY(logLines(dialog).contains("Подключение успешно завершено."));
+        QVERIFY(logLines(dialog).contains("Найдена нода: Channel_0.Device_0 - ns=2;s=Channel_0.Device_0"));
+
+        // Cancel on a live connection closes it; the window still gets result 1.
+        dialog.show();
+        child(dialog, "pb_cancel")->click();
+        QCOMPARE(dialog.result(), 1);
+        QVERIFY(!dialog.getFlagServer() && !dialog.getOPCUAWrapper()->connected);
+        QVERIFY(dialog.getServersDlg().isEmpty());
+        QTRY_VERIFY_WITH_TIMEOUT(gateway.output().contains("Сессия закрыта"), 10000);
+
+        // The automatic sequence of a started gateway, from a worker thread.
+        SearchOPCUAServer automatic(false, nullptr, {}, {}, nullptr);
+        QStringList told; // what the busy dialog would be told: labels and the closing code in turn
+        connect(&automatic, &SearchOPCUAServer::signalSetLabelProgressBar, [&told](QString l) { told << l; });
+        connect(&automatic, &SearchOPCUAServer::signalCloseProgressBar,
+                [&told](int c) { told << QString::number(c); });
+        bool connected = false;
+        std::thread worker(&SearchOPCUAServer::autoConnect, &automatic, QString::number(gateway.port()),
+                           std::ref(connected));
+        QTRY_COMPARE_WITH_TIMEOUT(told, (QStringList{kAutoLabel.arg(1), kAutoLabel.arg(1), "0"}), 30000);
+        worker.join();
+        OPCUAWrapper* client = automatic.getOPCUAWrapper();
+        QVERIFY(connected && client->connected && client->autoConnecting);
+        // The boxes follow through the queued slots.
+        QTRY_VERIFY(boxes(automatic).startsWith(gateway.url()) && boxes(automatic).contains(kNone));
+        QCOMPARE(client->disconnectToServer(), 0);
+        QVERIFY(!client->autoConnecting);
+    }
     void monitorLoseAndResume();
 };
 
 void MonitoringTest::monitorLoseAndResume()
 {
-    qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString&) {});
     GatewayProcess::Options options(writeEmulatedExample(m_dir.path()));
     GatewayProcess gateway;
     QVERIFY2(gateway.start(options), qPrintable(gateway.output()));
