@@ -84,14 +84,16 @@ QString generate(const std::vector<int>& periods)
 
 // The sampling time (ms since the epoch) of a sine value of period `p` s:
 // of the two times in a period with this value, the one in the last two
-// seconds. Values near the peaks are ambiguous and give -1.
+// seconds. Values near the peaks are ambiguous and give -1. The gateway's sine
+// of a float tag spans ±1e7 and starts a quarter period ahead.
 double sampleTimeMs(double value, int p, qint64 nowMs)
 {
+    value /= 1e7;
     if (std::fabs(value) > 0.95)
         return -1;
-    const double a = std::asin(value) / (2 * M_PI);
+    const double a = std::asin(value) / (2 * M_PI) - 0.25;
     const double periodMs = p * 1000.0;
-    for (double phase : {a, 0.5 - a}) {
+    for (double phase : {a, -a}) {
         phase = phase - std::floor(phase);
         double t = std::floor(nowMs / periodMs) * periodMs + phase * periodMs;
         if (t > nowMs + 1)
@@ -274,7 +276,7 @@ int main(int argc, char** argv)
     std::printf("tags monitored:               %d (+%d probes), interval 100 ms\n",
                 kDevices * kGroups * kTags, kProbes);
     std::printf("subscription creation:        %.0f ms (target <= 3000)\n", subscribeMs);
-    std::printf("steady-state CPU, %2d s:       %.1f %% of one core (target <= 25)\n", seconds, cpuPercent);
+    std::printf("steady-state CPU, %2d s:       %.1f %% of one core (target <= 15)\n", seconds, cpuPercent);
     std::printf("sample -> table, %zu values:  median %.0f ms, p99 %.0f ms, max %.0f ms (target <= 300)\n",
                 sampleToTable.size(), percentile(sampleToTable, 0.5), percentile(sampleToTable, 0.99),
                 percentile(sampleToTable, 1.0));
@@ -289,7 +291,7 @@ int main(int argc, char** argv)
     std::printf("gateway CPU, same %2d s:       %.1f %% of one core (target <= 50)\n", seconds,
                 gatewayCpuPercent);
     BenchSupport::ReportAbsolute("subscribe to 10k tags at 100 ms", subscribeMs, "ms", 3000);
-    BenchSupport::ReportAbsolute("program CPU, 10k tags monitored (% of a core)", cpuPercent, "%", 25);
+    BenchSupport::ReportAbsolute("program CPU, 10k tags monitored (% of a core)", cpuPercent, "%", 15);
     BenchSupport::ReportAbsolute("gateway CPU, 10k tags monitored (% of a core)", gatewayCpuPercent, "%", 50);
     BenchSupport::ReportAbsolute("gateway sample to table, slowest value", percentile(sampleToTable, 1.0),
                                  "ms", 300);
