@@ -144,6 +144,7 @@ private:
     void collectDataChange(QList<QVariant> message);
     void takeArrived();
     void dropArrived();
+    int runSwitchStep(std::function<void()> work);
     // Drops every way to the nodes below the root (row entries, group keys,
     // clipboard, table models) before those nodes are deleted.
     void forgetNodes();
@@ -193,6 +194,9 @@ private:
     QHash<QString, std::pair<int, QString>> m_rowOfName;
     // The status line as it was before the connection was lost.
     QString m_labelBeforeLoss;
+    // The monitoring switch's worker runs; a loss it meets is handled after it.
+    bool m_monitoringSwitch = false;
+    QString m_lostDuringSwitch;
     QList<QString> m_foundServers;
     QList<QString> m_foundEndpoints;
     QMap<QString, QString> m_certSettings;

@@ -112,7 +112,9 @@ void MainWindow::slotConnectionLost(QString status)
     if (!m_statusLabel->text().startsWith(kConnectionLost))
         m_labelBeforeLoss = m_statusLabel->text();
     m_statusLabel->setText(kConnectionLost + status);
-    if (!m_monitoring)
+    if (m_monitoringSwitch)
+        m_lostDuringSwitch = status;
+    if (!m_monitoring || m_monitoringSwitch)
         return;
 
     // The iterate loop has ended on the loss; the subscriptions died with the
@@ -157,9 +159,10 @@ void MainWindow::on_monitoring_action_triggered()
         return;
 
     if (m_monitoring) {
-        runBusyStep(this, [this, node] { monitoringOff(node); });
+        runSwitchStep([this, node] { monitoringOff(node); });
         m_monitoringTimer->stop();
         dropArrived();
+        m_lostDuringSwitch.clear(); // already on the status line, and monitoring ends anyway
         m_monitoring = false;
         ui->monitoring_action->setIcon(QIcon(kIconOff));
         if (node->GetType() == itGroup)
@@ -177,12 +180,24 @@ void MainWindow::on_monitoring_action_triggered()
     const std::string name = channel->GetName() + "." + device->GetName() + "." + group->GetName() + ".";
     const int interval = intervalMs(group);
 
-    const int code =
-        runBusyStep(this, [this, group, interval, name] { monitoringOn(group, interval, name); });
+    const int code = runSwitchStep([this, group, interval, name] { monitoringOn(group, interval, name); });
     if (code == 0)
         m_monitoringTimer->start(100);
     ui->tabWidget->setCurrentIndex(2);
     m_monitoredTreeItem = ui->treeWidget->currentItem();
+    // A loss told while the subscriptions were being made ends what was started.
+    if (!m_lostDuringSwitch.isEmpty())
+        slotConnectionLost(std::exchange(m_lostDuringSwitch, QString()));
+}
+
+// The busy dialog of the switch. A lost session told meanwhile is kept for
+// afterwards: the worker owns the iterate thread until it is done.
+int MainWindow::runSwitchStep(std::function<void()> work)
+{
+    m_monitoringSwitch = true;
+    const int code = runBusyStep(this, std::move(work));
+    m_monitoringSwitch = false;
+    return code;
 }
 
 int MainWindow::monitoringOn(CGroupInfo* group, int interval, std::string name)
