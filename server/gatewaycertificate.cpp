@@ -20,18 +20,6 @@ namespace {
 const char kCertificateName[] = "gateway_cert.der";
 const char kKeyName[] = "gateway_key.der";
 
-bool ReadAll(const std::string& path, UA_ByteString& out)
-{
-    std::ifstream in(path, std::ios::binary);
-    if (!in)
-        return false;
-    const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    if (bytes.empty() || UA_ByteString_allocBuffer(&out, bytes.size()) != UA_STATUSCODE_GOOD)
-        return false;
-    std::memcpy(out.data, bytes.data(), bytes.size());
-    return true;
-}
-
 // Written beside the target and renamed over it, so that a reader never sees
 // half a key; the key is readable by its owner only.
 bool WriteAll(const std::string& path, const UA_ByteString& bytes, mode_t mode)
@@ -103,7 +91,7 @@ bool CGatewayCertificate::LoadOrCreate(const std::string& folder, const std::str
         if (lock >= 0)
             ::flock(lock, LOCK_EX);
     }
-    bool ok = ReadAll(m_certificatePath, m_certificate) && ReadAll(keyPath, m_key);
+    bool ok = ReadFile(m_certificatePath, m_certificate) && ReadFile(keyPath, m_key);
     if (ok) {
         m_note = "Сертификат сервера: " + m_certificatePath;
     } else {
@@ -164,5 +152,17 @@ bool CGatewayCertificate::Store(const std::string& folder, std::string& error) c
         error = "не удалось записать в " + folder;
         return false;
     }
+    return true;
+}
+
+bool CGatewayCertificate::ReadFile(const std::string& path, UA_ByteString& out)
+{
+    std::ifstream in(path, std::ios::binary);
+    if (!in)
+        return false;
+    const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    if (bytes.empty() || UA_ByteString_allocBuffer(&out, bytes.size()) != UA_STATUSCODE_GOOD)
+        return false;
+    std::memcpy(out.data, bytes.data(), bytes.size());
     return true;
 }

@@ -18,6 +18,8 @@ public:
 
     // "$HOME/Documents/TARN/OPC UA/pki"
     static std::string DefaultFolder();
+    // A whole certificate or key file; false for a missing or empty one.
+    static bool ReadFile(const std::string& path, UA_ByteString& out);
 
     // Reads the pair from `folder`, or makes a new one and stores it there.
     // A pair that cannot be stored still serves this run; `note` says so.

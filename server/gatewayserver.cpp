@@ -17,8 +17,6 @@
 #include <chrono>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -80,18 +78,6 @@ std::string Printable(const std::string& s)
         }
     }
     return out;
-}
-
-bool ReadFile(const std::string& path, UA_ByteString& out)
-{
-    std::ifstream in(path, std::ios::binary);
-    if (!in)
-        return false;
-    const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    if (bytes.empty() || UA_ByteString_allocBuffer(&out, bytes.size()) != UA_STATUSCODE_GOOD)
-        return false;
-    std::memcpy(out.data, bytes.data(), bytes.size());
-    return true;
 }
 
 // The configurator announces a fixed application URI whatever its certificate
@@ -267,11 +253,11 @@ bool CGatewayServer::Configure(UA_ServerConfig* config, std::string& error)
 bool CGatewayServer::LoadCredentials(CCredentials& c, std::string& error)
 {
     if (m_options.Secure()) {
-        if (!ReadFile(m_options.certificatePath, c.given[0])) {
+        if (!CGatewayCertificate::ReadFile(m_options.certificatePath, c.given[0])) {
             error = "cannot read the certificate " + m_options.certificatePath;
             return false;
         }
-        if (!ReadFile(m_options.privateKeyPath, c.given[1])) {
+        if (!CGatewayCertificate::ReadFile(m_options.privateKeyPath, c.given[1])) {
             error = "cannot read the private key " + m_options.privateKeyPath;
             return false;
         }
@@ -291,7 +277,8 @@ bool CGatewayServer::LoadCredentials(CCredentials& c, std::string& error)
         for (std::filesystem::recursive_directory_iterator it(m_options.trustFolder, ec), end;
              !ec && it != end; it.increment(ec)) {
             UA_ByteString der = UA_BYTESTRING_NULL;
-            if (it->is_regular_file() && it->path().extension() == ".der" && ReadFile(it->path(), der))
+            if (it->is_regular_file() && it->path().extension() == ".der" &&
+                CGatewayCertificate::ReadFile(it->path(), der))
                 c.trust.push_back(der);
         }
     }
