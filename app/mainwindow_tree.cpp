@@ -194,6 +194,10 @@ void MainWindow::on_treeWidget_itemSelectionChanged()
             ui->tableView_2->reset();
             ClipTooltipDelegate::fitColumns(ui->tableView);
             ClipTooltipDelegate::fitColumns(ui->tableView_2);
+            // Values and their quality arrive after the fit: keep room for a
+            // long number and for the longest usual status name.
+            ClipTooltipDelegate::reserveColumn(ui->tableView_2, 1, QStringLiteral("-1234567.123456e-123"));
+            ClipTooltipDelegate::reserveColumn(ui->tableView_2, 2, QStringLiteral("BadCommunicationError"));
             ui->tabWidget->setTabEnabled(1, true);
             ui->tabWidget->setTabEnabled(2, true);
             break;

@@ -79,3 +79,11 @@ void ClipTooltipDelegate::fitColumns(QTableView* view)
 {
     view->resizeColumnsToContents();
 }
+
+void ClipTooltipDelegate::reserveColumn(QTableView* view, int column, const QString& sample)
+{
+    const int padding = 2 * view->style()->pixelMetric(QStyle::PM_FocusFrameHMargin, nullptr, view) + 12;
+    const int wanted = view->fontMetrics().horizontalAdvance(sample) + padding;
+    if (view->columnWidth(column) < wanted)
+        view->setColumnWidth(column, wanted);
+}

@@ -25,4 +25,7 @@ public:
     static void install(QTableView* view);
     // Columns as wide as their header and contents.
     static void fitColumns(QTableView* view);
+    // Widens column to hold sample: for columns whose contents come later,
+    // such as live values, which would otherwise be cut to the header's width.
+    static void reserveColumn(QTableView* view, int column, const QString& sample);
 };
