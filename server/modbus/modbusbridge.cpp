@@ -22,6 +22,13 @@ namespace {
 const char kComPathsVariable[] = "VELMORA_COM_PORTS";
 const std::int64_t kUnitMs[] = {1, 1000, 60000, 3600000};
 
+// A device's settings as raw bytes, only ever compared: reconciling runs after
+// every added tag, and formatting each scale's numbers as text dominated it.
+template <typename... T> void AppendRaw(std::string& out, const T&... values)
+{
+    (out.append(reinterpret_cast<const char*>(&values), sizeof values), ...);
+}
+
 bool Polled(const CDeviceInfo* device)
 {
     return device && !device->bEmulation && device->bExchange;
@@ -192,16 +199,15 @@ void CModbusBridge::ReconcileChannel(CChannelInfo* channel)
         config.limits.maxRegisters = device->MaxRegsInReqv;
         config.limits.maxBits = device->MaxDiscretsInReqv;
         config.limits.maxGap = device->MaxFragmentation;
-        std::ostringstream sig;
-        sig << config.slave << '|' << config.limits.maxRegisters << '|' << config.limits.maxBits << '|'
-            << config.limits.maxGap;
+        std::string sig;
+        AppendRaw(sig, config.slave, config.limits.maxRegisters, config.limits.maxBits, config.limits.maxGap);
         std::vector<std::pair<std::shared_ptr<CLiveValue>, std::pair<int, int>>> writers;
         for (auto& g : *device) {
             auto* group = static_cast<CGroupInfo*>(g.second);
             CPollGroup pollGroup;
             const int unit = group->MU_UpdateRate >= 0 && group->MU_UpdateRate < 4 ? group->MU_UpdateRate : 0;
             pollGroup.periodMs = std::int64_t(group->UpdateRate) * kUnitMs[unit];
-            sig << "|G" << pollGroup.periodMs;
+            AppendRaw(sig, 'G', pollGroup.periodMs);
             for (auto& t : *group) {
                 auto* tag = static_cast<CDATagInfo*>(t.second);
                 std::string tagName;
@@ -228,19 +234,20 @@ void CModbusBridge::ReconcileChannel(CChannelInfo* channel)
                     std::uint16_t(std::max<int>(tag->RegsInSegment, point.offset + point.codec.Registers()));
                 point.read = tag->bRead;
                 point.writeMultiple = tag->bWriteGroup;
-                sig << '|' << tagName << '@' << live.get() << ',' << tag->RegType << ',' << tag->Addr << ','
-                    << tag->RegsInSegment << ',' << tag->SegmentPos << ',' << tag->ValType << ','
-                    << int(tag->ByteOrder) << ',' << tag->bRead << tag->bWriteGroup << ',' << scale.kind
-                    << ',' << scale.srcMin << ',' << scale.srcMax << ',' << scale.dstMin << ','
-                    << scale.dstMax << ',' << scale.factor;
+                AppendRaw(sig, 'T', tagName.size());
+                sig += tagName;
+                AppendRaw(sig, live.get(), tag->RegType, tag->Addr, tag->RegsInSegment, tag->SegmentPos,
+                          tag->ValType, tag->ByteOrder, tag->bRead, tag->bWriteGroup, scale.kind,
+                          scale.srcMin, scale.srcMax, scale.dstMin, scale.dstMax, scale.factor);
                 if (live->Writable())
                     writers.push_back({live, {int(config.groups.size()), int(pollGroup.points.size())}});
                 pollGroup.points.push_back(std::move(point));
             }
             config.groups.push_back(std::move(pollGroup));
         }
-        seen[key] = sig.str();
-        if (entry->devices[key] == sig.str())
+        const bool unchanged = entry->devices[key] == sig;
+        seen[key] = std::move(sig);
+        if (unchanged)
             continue;
         const std::size_t requests = entry->poller->SetDevice(key, std::move(config));
         Log(false, "Канал " + channel->GetName() + ", устройство " + device->GetName() +
