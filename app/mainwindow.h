@@ -145,6 +145,8 @@ private:
     void takeArrived();
     void dropArrived();
     int runSwitchStep(std::function<void()> work);
+    // Puts text on the status line in place of a connection-lost message.
+    void clearConnectionLoss(const QString& text);
     // Drops every way to the nodes below the root (row entries, group keys,
     // clipboard, table models) before those nodes are deleted.
     void forgetNodes();

@@ -141,8 +141,14 @@ void MainWindow::slotConnectionLost(QString status)
 
 void MainWindow::slotConnectionRestored()
 {
-    if (m_client && m_statusLabel->text().startsWith(kConnectionLost))
-        m_statusLabel->setText(m_labelBeforeLoss);
+    if (m_client)
+        clearConnectionLoss(m_labelBeforeLoss);
+}
+
+void MainWindow::clearConnectionLoss(const QString& text)
+{
+    if (m_statusLabel->text().startsWith(kConnectionLost))
+        m_statusLabel->setText(text);
 }
 
 void MainWindow::on_monitoring_action_triggered()

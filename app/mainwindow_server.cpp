@@ -68,6 +68,9 @@ void MainWindow::on_run_server_action_triggered()
     runBusy([search, port, this] { search->autoConnect(port, m_connected); }, search);
 
     VLOG_INFO().noquote() << "Сервер успешно запущен! Настройки сохранены в файл " + arguments.value(0);
+    // A gateway that died on its own left the loss on the status line; this
+    // start replaces it as a stop would have.
+    clearConnectionLoss(" Сервер не запущен");
     m_statusLabel->setText(m_statusLabel->text() + " Сервер запущен");
     if (arguments.value(0) != m_configPath) {
         m_configPath = arguments.value(0);
