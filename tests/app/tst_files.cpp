@@ -5,14 +5,8 @@
 #include "tests/common/session.h"
 #include "views/tablemodelvariable.h"
 
-#include <QHeaderView>
-#include <QTabWidget>
-#include <QTableView>
-#include <QTableWidget>
-#include <QTemporaryDir>
-#include <QToolTip>
-#include <QTreeWidget>
 #include <QtTest>
+#include <QtWidgets>
 
 namespace {
 

@@ -4,13 +4,8 @@
 #include "tests/common/mainwindowprobe.h"
 #include "tests/common/modalwatcher.h"
 
-#include <QAbstractButton>
-#include <QAction>
-#include <QCloseEvent>
-#include <QRegularExpression>
-#include <QTabWidget>
-#include <QTreeWidget>
 #include <QtTest>
+#include <QtWidgets>
 
 // The frame of the program: the real program's start and log, the state table
 // of the commands, the closing question and the busy dialog.

@@ -13,9 +13,7 @@
 #include "model/treeitemroot.h"
 #include "model/usernotifier.h"
 
-#include <QFile>
-#include <QTemporaryDir>
-#include <QTest>
+#include <QtTest>
 
 #include <sstream>
 

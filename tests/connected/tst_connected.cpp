@@ -4,39 +4,17 @@
 #include "model/dataginfo.h"
 #include "model/deviceinfo.h"
 #include "opcua/opcuawrapper.h"
+#include "tests/common/capturedlog.h"
 #include "tests/common/mainwindowprobe.h"
 #include "tests/common/session.h"
 #include "views/tablemodelvariable.h"
 
-#include <QAction>
-#include <QComboBox>
-#include <QLineEdit>
-#include <QMutex>
-#include <QSpinBox>
-#include <QTableView>
-#include <QTreeWidget>
 #include <QtTest>
+#include <QtWidgets>
 
 namespace {
 
 const char kNone[] = "http://opcfoundation.org/UA/SecurityPolicy#None (None)";
-
-QMutex g_logMutex;
-QStringList g_log;
-
-void captureLog(QtMsgType type, const QMessageLogContext&, const QString& text)
-{
-    QMutexLocker lock(&g_logMutex);
-    // The offscreen platform's own complaints are no warnings of the program.
-    if (type == QtWarningMsg && !text.contains("propagateSizeHints"))
-        g_log << text;
-}
-
-QStringList takeWarnings()
-{
-    QMutexLocker lock(&g_logMutex);
-    return std::exchange(g_log, {});
-}
 
 // The lines the gateway printed since the mark, which moves to the end.
 QString printedSince(GatewayProcess& gateway, int& mark)
@@ -75,12 +53,12 @@ class ConnectedTest : public QObject
         auto s = std::make_unique<Session>(config);
         s->watcher.answerConnect(gateway.url());
         s->w.findChild<QAction*>("action")->trigger();
-        takeWarnings();
+        CapturedLog::takeWarnings();
         return MainWindowProbe::connected(s->w) ? std::move(s) : nullptr;
     }
 
 private slots:
-    void initTestCase() { qInstallMessageHandler(captureLog); }
+    void initTestCase() { CapturedLog::install(); }
 
     void changesReachTheGateway()
     {
@@ -184,7 +162,7 @@ private slots:
                        "editNode: Линия.Device_0.Group_0;3;Group_0;2;1\n", "deleteNode: Channel_2.Насос\n"}),
                  qPrintable(recent));
 
-        const QStringList warnings = takeWarnings();
+        const QStringList warnings = CapturedLog::takeWarnings();
         QVERIFY2(warnings.isEmpty(), qPrintable(warnings.join("\n")));
         for (const ModalWatcher::Seen& seen : s.watcher.seen())
             QVERIFY2(seen.title != "Внимание", qPrintable(seen.text));
@@ -206,7 +184,7 @@ private slots:
         const auto call = [&](bool (OPCUAWrapper::*method)(QList<QString>), const QString& argument) {
             return (other.*method)(argument.split(';'));
         };
-        takeWarnings();
+        CapturedLog::takeWarnings();
         CTreeItemRoot& root = MainWindowProbe::root(s.w);
         CItem* channel0 = root.FindChildByName("Channel_0");
         CItem* channel1 = root.FindChildByName("Channel_1");
@@ -227,7 +205,7 @@ private slots:
                 s.watcher.answer(QMessageBox::Yes);
             s.watcher.answer(QMessageBox::Ok);
             (s.w.*command)();
-            const QStringList warnings = takeWarnings();
+            const QStringList warnings = CapturedLog::takeWarnings();
             return s.watcher.seen().last().title == "Внимание" && s.watcher.seen().last().text == text &&
                    (logged ? warnings.size() == 2 && warnings.first().startsWith("Ошибка вызова метода") &&
                                  warnings.last() == text
@@ -299,7 +277,7 @@ private slots:
         QCOMPARE(s.watcher.seen().last().text,
                  QString("Добавление тега завершилось неудачно, на сервере произошла ошибка"));
         QCOMPARE(group0->size(), 3u);
-        takeWarnings();
+        CapturedLog::takeWarnings();
 
         // A refused delete takes the row away and leaves the node.
         QVERIFY(attempt(group0, &MainWindow::on_delete_action_triggered, nullptr,

@@ -4,13 +4,8 @@
 #include "tests/common/mainwindowprobe.h"
 #include "tests/common/session.h"
 
-#include <QComboBox>
-#include <QLineEdit>
-#include <QPushButton>
-#include <QRadioButton>
-#include <QSignalSpy>
-#include <QTextEdit>
 #include <QtTest>
+#include <QtWidgets>
 
 namespace {
 

@@ -5,8 +5,6 @@
 #include "tests/common/mainwindowprobe.h"
 #include "tests/common/modalwatcher.h"
 
-#include <QProcess>
-#include <QTemporaryDir>
 #include <QtTest>
 
 #include <csignal>

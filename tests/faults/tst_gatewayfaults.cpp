@@ -2,35 +2,15 @@
 #include "config/csvimporter.h"
 #include "gatewayprocess.h"
 #include "model/treeitemroot.h"
+#include "tests/common/capturedlog.h"
 #include "tests/common/mainwindowprobe.h"
 #include "tests/common/session.h"
 
 #include <QAction>
-#include <QMutex>
 #include <QtTest>
 
 #include <csignal>
 #include <sys/prctl.h>
-
-namespace {
-
-QMutex g_logMutex;
-QStringList g_warnings;
-
-void captureLog(QtMsgType type, const QMessageLogContext&, const QString& text)
-{
-    QMutexLocker lock(&g_logMutex);
-    if (type == QtWarningMsg)
-        g_warnings << text;
-}
-
-bool logged(const QString& text, const QString& orText)
-{
-    QMutexLocker lock(&g_logMutex);
-    return g_warnings.contains(text) || g_warnings.contains(orText);
-}
-
-} // namespace
 
 // The gateway dies under a connected program in the middle of a long series of
 // tag adds: the program has to tell so in its own words, stay usable and keep
@@ -40,7 +20,7 @@ class GatewayFaultsTest : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase() { qInstallMessageHandler(captureLog); }
+    void initTestCase() { CapturedLog::install(); }
 
     void gatewayGoneDuringASeriesAndAfter()
     {
@@ -68,17 +48,20 @@ private slots:
         s.accept([](QWidget* d) { requireChild<QWidget>(d, "spinBox_5")->setProperty("value", 500); });
         s.watcher.answer(QMessageBox::Ok);
         QString printed;
+        QStringList warnings;
         QElapsedTimer sinceKill, sinceFailure;
         bool stayedOpen = false;
         QTimer monitor;
         connect(&monitor, &QTimer::timeout, &s.w, [&] {
             printed += QString::fromUtf8(gateway.readAll());
+            warnings += CapturedLog::takeWarnings();
             if (!sinceKill.isValid() && printed.count("Метод addNode: Good") >= 20) {
                 gateway.kill();
                 sinceKill.start();
             } else if (sinceKill.isValid() && !sinceFailure.isValid() &&
-                       logged("Изменения канала завершилось неудачно",
-                              "Добавление тега завершилось неудачно, на сервере произошла ошибка")) {
+                       (warnings.contains("Изменения канала завершилось неудачно") ||
+                        warnings.contains(
+                            "Добавление тега завершилось неудачно, на сервере произошла ошибка"))) {
                 sinceFailure.start();
             } else if (sinceKill.isValid() && ((sinceFailure.isValid() && sinceFailure.hasExpired(500)) ||
                                                sinceKill.hasExpired(60000))) {

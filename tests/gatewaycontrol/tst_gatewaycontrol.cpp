@@ -3,13 +3,8 @@
 #include "tests/common/mainwindowprobe.h"
 #include "tests/common/session.h"
 
-#include <QAction>
-#include <QLabel>
-#include <QSpinBox>
-#include <QStatusBar>
-#include <QTemporaryDir>
-#include <QTextBrowser>
 #include <QtTest>
+#include <QtWidgets>
 
 // The bundled gateway started from the menu on the plant example, as a user does it: this test
 // runs from the program's own folder, beside server/server.

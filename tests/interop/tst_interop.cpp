@@ -3,12 +3,8 @@
 #include "config/scrambler.h"
 #include "opcua/opcuawrapper.h"
 
-#include <QDir>
-#include <QFile>
-#include <QProcessEnvironment>
 #include <QTcpServer>
 #include <QTcpSocket>
-#include <QTemporaryDir>
 #include <QtTest>
 
 #include <atomic>

@@ -3,13 +3,8 @@
 #include "config/scrambler.h"
 #include "server/modbus/livevalue.h"
 
-#include <open62541/client.h>
-#include <open62541/client_config_default.h>
 #include <open62541/client_highlevel.h>
-#include <open62541/plugin/log_stdout.h>
 
-#include <QElapsedTimer>
-#include <QTemporaryDir>
 #include <QtTest>
 
 #include <csignal>
@@ -131,13 +126,6 @@ QString WholeTags(QStringList& sets, QList<std::pair<QString, double>>& expected
     return rows;
 }
 
-using Client = std::unique_ptr<UA_Client, void (*)(UA_Client*)>;
-
-UA_NodeId Id(const QByteArray& utf8)
-{
-    return UA_NODEID_STRING(2, const_cast<char*>(utf8.constData()));
-}
-
 } // namespace
 
 // The gateway polling simulated devices: Modbus TCP and RTU, every value type
@@ -150,7 +138,7 @@ class TestModbusGateway : public QObject
     Sim m_typed, m_outage, m_rtu, m_exceptions, m_garbage;
     Process m_socat;
     GatewayProcess m_gateway;
-    Client m_client{nullptr, nullptr};
+    GatewayProcess::Client m_client{nullptr, nullptr};
     QList<std::pair<QString, double>> m_expected;
 
     // A tag's status and value as one read returns them: a bad status may
@@ -159,7 +147,7 @@ class TestModbusGateway : public QObject
     {
         const QByteArray id = tag.toUtf8();
         UA_ReadValueId rvi{};
-        rvi.nodeId = Id(id);
+        rvi.nodeId = GatewayProcess::nodeId(id);
         rvi.attributeId = UA_ATTRIBUTEID_VALUE;
         UA_ReadRequest request{};
         request.nodesToRead = &rvi;
@@ -180,7 +168,8 @@ class TestModbusGateway : public QObject
     template <typename T> UA_StatusCode Write(const QString& tag, T value, int type)
     {
         const QByteArray id = tag.toUtf8();
-        return UA_Client_writeValueAttribute_scalar(m_client.get(), Id(id), &value, &UA_TYPES[type]);
+        return UA_Client_writeValueAttribute_scalar(m_client.get(), GatewayProcess::nodeId(id), &value,
+                                                    &UA_TYPES[type]);
     }
 
 private slots:
@@ -225,14 +214,8 @@ private slots:
         qputenv("VELMORA_COM_PORTS", QString("1=%1,7=/nonexistent/ttyX").arg(a).toUtf8());
         QVERIFY2(m_gateway.start(GatewayProcess::Options(path)), qPrintable(m_gateway.output()));
 
-        UA_ClientConfig cc{};
-        cc.logging = UA_Log_Stdout_new(UA_LOGLEVEL_FATAL);
-        UA_ClientConfig_setDefault(&cc);
-        m_client = Client(UA_Client_newWithConfig(&cc), [](UA_Client* c) {
-            UA_Client_disconnect(c);
-            UA_Client_delete(c);
-        });
-        QCOMPARE(UA_Client_connect(m_client.get(), m_gateway.url().toUtf8().constData()), UA_STATUSCODE_GOOD);
+        m_client = GatewayProcess::connect(m_gateway.url());
+        QVERIFY(m_client);
     }
 
     void valuesArriveInOneCycleOfPlannedRequests()
@@ -253,11 +236,8 @@ private slots:
         QTRY_COMPARE_WITH_TIMEOUT(m_typed.requests(), 6, 5000);
 
         // A new tag re-plans its own device only.
-        const QByteArray arg = "Типы.Первый.Г;4;added;2;200;2;0;1;0;0;0;0;0;0;0;0";
-        UA_Variant in;
-        UA_String s = UA_STRING(const_cast<char*>(arg.constData()));
-        UA_Variant_setScalar(&in, &s, &UA_TYPES[UA_TYPES_STRING]);
-        QCOMPARE(UA_Client_call(m_client.get(), Id("Каналы"), Id("Каналы.addNode"), 1, &in, nullptr, nullptr),
+        QCOMPARE(GatewayProcess::call(m_client.get(), "addNode",
+                                      "Типы.Первый.Г;4;added;2;200;2;0;1;0;0;0;0;0;0;0;0"),
                  UA_STATUSCODE_GOOD);
         QTRY_COMPARE_WITH_TIMEOUT(Value("Типы.Первый.Г.added"), 4242.0, 10000);
         QTRY_COMPARE(m_typed.requests(), 12);

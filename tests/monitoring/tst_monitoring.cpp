@@ -6,18 +6,8 @@
 #include "tests/common/session.h"
 #include "views/tablemodelmonitoring.h"
 
-#include <QAction>
-#include <QComboBox>
-#include <QFile>
-#include <QLabel>
-#include <QLineEdit>
-#include <QPlainTextEdit>
-#include <QPushButton>
-#include <QRegularExpression>
-#include <QSignalSpy>
-#include <QTabWidget>
-#include <QTreeWidget>
 #include <QtTest>
+#include <QtWidgets>
 
 #include <csignal>
 #include <thread>

@@ -1,5 +1,6 @@
 #include "dialogs/dialogchoosecertificate.h"
 #include "opcua/opcuawrapper.h"
+#include "tests/common/capturedlog.h"
 #include "tests/common/modalwatcher.h"
 #include "tests/server/gatewayprocess.h"
 
@@ -7,14 +8,8 @@
 #include <open62541/server.h>
 #include <open62541/server_config_default.h>
 
-#include <QDir>
-#include <QElapsedTimer>
-#include <QLineEdit>
-#include <QMutex>
-#include <QPushButton>
-#include <QSignalSpy>
-#include <QTemporaryDir>
 #include <QtTest>
+#include <QtWidgets>
 
 #include <atomic>
 #include <thread>
@@ -26,21 +21,6 @@ const QString kConfig = VELMORA_TEST_DATA "/with_users.cfg";
 const char kNone[] = "http://opcfoundation.org/UA/SecurityPolicy#None (None)";
 const char kSecure[] = "http://opcfoundation.org/UA/SecurityPolicy#Basic256Sha256 (Sign and Encrypt)";
 const char kSign[] = "http://opcfoundation.org/UA/SecurityPolicy#Basic256Sha256 (Sign)";
-
-QMutex g_logMutex;
-QStringList g_log;
-
-void captureLog(QtMsgType type, const QMessageLogContext&, const QString& text)
-{
-    QMutexLocker lock(&g_logMutex);
-    g_log << QString(type == QtWarningMsg ? "W " : "I ") + text;
-}
-
-QStringList takeLog()
-{
-    QMutexLocker lock(&g_logMutex);
-    return std::exchange(g_log, {});
-}
 
 UA_Logger g_quiet = {nullptr, nullptr, nullptr};
 
@@ -147,7 +127,7 @@ class TstOpcuaWrapper : public QObject
     }
 
 private slots:
-    void initTestCase() { qInstallMessageHandler(captureLog); }
+    void initTestCase() { CapturedLog::install(); }
     void cleanup() { OPCUAWrapper::SetCertificateChooser(nullptr); }
 
     void unreachableServerAndStaleClient();
@@ -167,7 +147,7 @@ void TstOpcuaWrapper::unreachableServerAndStaleClient()
     QCOMPARE(texts(log), QStringList{"Сервер недоступен, действие отменено"});
 
     // A refused connection is what the automatic sequence retries on; by hand it is a plain failure.
-    takeLog();
+    CapturedLog::take();
     wrapper.autoConnecting = true;
     QCOMPARE(wrapper.findServers(url), 2);
     wrapper.autoConnecting = false;
@@ -175,7 +155,7 @@ void TstOpcuaWrapper::unreachableServerAndStaleClient()
     QVERIFY(texts(log).last().startsWith(
         "Не удалось найти сервер. Обнаружение сервера включено? Код ошибки Bad"));
     // open62541's own lines go into the program's log.
-    QVERIFY(!takeLog().filter(QRegularExpression("^I open62541: .*127.0.0.1")).isEmpty());
+    QVERIFY(!CapturedLog::take().filter(QRegularExpression("^I open62541: .*127.0.0.1")).isEmpty());
 
     // Endpoints: the failure and the empty list are both told.
     log.clear();
@@ -219,7 +199,7 @@ void TstOpcuaWrapper::browseAndEditsReachTheGateway()
     std::thread loop = wrapper.runIterate();
     QElapsedTimer timer;
     timer.start();
-    takeLog();
+    CapturedLog::take();
     wrapper.exchangeRunning = true;
     QVERIFY(wrapper.callMethodStartStopExchange());
     QVERIFY(wrapper.callAddNode({"Channel_0.Device_0", "3", "Новая", "1", "0"}));
@@ -241,7 +221,8 @@ void TstOpcuaWrapper::browseAndEditsReachTheGateway()
           "Вызов метода editNode: Channel_0.Device_0.Group_0.Tag_0;4;Tag_0;3;40;1;\n",
           "Вызов метода deleteNode: Channel_0.Device_0.Новая\n"})
         QTRY_VERIFY2_WITH_TIMEOUT(gateway.output().contains(line), line, 10000);
-    const QStringList calls = takeLog().filter(QRegularExpression("^. (Вызов|Ошибка вызова) метода"));
+    const QStringList calls =
+        CapturedLog::take().filter(QRegularExpression("^. (Вызов|Ошибка вызова) метода"));
     QCOMPARE(calls.first(), QString("I Вызов метода startExchange/stopExchange успешно завершен"));
     QCOMPARE(calls.last(), "W Ошибка вызова метода addNode, код ошибки - " +
                                QString::number(UA_STATUSCODE_BADNODEIDEXISTS));
@@ -321,10 +302,10 @@ void TstOpcuaWrapper::encryptedConnections()
         {clientPem, otherTrust, "Код ошибки BadCertificateUntrusted"}};
     for (const QStringList& setup : failing) {
         useChooser(clientDer, setup.at(0), setup.at(1));
-        takeLog();
+        CapturedLog::take();
         QCOMPARE(wrapper.findServers(gateway.url()), 0);
         QCOMPARE(wrapper.connectToServer(gateway.url(), kSecure, false, 1, "", ""), 1);
-        QVERIFY2(!takeLog().filter(setup.at(2)).isEmpty(), qPrintable(setup.at(2)));
+        QVERIFY2(!CapturedLog::take().filter(setup.at(2)).isEmpty(), qPrintable(setup.at(2)));
     }
 }
 
@@ -348,9 +329,9 @@ void TstOpcuaWrapper::subscriptions()
 
     OPCUAWrapper* wrapper = OPCUAWrapper::GetInstance();
     QCOMPARE(wrapper->findServers(s.url()), 0);
-    takeLog();
+    CapturedLog::take();
     QCOMPARE(wrapper->getEndpoints(s.url()), 1);
-    QCOMPARE(takeLog().last(), QString("W Не удалось найти конечные точки на сервере."));
+    QCOMPARE(CapturedLog::take().last(), QString("W Не удалось найти конечные точки на сервере."));
     QCOMPARE(wrapper->connectToServer(s.url(), "http://opcfoundation.org/UA/SecurityPolicy#None (None)",
                                       false, 0, "", ""),
              0);
@@ -371,7 +352,7 @@ void TstOpcuaWrapper::subscriptions()
 
     const QList<QString> typed = {"G.b", "G.u16", "G.u32", "G.i64", "G.u64", "G.f", "G.d", "G.s"};
     QMap<int, QList<QString>> nodes;
-    takeLog();
+    CapturedLog::take();
     // The empty group makes no subscription.
     QCOMPARE(wrapper->subscriptionTag({typed, {}, {"H.bad", "H.uncertain"}}, 50, nodes), 0);
     QCOMPARE(nodes.size(), 2);
@@ -397,7 +378,7 @@ void TstOpcuaWrapper::subscriptions()
                                  "5 10000000000000000000 Good", "6 1.5 Good", "7 2.25 Good"}));
     // A text tag never reaches the table; it is only logged.
     QVERIFY(!latest.contains("G.s"));
-    QVERIFY(takeLog().contains("W Поступил неизвестный тип ноды"));
+    QVERIFY(CapturedLog::take().contains("W Поступил неизвестный тип ноды"));
     // A status with a value passes unchanged; one without gives the one-element form.
     QCOMPARE(latest["H.uncertain"].mid(1, 2), (QVariantList{42, QString("UncertainLastUsableValue")}));
     QCOMPARE(bare, QList<QVariantList>{{QString("BadNoCommunication")}});
@@ -406,7 +387,8 @@ void TstOpcuaWrapper::subscriptions()
     const UA_UInt32 lastId = wrapper->subscriptionId;
     wrapper->subscriptionId = lastId + 1000;
     QCOMPARE(wrapper->deleteSubscriptionTag(), 1);
-    QVERIFY(takeLog().last().startsWith("W Не удалось создать запрос на отмену подписки. Код ошибки Bad"));
+    QVERIFY(CapturedLog::take().last().startsWith(
+        "W Не удалось создать запрос на отмену подписки. Код ошибки Bad"));
     QCOMPARE(wrapper->mapNodes.size(), 2);
     wrapper->subscriptionId = lastId;
     QCOMPARE(wrapper->deleteSubscriptionTag(), 0);
@@ -416,7 +398,7 @@ void TstOpcuaWrapper::subscriptions()
     QMap<int, QList<QString>> none;
     QCOMPARE(wrapper->subscriptionTag({{"G.b"}, {"G.nope", "G.d", "G.gone"}}, 100, none), 2);
     QVERIFY(none.isEmpty());
-    const QStringList log = takeLog();
+    const QStringList log = CapturedLog::take();
     QCOMPARE(log.filter("W Ошибка мониторинга ноды G.").size(), 2);
     QVERIFY(log.contains("W Ошибка мониторинга ноды G.nope: BadNodeIdUnknown"));
     QCOMPARE(log.last(), QString("W Операция создания подписки прервана, возникли ошибки мониторинга"));
@@ -429,7 +411,7 @@ void TstOpcuaWrapper::subscriptions()
     // Without a session the first subscription is refused.
     QCOMPARE(wrapper->disconnectToServer(), 0);
     QCOMPARE(wrapper->subscriptionTag({{"G.b"}}, 100, none), 1);
-    QVERIFY(takeLog().last().startsWith("W Не удалось создать запрос на подписку. Код ошибки Bad"));
+    QVERIFY(CapturedLog::take().last().startsWith("W Не удалось создать запрос на подписку. Код ошибки Bad"));
 }
 
 // The automatic connection asks from a worker thread; the dialog must still run on the GUI thread.

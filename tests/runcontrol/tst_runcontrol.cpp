@@ -5,13 +5,8 @@
 #include "tests/common/mainwindowprobe.h"
 #include "tests/common/modalwatcher.h"
 
-#include <QComboBox>
-#include <QPushButton>
-#include <QRadioButton>
-#include <QSignalSpy>
-#include <QSpinBox>
-#include <QTemporaryDir>
 #include <QtTest>
+#include <QtWidgets>
 
 // Run parameters in the configuration's tail, the start dialog's checks and
 // the gateway commands that need no gateway.

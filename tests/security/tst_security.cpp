@@ -5,15 +5,8 @@
 #include "tests/common/mainwindowprobe.h"
 #include "tests/common/modalwatcher.h"
 
-#include <QAction>
-#include <QCheckBox>
-#include <QComboBox>
-#include <QLineEdit>
-#include <QPushButton>
-#include <QTableWidget>
-#include <QTemporaryDir>
-#include <QTextEdit>
 #include <QtTest>
+#include <QtWidgets>
 
 namespace {
 

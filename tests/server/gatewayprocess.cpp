@@ -1,7 +1,7 @@
 #include "gatewayprocess.h"
 
-#include <open62541/client.h>
 #include <open62541/client_config_default.h>
+#include <open62541/client_highlevel.h>
 #include <open62541/plugin/log_stdout.h>
 
 #include <QElapsedTimer>
@@ -48,21 +48,56 @@ quint16 GatewayProcess::freePort()
     return port;
 }
 
-bool GatewayProcess::answers(const QString& url)
+namespace {
+
+// A client that keeps quiet in the test's output; 0 keeps the library's timeout.
+UA_Client* newClient(UA_UInt32 timeoutMs)
 {
     UA_ClientConfig config{};
     config.logging = UA_Log_Stdout_new(UA_LOGLEVEL_FATAL);
     UA_ClientConfig_setDefault(&config);
-    config.timeout = 1000;
-    UA_Client* client = UA_Client_newWithConfig(&config);
-    if (!client)
-        return false;
+    if (timeoutMs)
+        config.timeout = timeoutMs;
+    return UA_Client_newWithConfig(&config);
+}
+
+} // namespace
+
+bool GatewayProcess::answers(const QString& url)
+{
+    const Client client(newClient(1000), UA_Client_delete);
     size_t size = 0;
     UA_EndpointDescription* endpoints = nullptr;
-    const UA_StatusCode rc = UA_Client_getEndpoints(client, url.toUtf8().constData(), &size, &endpoints);
+    const UA_StatusCode rc =
+        client ? UA_Client_getEndpoints(client.get(), url.toUtf8().constData(), &size, &endpoints)
+               : UA_STATUSCODE_BAD;
     UA_Array_delete(endpoints, size, &UA_TYPES[UA_TYPES_ENDPOINTDESCRIPTION]);
-    UA_Client_delete(client);
     return rc == UA_STATUSCODE_GOOD && size > 0;
+}
+
+GatewayProcess::Client GatewayProcess::connect(const QString& url)
+{
+    Client c(newClient(0), [](UA_Client* c) {
+        UA_Client_disconnect(c);
+        UA_Client_delete(c);
+    });
+    if (c && UA_Client_connect(c.get(), url.toUtf8().constData()) != UA_STATUSCODE_GOOD)
+        c.reset();
+    return c;
+}
+
+UA_StatusCode GatewayProcess::call(UA_Client* client, const char* method, const QByteArray& argument)
+{
+    UA_Variant in;
+    UA_String s = {size_t(argument.size()),
+                   reinterpret_cast<UA_Byte*>(const_cast<char*>(argument.constData()))};
+    UA_Variant_setScalar(&in, &s, &UA_TYPES[UA_TYPES_STRING]);
+    size_t outSize = 0;
+    UA_Variant* out = nullptr;
+    const UA_StatusCode rc = UA_Client_call(client, nodeId("Каналы"), nodeId(QByteArray("Каналы.") + method),
+                                            1, &in, &outSize, &out);
+    UA_Array_delete(out, outSize, &UA_TYPES[UA_TYPES_VARIANT]);
+    return rc;
 }
 
 QString GatewayProcess::url() const

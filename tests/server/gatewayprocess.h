@@ -1,7 +1,11 @@
 #pragma once
 
+#include <open62541/client.h>
+
 #include <QProcess>
 #include <QString>
+
+#include <memory>
 
 // Runs the gateway program for a test: picks a free port, starts it, waits
 // until it answers GetEndpoints, and always ends it — in stop() or at the
@@ -45,6 +49,17 @@ public:
     static quint16 freePort();
     // True when an OPC UA server at `url` answers GetEndpoints.
     static bool answers(const QString& url);
+
+    // A client's own session on a gateway, for the tests that look at its address space directly.
+    using Client = std::unique_ptr<UA_Client, void (*)(UA_Client*)>;
+    // A session at `url`, or null.
+    static Client connect(const QString& url);
+    static UA_NodeId nodeId(const QByteArray& utf8)
+    {
+        return UA_NODEID_STRING(2, const_cast<char*>(utf8.constData()));
+    }
+    // Calls a method of the "Каналы" object with its one string argument.
+    static UA_StatusCode call(UA_Client* client, const char* method, const QByteArray& argument);
 
 private:
     QProcess m_process;

@@ -1,14 +1,10 @@
 #include "gatewayprocess.h"
 
 #include "config/scrambler.h"
+#include "server/modbus/livevalue.h"
 
-#include <open62541/client.h>
-#include <open62541/client_config_default.h>
 #include <open62541/client_highlevel.h>
-#include <open62541/plugin/log_stdout.h>
 
-#include <QFile>
-#include <QTemporaryDir>
 #include <QtTest>
 
 #include <cmath>
@@ -31,28 +27,6 @@ const char kValuesConfig[] =
     ";Bit;Входное состояние;9;0;0;Да;;;;;;;;;;Константа;1\n"
     "USERS\n\n[users]\nusers = оператор;секрет;guest;1;";
 
-using Client = std::unique_ptr<UA_Client, void (*)(UA_Client*)>;
-
-// A session on the gateway, or null.
-Client Connected(const QString& url)
-{
-    UA_ClientConfig config{};
-    config.logging = UA_Log_Stdout_new(UA_LOGLEVEL_FATAL);
-    UA_ClientConfig_setDefault(&config);
-    Client c(UA_Client_newWithConfig(&config), [](UA_Client* c) {
-        UA_Client_disconnect(c);
-        UA_Client_delete(c);
-    });
-    if (UA_Client_connect(c.get(), url.toUtf8().constData()) != UA_STATUSCODE_GOOD)
-        c.reset();
-    return c;
-}
-
-UA_NodeId Id(const QByteArray& utf8)
-{
-    return UA_NODEID_STRING(2, const_cast<char*>(utf8.constData()));
-}
-
 QString Text(const UA_String& s)
 {
     return QString::fromUtf8(reinterpret_cast<const char*>(s.data), int(s.length));
@@ -67,24 +41,10 @@ QStringList BrowseAll(UA_Client* c, const QString& id = "Каналы")
             *static_cast<QStringList*>(list) << Text(child.identifier.string);
         return UA_STATUSCODE_GOOD;
     };
-    UA_Client_forEachChildNodeCall(c, Id(id.toUtf8()), collect, &children);
+    UA_Client_forEachChildNodeCall(c, GatewayProcess::nodeId(id.toUtf8()), collect, &children);
     for (const QString& child : children)
         found << child << BrowseAll(c, child);
     return found;
-}
-
-UA_StatusCode Call(UA_Client* c, const char* method, const QByteArray& argument)
-{
-    UA_Variant in;
-    UA_String s = {size_t(argument.size()),
-                   reinterpret_cast<UA_Byte*>(const_cast<char*>(argument.constData()))};
-    UA_Variant_setScalar(&in, &s, &UA_TYPES[UA_TYPES_STRING]);
-    size_t outSize = 0;
-    UA_Variant* out = nullptr;
-    const UA_StatusCode rc =
-        UA_Client_call(c, Id("Каналы"), Id(QByteArray("Каналы.") + method), 1, &in, &outSize, &out);
-    UA_Array_delete(out, outSize, &UA_TYPES[UA_TYPES_VARIANT]);
-    return rc;
 }
 
 struct Value
@@ -98,15 +58,8 @@ Value Read(UA_Client* c, const QByteArray& id)
 {
     UA_Variant var;
     UA_Variant_init(&var);
-    Value v{UA_Client_readValueAttribute(c, Id(id), &var), var.type, std::nan("")};
-    if (var.type == &UA_TYPES[UA_TYPES_FLOAT])
-        v.number = *static_cast<UA_Float*>(var.data);
-    else if (var.type == &UA_TYPES[UA_TYPES_DOUBLE])
-        v.number = *static_cast<UA_Double*>(var.data);
-    else if (var.type == &UA_TYPES[UA_TYPES_INT16])
-        v.number = *static_cast<UA_Int16*>(var.data);
-    else if (var.type == &UA_TYPES[UA_TYPES_INT32])
-        v.number = *static_cast<UA_Int32*>(var.data);
+    Value v{UA_Client_readValueAttribute(c, GatewayProcess::nodeId(id), &var), var.type, std::nan("")};
+    CLiveValue::FromVariant(var, v.number);
     UA_Variant_clear(&var);
     return v;
 }
@@ -188,7 +141,7 @@ private slots:
         QVERIFY2(gw.start({QStringLiteral(VELMORA_TEST_DATA "/worked_example.cfg")}),
                  qPrintable(gw.output()));
         // Discovery and endpoints are checked against another stack in the interoperability test.
-        Client c = Connected(gw.url());
+        auto c = GatewayProcess::connect(gw.url());
         QVERIFY(c);
         UA_Client* cl = c.get();
         QStringList found = BrowseAll(cl);
@@ -204,7 +157,7 @@ private slots:
              {"Каналы;1;Новый;1;500;3;0;2;167815360;502;5000", "Новый;2;Прибор;\x07;1;1;};\xdf\x90;\x03",
               "Новый.Прибор;3;Группа;1;1", "Новый.Прибор.Группа;4;Т1;3;40;5;0;1;1;0;2;0;0;0;0;0",
               "Новый.Прибор.Группа;4"})
-            QVERIFY2(Call(cl, "addNode", arg) == UA_STATUSCODE_GOOD, arg);
+            QVERIFY2(GatewayProcess::call(cl, "addNode", arg) == UA_STATUSCODE_GOOD, arg);
         found = BrowseAll(cl);
         QVERIFY(found.contains("Новый.Прибор.Группа.Т1") && found.contains("Новый.Прибор.Группа.Tag_0"));
         QCOMPARE(Read(cl, "Новый.Прибор.Группа.Т1").number, 0.0); // emulated constant 0
@@ -223,27 +176,31 @@ private slots:
             {"deleteNode", "Channel_0.Нет", UA_STATUSCODE_BADNODEIDUNKNOWN},
             {"deleteNode", "Каналы", UA_STATUSCODE_BADINVALIDARGUMENT}};
         for (const auto& [method, argument, expected] : refused)
-            QVERIFY2(Call(cl, method, argument) == expected, argument);
+            QVERIFY2(GatewayProcess::call(cl, method, argument) == expected, argument);
         QCOMPARE(BrowseAll(cl), found);
 
         // A rename moves the whole subtree to new ids; renaming to itself is fine.
-        QCOMPARE(Call(cl, "editNode", "Новый.Прибор.Группа;3;Group_0;1;1"), UA_STATUSCODE_GOOD);
-        QCOMPARE(Call(cl, "editNode", "Новый.Прибор.Group_0;3;Group_0;1;1"), UA_STATUSCODE_GOOD);
+        QCOMPARE(GatewayProcess::call(cl, "editNode", "Новый.Прибор.Группа;3;Group_0;1;1"),
+                 UA_STATUSCODE_GOOD);
+        QCOMPARE(GatewayProcess::call(cl, "editNode", "Новый.Прибор.Group_0;3;Group_0;1;1"),
+                 UA_STATUSCODE_GOOD);
         found = BrowseAll(cl);
         QVERIFY(found.contains("Новый.Прибор.Group_0.Т1") && found.filter("Новый.Прибор.Группа").isEmpty());
 
         // The edit dialog's byte order 0 cuts the text behind the value type: the
         // value type still applies.
-        QCOMPARE(Call(cl, "editNode",
-                      QByteArray("Новый.Прибор.Group_0.Т1;4;Т1;3;40;1;") + '\0' + ";1;1;0;2;0;0;0;0;0"),
+        QCOMPARE(GatewayProcess::call(cl, "editNode",
+                                      QByteArray("Новый.Прибор.Group_0.Т1;4;Т1;3;40;1;") + '\0' +
+                                          ";1;1;0;2;0;0;0;0;0"),
                  UA_STATUSCODE_GOOD);
         QCOMPARE(Read(cl, "Новый.Прибор.Group_0.Т1").type, &UA_TYPES[UA_TYPES_DOUBLE]);
 
         // Emulation off for the device: its tags lose their values.
-        QCOMPARE(Call(cl, "editNode", "Новый.Прибор;2;Прибор;\x07;1;0;};\xdf\x90;\x03"), UA_STATUSCODE_GOOD);
+        QCOMPARE(GatewayProcess::call(cl, "editNode", "Новый.Прибор;2;Прибор;\x07;1;0;};\xdf\x90;\x03"),
+                 UA_STATUSCODE_GOOD);
         QCOMPARE(Read(cl, "Новый.Прибор.Group_0.Т1").status, UA_STATUSCODE_BADNOCOMMUNICATION);
 
-        QCOMPARE(Call(cl, "deleteNode", "Новый.Прибор"), UA_STATUSCODE_GOOD);
+        QCOMPARE(GatewayProcess::call(cl, "deleteNode", "Новый.Прибор"), UA_STATUSCODE_GOOD);
         found = BrowseAll(cl);
         QVERIFY(found.contains("Новый") && found.filter("Новый.").isEmpty());
         c.reset();
@@ -255,7 +212,7 @@ private slots:
     {
         GatewayProcess gw;
         QVERIFY2(gw.start({m_values}), qPrintable(gw.output()));
-        Client c = Connected(gw.url());
+        auto c = GatewayProcess::connect(gw.url());
         QVERIFY(c);
         UA_Client* cl = c.get();
         const QByteArray g = "Линия.Эмулятор.Быстрая.";
@@ -274,11 +231,11 @@ private slots:
                 *std::max_element(sines.begin(), sines.end()) <= 100);
 
         // Stopped exchange freezes every value; starting lets them move again.
-        QCOMPARE(Call(cl, "stopExchange", "emul"), UA_STATUSCODE_GOOD);
+        QCOMPARE(GatewayProcess::call(cl, "stopExchange", "emul"), UA_STATUSCODE_GOOD);
         const double frozen = Read(cl, g + "Rand").number;
         for (int i = 0; i < 3; ++i, QTest::qWait(60))
             QCOMPARE(Read(cl, g + "Rand").number, frozen);
-        QCOMPARE(Call(cl, "startExchange", "emul"), UA_STATUSCODE_GOOD);
+        QCOMPARE(GatewayProcess::call(cl, "startExchange", "emul"), UA_STATUSCODE_GOOD);
         QTRY_VERIFY_WITH_TIMEOUT(Read(cl, g + "Rand").number != frozen, 10000);
     }
 };

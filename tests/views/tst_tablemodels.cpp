@@ -3,8 +3,6 @@
 #include "views/tablemodelmonitoring.h"
 #include "views/tablemodelvariable.h"
 
-#include <QAbstractItemModelTester>
-#include <QSignalSpy>
 #include <QtTest>
 
 namespace {
