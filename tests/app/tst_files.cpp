@@ -3,6 +3,7 @@
 #include "dialogs/tagsetupdialog.h"
 #include "tests/common/mainwindowprobe.h"
 #include "tests/common/session.h"
+#include "tests/common/testfiles.h"
 #include "views/tablemodelvariable.h"
 
 #include <QtTest>
@@ -15,12 +16,6 @@ const QString kPlant = QString(VELMORA_EXAMPLES) + "/plant.cfg";
 QString example(const char* name)
 {
     return QString(VELMORA_TEST_DATA) + "/" + name;
-}
-
-QByteArray readAll(const QString& path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
 }
 
 // The informative text of the next question box, answered with No.
@@ -159,18 +154,18 @@ private slots:
         QVERIFY(props->item(3, 1)->text().isEmpty() && props->item(3, 1)->type() == 3);
         QCOMPARE(MainWindowProbe::tagModel(w)->index(0, 0).data().toString(), QString("Tag_0"));
 
-        const QByteArray plainText = readAll(example("worked_example.csv"));
+        const QByteArray plainText = readFile(example("worked_example.csv"));
         MainWindowProbe::dirty(w) = true;
         const QString csv = m_dir.filePath("exported.csv");
         watcher.answerFile(csv);
         w.on_action_export_conf_triggered();
         QVERIFY(MainWindowProbe::dirty(w)); // an export doesn't count as a save
-        QCOMPARE(readAll(csv), plainText);
+        QCOMPARE(readFile(csv), plainText);
         const QString cfg = m_dir.filePath("saved.cfg");
         watcher.answerFile(cfg);
         w.on_save_action_triggered();
         QVERIFY(!MainWindowProbe::dirty(w));
-        QCOMPARE(CScrambler::Decode(readAll(cfg)).toUtf8(), plainText);
+        QCOMPARE(CScrambler::Decode(readFile(cfg)).toUtf8(), plainText);
 
         // The plain form comes back through import.
         watcher.answerFile(csv);
@@ -191,11 +186,10 @@ private slots:
         // the reader managed, which has a channel of the same name.
         s.select(s.node("Channel_0.Device_0.Group_0"));
         w.on_copy_action_triggered();
-        QFile bad(m_dir.filePath("bad.csv"));
-        QVERIFY(bad.open(QIODevice::WriteOnly) && bad.write(plainText.left(plainText.indexOf("DEVICE"))) > 0);
-        bad.write("GROUP;1;2;3\n;Group_0;50;мс\n");
-        bad.close();
-        watcher.answerFile(bad.fileName());
+        const QString bad = writeFile(m_dir.filePath("bad.csv"), plainText.left(plainText.indexOf("DEVICE")) +
+                                                                     "GROUP;1;2;3\n;Group_0;50;мс\n");
+        QVERIFY(!bad.isEmpty());
+        watcher.answerFile(bad);
         watcher.answer(QMessageBox::Ok);
         w.on_action_import_conf_triggered();
         QCOMPARE(watcher.seen().last().text, QString("Ошибка заполнения дерева, не верный формат файла."));

@@ -3,6 +3,7 @@
 #include "app/progressbar.h"
 #include "tests/common/mainwindowprobe.h"
 #include "tests/common/modalwatcher.h"
+#include "tests/common/testfiles.h"
 
 #include <QtTest>
 #include <QtWidgets>
@@ -17,10 +18,7 @@ class MainWindowTest : public QObject
 
     static QStringList logLines()
     {
-        QFile f(logPath());
-        if (!f.open(QIODevice::ReadOnly | QIODevice::Text))
-            return {};
-        return QString::fromUtf8(f.readAll()).split('\n', Qt::SkipEmptyParts);
+        return QString::fromUtf8(readFile(logPath())).split('\n', Qt::SkipEmptyParts);
     }
 
     // The actions that setEnabledToolbar governs, in table order; all are on for a group.

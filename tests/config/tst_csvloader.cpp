@@ -12,6 +12,7 @@
 #include "model/transform_linescaledata.h"
 #include "model/treeitemroot.h"
 #include "model/usernotifier.h"
+#include "tests/common/testfiles.h"
 
 #include <QtTest>
 
@@ -28,12 +29,6 @@ const QString kDevice = QStringLiteral("DEVICE;1;2;3;4;5;6;7\n;Dev;1;Нет;125;
 const QString kGroup = QStringLiteral("GROUP;1;2;3\n;Grp;50;мс\n");
 const QString kTagHead = QStringLiteral("TAG;1;2;3;4;5;6;7;8;9;10;11;12;13;14;15;16;17\n");
 const QString kTag = QStringLiteral(";T;Входной регистр;1;0;0;Да;;;Вещ32;BA DC;Нет;;;;;Константа;0\n");
-
-QByteArray ReadBytes(const QString& path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-}
 
 QString ExportText(CTreeItemRoot& root)
 {
@@ -93,10 +88,7 @@ private:
 
 std::string TestCsvLoader::Write(const char* name, const QByteArray& bytes)
 {
-    QFile f(m_dir.filePath(name));
-    if (!f.open(QIODevice::WriteOnly | QIODevice::Truncate) || f.write(bytes) != bytes.size())
-        return {};
-    return f.fileName().toStdString();
+    return writeFile(m_dir.filePath(name), bytes).toStdString();
 }
 
 bool TestCsvLoader::LoadText(CTreeItemRoot& root, const QString& text, bool plain, CCsvLoader* loader)
@@ -131,7 +123,7 @@ void TestCsvLoader::workedExample()
     const QString out = m_dir.filePath("out.csv");
     CCsvLoader writer(&root);
     QVERIFY(writer.Export(out.toStdString()) && writer.m_Done == 7u);
-    QCOMPARE(ReadBytes(out), ReadBytes(kData + "/worked_example.csv"));
+    QCOMPARE(readFile(out), readFile(kData + "/worked_example.csv"));
     for (const char* name : {"/worked_example.cfg", "/with_users.cfg"}) {
         CTreeItemRoot fromCfg;
         QVERIFY(CCsvLoader(&fromCfg).Load((kData + name).toStdString(), false));
@@ -320,7 +312,7 @@ void TestCsvLoader::writerForms()
 {
     CTreeItemRoot root;
     QVERIFY(CCsvLoader(&root).Export(m_dir.filePath("empty.csv").toStdString()));
-    QVERIFY(ReadBytes(m_dir.filePath("empty.csv")).isEmpty());
+    QVERIFY(readFile(m_dir.filePath("empty.csv")).isEmpty());
 
     const QString stateTag =
         QStringLiteral(";B;Входное состояние;9;0;0;Да") + QString(10, ';') + "Синусоида;5\n";
@@ -346,8 +338,8 @@ void TestCsvLoader::handWrittenFile()
     // The rule, on the characters that carry the structure.
     QCOMPARE(CScrambler::Encode(QStringLiteral(";1\nа")), QByteArray("\xC3\x84\xC3\x8E\xC3\xB5\xD3\x8F"));
     QCOMPARE(CScrambler::Char(0x1F600), char32_t(0x1F6FF));
-    const QByteArray disk = ReadBytes(kData + "/worked_example.cfg");
-    const QByteArray plain = ReadBytes(kData + "/worked_example.csv");
+    const QByteArray disk = readFile(kData + "/worked_example.cfg");
+    const QByteArray plain = readFile(kData + "/worked_example.csv");
     QString clear;
     QVERIFY(CScrambler::ReadFile(kData + "/worked_example.cfg", clear));
     QCOMPARE(clear, QString::fromUtf8(plain) + kTail);
@@ -367,9 +359,9 @@ void TestCsvLoader::handWrittenFile()
     CTreeItemRoot root;
     QVERIFY(CCsvLoader(&root).Load((kData + "/worked_example.csv").toStdString(), true));
     QCOMPARE(CConfigWriter::Save(root, path, false), CConfigWriter::Saved);
-    QCOMPARE(ReadBytes(path), disk.left(disk.size() - CScrambler::Encode(kTail).size()));
+    QCOMPARE(readFile(path), disk.left(disk.size() - CScrambler::Encode(kTail).size()));
     QVERIFY(CScrambler::WriteFile(path, clear));
-    QCOMPARE(ReadBytes(path), disk);
+    QCOMPARE(readFile(path), disk);
     QVERIFY(!CScrambler::WriteFile(dir.filePath("no/such/folder.cfg"), QStringLiteral("x")));
 }
 

@@ -4,6 +4,7 @@
 #include "config/scrambler.h"
 #include "tests/common/mainwindowprobe.h"
 #include "tests/common/modalwatcher.h"
+#include "tests/common/testfiles.h"
 
 #include <QtTest>
 
@@ -13,20 +14,6 @@
 #include <unistd.h>
 
 namespace {
-
-QByteArray readAll(const QString& path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-}
-
-QString write(const QString& path, const QByteArray& bytes)
-{
-    QFile f(path);
-    f.open(QIODevice::WriteOnly | QIODevice::Truncate);
-    f.write(bytes);
-    return path;
-}
 
 const QString kPlant = QString(VELMORA_EXAMPLES) + "/plant.cfg";
 const QString kSmall = QString(VELMORA_EXAMPLES) + "/small.cfg";
@@ -73,7 +60,7 @@ private slots:
     {
         // 20 MB of ";" on one line once took over a gigabyte. The peak is read
         // from a child that does nothing else.
-        write(m_dir.filePath("semicolons.csv"), QByteArray(20 << 20, ';'));
+        writeFile(m_dir.filePath("semicolons.csv"), QByteArray(20 << 20, ';'));
         QCOMPARE(runChild({"load", m_dir.filePath("semicolons.csv"), "0"}), 0);
         struct rusage usage;
         getrusage(RUSAGE_CHILDREN, &usage);
@@ -93,19 +80,19 @@ private slots:
         QCOMPARE(CConfigWriter::Save(plant, m_dir.filePath("a.cfg"), false), CConfigWriter::Saved);
         const qint64 oneSaveUs = qMax<qint64>(saving.nsecsElapsed() / 1000, 500);
         QCOMPARE(CConfigWriter::Save(small, m_dir.filePath("b.cfg"), false), CConfigWriter::Saved);
-        const QByteArray old = readAll(kSmall), a = readAll(m_dir.filePath("a.cfg")),
-                         b = readAll(m_dir.filePath("b.cfg"));
+        const QByteArray old = readFile(kSmall), a = readFile(m_dir.filePath("a.cfg")),
+                         b = readFile(m_dir.filePath("b.cfg"));
 
         QSet<QString> outcomes;
         const int points = 24;
         for (int i = 0; i < points; ++i) {
             QTemporaryDir dir;
-            const QString target = write(dir.filePath("plant.cfg"), old);
+            const QString target = writeFile(dir.filePath("plant.cfg"), old);
             QCOMPARE(runChild({"save", target, QString::number(i * 3 * oneSaveUs / points)}), -1);
-            const QByteArray now = readAll(target);
+            const QByteArray now = readFile(target);
             QVERIFY2(now == old || now == a || now == b, qPrintable(QString("point %1").arg(i)));
             outcomes << (now == old ? "old" : now == a ? "plant" : "small");
-            const QByteArray pending = readAll(CConfigWriter::PendingName(target));
+            const QByteArray pending = readFile(CConfigWriter::PendingName(target));
             QVERIFY(pending.isEmpty() || pending == a || pending == b);
             QCOMPARE(CConfigWriter::Save(small, target, false), CConfigWriter::Saved);
             QCOMPARE(QDir(dir.path()).entryList(QDir::Files | QDir::Hidden), QStringList{"plant.cfg"});
@@ -119,7 +106,7 @@ private slots:
         MainWindow w;
         w.openCSVFile(kPlant);
         MainWindowProbe::dirty(w) = true;
-        const QByteArray old = readAll(kSmall);
+        const QByteArray old = readFile(kSmall);
         auto save = [&](const QString& path, bool plain = false) {
             MainWindowProbe::configPath(w) = path;
             MainWindowProbe::plainFormat(w) = plain;
@@ -138,7 +125,7 @@ private slots:
             if (mounted)
                 QProcess::execute("umount", {tiny});
         });
-        const QString full = write(tiny + "/plant.cfg", old);
+        const QString full = writeFile(tiny + "/plant.cfg", old);
         struct rlimit was;
         getrlimit(RLIMIT_FSIZE, &was);
         struct rlimit limit = {mounted ? was.rlim_cur : rlim_t(old.size() + 100), was.rlim_max};
@@ -147,22 +134,22 @@ private slots:
         const int fullResult = save(full);
         setrlimit(RLIMIT_FSIZE, &was);
         QCOMPARE(fullResult, 1); // code 12, the writer's failure
-        QCOMPARE(readAll(full), old);
+        QCOMPARE(readFile(full), old);
         QCOMPARE(QDir(tiny).entryList(QDir::Files | QDir::Hidden), QStringList{"plant.cfg"});
 
         // A target marked read-only in a writable folder, and a folder that
         // doesn't exist: refused in both forms.
-        const QString readOnly = write(m_dir.filePath("ro.cfg"), old);
+        const QString readOnly = writeFile(m_dir.filePath("ro.cfg"), old);
         QFile::setPermissions(readOnly, QFileDevice::ReadOwner | QFileDevice::ReadGroup);
         QCOMPARE(save(readOnly), 1);
-        QCOMPARE(readAll(readOnly), old);
+        QCOMPARE(readFile(readOnly), old);
         QCOMPARE(save(m_dir.filePath("missing/x.cfg")), 1);
         QCOMPARE(save(m_dir.filePath("missing/x.csv"), true), 1);
         QVERIFY(MainWindowProbe::dirty(w));
         QCOMPARE(watcher.unexpectedCount(), 0);
 
         // A symlink is written through: the link stays, its target changes.
-        const QString real = write(m_dir.filePath("real.cfg"), old);
+        const QString real = writeFile(m_dir.filePath("real.cfg"), old);
         QVERIFY(QFile::link(real, m_dir.filePath("link.cfg")));
         QCOMPARE(save(m_dir.filePath("link.cfg")), 0);
         QVERIFY(QFileInfo(m_dir.filePath("link.cfg")).isSymLink());

@@ -4,6 +4,7 @@
 #include "opcua/searchopcuaserver.h"
 #include "tests/common/mainwindowprobe.h"
 #include "tests/common/session.h"
+#include "tests/common/testfiles.h"
 #include "views/tablemodelmonitoring.h"
 
 #include <QtTest>
@@ -54,10 +55,7 @@ QTabWidget* tabs(MainWindow& w)
 // groups of three constant tags behind its first group, written scrambled into `folder`.
 QString writeEmulatedExample(const QString& folder)
 {
-    QFile plain(QString(VELMORA_TEST_DATA) + "/worked_example.csv");
-    if (!plain.open(QIODevice::ReadOnly))
-        return QString();
-    QString text = QString::fromUtf8(plain.readAll());
+    QString text = QString::fromUtf8(readFile(QString(VELMORA_TEST_DATA) + "/worked_example.csv"));
     // Device columns: name, address, emulation, ...
     text.replace(";Device_0;1;Нет;", ";Device_0;1;Да;");
     QString groups;

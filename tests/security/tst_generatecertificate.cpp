@@ -1,3 +1,5 @@
+#include "tests/common/testfiles.h"
+
 #include <QtTest>
 
 #include <mbedtls/oid.h>
@@ -15,17 +17,11 @@ QPair<int, QString> runTool(const QStringList& arguments)
     return {p.exitCode(), QString::fromUtf8(p.readAllStandardError())};
 }
 
-QByteArray readAll(const QString& path)
-{
-    QFile f(path);
-    return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-}
-
 // What a certificate says: its subject and days of validity, then mbedTLS's
 // own account from the signature on (it escapes the subject's Cyrillic).
 QStringList describe(const QString& path)
 {
-    const QByteArray der = readAll(path);
+    const QByteArray der = readFile(path);
     mbedtls_x509_crt crt;
     mbedtls_x509_crt_init(&crt);
     QStringList out;
@@ -86,9 +82,9 @@ void TstGenerateCertificate::certificateAsAskedAndRefusals()
                      "Encipherment, Key Cert Sign",
                      "ext key usage : TLS Web Server Authentication, TLS Web Client Authentication"}));
     const QString key = dir.filePath("key folder/server_key.pem");
-    QVERIFY(readAll(key).startsWith("-----BEGIN") && !(QFile::permissions(key) & QFile::ReadOther));
+    QVERIFY(readFile(key).startsWith("-----BEGIN") && !(QFile::permissions(key) & QFile::ReadOther));
 
-    const QByteArray first = readAll(c + "/server_cert.der");
+    const QByteArray first = readFile(c + "/server_cert.der");
     // Bad arguments and folders are refused, naming the culprit, and touch nothing.
     const QString d = "-der=" + c, k = "-pem=" + dir.filePath("key folder");
     const QList<QPair<QStringList, QString>> cases = {
@@ -108,7 +104,7 @@ void TstGenerateCertificate::certificateAsAskedAndRefusals()
     }
     // No temporary file is left behind either.
     QCOMPARE(QDir(c).entryList(QDir::Files), QStringList({"server_cert.der"}));
-    QCOMPARE(readAll(c + "/server_cert.der"), first);
+    QCOMPARE(readFile(c + "/server_cert.der"), first);
 }
 
 QTEST_GUILESS_MAIN(TstGenerateCertificate)

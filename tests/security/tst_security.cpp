@@ -4,6 +4,7 @@
 #include "dialogs/stardelegate.h"
 #include "tests/common/mainwindowprobe.h"
 #include "tests/common/modalwatcher.h"
+#include "tests/common/testfiles.h"
 
 #include <QtTest>
 #include <QtWidgets>
@@ -61,21 +62,17 @@ class TstSecurity : public QObject
 
     void placeTool(int code)
     {
-        QFile tool(m_work.filePath("generate_certificate"));
-        QVERIFY(tool.open(QIODevice::WriteOnly | QIODevice::Truncate));
-        tool.write(QString("#!/bin/sh\nfor a in \"$@\"; do echo \"$a\"; done > args.txt\nexit %1\n")
-                       .arg(code)
-                       .toUtf8());
-        tool.close();
-        tool.setPermissions(tool.permissions() | QFile::ExeOwner);
+        const QString tool =
+            writeFile(m_work.filePath("generate_certificate"),
+                      QString("#!/bin/sh\nfor a in \"$@\"; do echo \"$a\"; done > args.txt\nexit %1\n")
+                          .arg(code)
+                          .toUtf8());
+        QVERIFY(QFile::setPermissions(tool, QFile::permissions(tool) | QFile::ExeOwner));
     }
 
     QStringList recordedArguments()
     {
-        QFile args(m_work.filePath("args.txt"));
-        return args.open(QIODevice::ReadOnly)
-                   ? QString::fromUtf8(args.readAll()).split('\n', Qt::SkipEmptyParts)
-                   : QStringList();
+        return QString::fromUtf8(readFile(m_work.filePath("args.txt"))).split('\n', Qt::SkipEmptyParts);
     }
 
     // Walks the certificate form through its checks and fills it; a failure leaves it open.

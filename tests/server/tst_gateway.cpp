@@ -2,6 +2,7 @@
 
 #include "config/scrambler.h"
 #include "server/modbus/livevalue.h"
+#include "tests/common/testfiles.h"
 
 #include <open62541/client_highlevel.h>
 
@@ -102,8 +103,7 @@ private slots:
         // A file that does not load is refused with its row and reason; so is
         // a start that nobody could log in to.
         const auto file = [this](const char* name, const QByteArray& bytes) {
-            QFile f(m_dir.filePath(name));
-            return f.open(QIODevice::WriteOnly) && f.write(bytes) == bytes.size() ? f.fileName() : QString();
+            return writeFile(m_dir.filePath(name), bytes);
         };
         const QByteArray good = CScrambler::Encode(QString::fromUtf8(kValuesConfig));
         const std::pair<QString, const char*> bad[] = {
