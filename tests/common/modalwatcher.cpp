@@ -4,6 +4,7 @@
 #include <QApplication>
 #include <QFileDialog>
 #include <QLineEdit>
+#include <QTest>
 
 namespace {
 
@@ -24,6 +25,16 @@ ModalWatcher::ModalWatcher(QObject* parent) : QObject(parent)
     m_timer.start(10);
 }
 
+ModalWatcher::~ModalWatcher()
+{
+    QStringList unexpected;
+    for (const Seen& s : m_seen)
+        if (s.unexpected)
+            unexpected << s.title + ": " + s.text;
+    QTest::qVerify(unexpected.isEmpty(), "no unexpected modal", qPrintable(unexpected.join("; ")), __FILE__,
+                   __LINE__);
+}
+
 void ModalWatcher::answer(QMessageBox::StandardButton button)
 {
     answer([button](QWidget* w) { pressButton(w, button); });
@@ -41,11 +52,6 @@ void ModalWatcher::answerConnect(const QString& url)
         for (const char* name : {"pb_searchDevice", "pb_getEndPoint", "pb_connect", "pb_ok"})
             requireChild<QAbstractButton>(dialog, name)->click();
     });
-}
-
-int ModalWatcher::unexpectedCount() const
-{
-    return int(std::count_if(m_seen.begin(), m_seen.end(), [](const Seen& s) { return s.unexpected; }));
 }
 
 void ModalWatcher::clear()

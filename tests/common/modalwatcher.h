@@ -9,8 +9,8 @@
 
 // Watches for modal boxes and dialogs while a test drives the program, records what each one
 // said and answers it with the next queued handler, so that no test ever hangs on a box. A modal
-// that arrives with no handler queued is recorded as unexpected and rejected. The busy dialog is
-// left alone.
+// that arrives with no handler queued is recorded as unexpected and rejected, and fails the running
+// test when the watcher goes. The busy dialog is left alone.
 class ModalWatcher : public QObject
 {
     Q_OBJECT
@@ -23,6 +23,7 @@ public:
     using Handler = std::function<void(QWidget*)>;
 
     explicit ModalWatcher(QObject* parent = nullptr);
+    ~ModalWatcher() override;
 
     void answer(Handler handler) { m_handlers.push_back(std::move(handler)); }
     // Presses this button of the next QMessageBox.
@@ -34,7 +35,6 @@ public:
 
     const QList<Seen>& seen() const { return m_seen; }
     int pending() const { return int(m_handlers.size()); }
-    int unexpectedCount() const;
     void clear();
 
     static void pressButton(QWidget* box, QMessageBox::StandardButton button);

@@ -146,7 +146,6 @@ private slots:
         QCOMPARE(save(m_dir.filePath("missing/x.cfg")), 1);
         QCOMPARE(save(m_dir.filePath("missing/x.csv"), true), 1);
         QVERIFY(MainWindowProbe::dirty(w));
-        QCOMPARE(watcher.unexpectedCount(), 0);
 
         // A symlink is written through: the link stays, its target changes.
         const QString real = writeFile(m_dir.filePath("real.cfg"), old);

@@ -450,7 +450,6 @@ void TstOpcuaWrapper::certificateChooserOnGuiThread()
     QVERIFY(onGuiThread && stillOpen);
     QCOMPARE(shown, QStringList({"/known.der", "/trust"}));
     QCOMPARE(watcher.seen().at(1).text, QString("Заполните все поля"));
-    QCOMPARE(watcher.unexpectedCount(), 0);
     // An empty field makes the caller give up in silence; confirmed paths (all
     // three filled) are taken over and the connection goes ahead (and fails here).
     QCOMPARE(cancelled.load(), 1);
