@@ -123,8 +123,10 @@ private slots:
         // business.
         OPCUAWrapper wrapper;
         QCOMPARE(connectSecured(wrapper, gateway.url(), 3, "", ""), 0);
-        QVERIFY(gateway.output().contains(
-            "Сессия открыта: сертификат пользователя, Basic256Sha256 (SignAndEncrypt)"));
+        QTRY_VERIFY_WITH_TIMEOUT(
+            gateway.output().contains(
+                "Сессия открыта: сертификат пользователя, Basic256Sha256 (SignAndEncrypt)"),
+            10000);
         QCOMPARE(wrapper.disconnectToServer(), 0);
 
         DialogChooseCertificate::InstallAsCertificateChooser();
@@ -152,15 +154,17 @@ private slots:
         });
         s.w.on_action_triggered();
         QVERIFY(chooser == "DialogChooseCertificate" && MainWindowProbe::connected(s.w));
-        QVERIFY(gateway.output().contains(
-            "Сессия открыта: пользователь \"оператор\", Basic256Sha256 (SignAndEncrypt)"));
+        QTRY_VERIFY_WITH_TIMEOUT(
+            gateway.output().contains(
+                "Сессия открыта: пользователь \"оператор\", Basic256Sha256 (SignAndEncrypt)"),
+            10000);
 
         // Method calls work over that session.
         s.select(s.node("Channel_0.Device_0"));
         s.accept(Session::rename("Защищённая"));
         s.w.on_add_group_action_triggered();
         QVERIFY(MainWindowProbe::groups(s.w).count("Channel_0.Device_0.Защищённая"));
-        QVERIFY(gateway.output().contains("Метод addNode: Good"));
+        QTRY_VERIFY_WITH_TIMEOUT(gateway.output().contains("Метод addNode: Good"), 10000);
         QCOMPARE(gateway.stop(), 0);
     }
 };

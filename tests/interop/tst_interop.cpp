@@ -143,7 +143,8 @@ private slots:
         QStringList got = out;
         got.removeIf([&](const QString& line) { return line.startsWith("read " + g + "Rand Good "); });
         QVERIFY2(got == expected, qPrintable(got.join("\n")));
-        QVERIFY(gateway.output().contains("Сессия открыта: пользователь \"оператор\", None (None)"));
+        QTRY_VERIFY_WITH_TIMEOUT(
+            gateway.output().contains("Сессия открыта: пользователь \"оператор\", None (None)"), 10000);
         QVERIFY(!relay.seen.isEmpty() && !relay.seen.contains(kPassword));
     }
 
@@ -176,7 +177,8 @@ private slots:
         QCOMPARE(wrapper.findServers(gateway.url()), 0);
         QCOMPARE(wrapper.connectToServer(gateway.url(), kSecure, false, 3, "", ""), 1);
         QCOMPARE(wrapper.findServers(gateway.url()), 0);
-        QVERIFY(gateway.output().contains("Сессия отклонена: сертификат пользователя, Basic256Sha256"));
+        QTRY_VERIFY_WITH_TIMEOUT(
+            gateway.output().contains("Сессия отклонена: сертификат пользователя, Basic256Sha256"), 10000);
         QCOMPARE(wrapper.connectToServer(gateway.url(), kSecure, false, 1, "", ""), 0);
         QCOMPARE(wrapper.disconnectToServer(), 0);
         OPCUAWrapper::SetCertificateChooser(nullptr);

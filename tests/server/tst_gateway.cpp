@@ -131,7 +131,7 @@ private slots:
         QCOMPARE(run(args(QString::number(gw.port()), "info")), 1);
         QVERIFY(p.readAllStandardError().contains("in use"));
         QCOMPARE(gw.stop(), 0); // SIGTERM ends it cleanly
-        QVERIFY(gw.output().contains("Конечная точка"));
+        QTRY_VERIFY_WITH_TIMEOUT(gw.output().contains("Конечная точка"), 10000);
         QVERIFY2(!gw.output().contains("[warning]"), qPrintable(gw.output()));
     }
 
