@@ -77,8 +77,8 @@ def encode(kind, order, value):
     return [wire[i] << 8 | wire[i + 1] for i in range(0, len(wire), 2)]
 
 
-def apply_set(devices, spec):
-    where, what = spec.split("=", 1)
+def apply_set(devices, assignment):
+    where, what = assignment.split("=", 1)
     unit, table, address = where.split(":")
     parts = what.split(":")
     kind, value = parts[0], parts[-1]
@@ -134,7 +134,7 @@ async def main():
     parser.add_argument("--baud", type=int, default=9600)
     parser.add_argument("--units", default="1", help="unit ids, comma separated")
     parser.add_argument("--size", type=int, default=2000, help="addresses per table")
-    parser.add_argument("--set", action="append", default=[], metavar="SPEC")
+    parser.add_argument("--set", action="append", default=[], metavar="WHERE=VALUE")
     parser.add_argument("--demo", action="store_true", help="animate the demo map")
     parser.add_argument("--clock", metavar="UNIT:ADDR", help="keep the wall clock at an input register")
     parser.add_argument("--garbage", action="store_true", help="answer garbage (TCP)")
@@ -146,8 +146,8 @@ async def main():
         await garbage(args.tcp)
         return
     devices = {int(u): Device(int(u), args.size) for u in args.units.split(",")}
-    for spec in args.set:
-        apply_set(devices, spec)
+    for assignment in args.set:
+        apply_set(devices, assignment)
     context = ModbusServerContext(slaves=devices, single=False)
     if args.tcp:
         server = ModbusTcpServer(context, ModbusSocketFramer, address=("127.0.0.1", args.tcp))
