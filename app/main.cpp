@@ -1,6 +1,7 @@
 #include "app/guithread.h"
 #include "app/logging.h"
 #include "app/mainwindow.h"
+#include "app/qttranslation.h"
 #include "dialogs/dialogchoosecertificate.h"
 #include "model/usernotifier.h"
 
@@ -21,6 +22,7 @@ int main(int argc, char* argv[])
     qInstallMessageHandler(messageHandler);
 
     QApplication app(argc, argv);
+    installQtTranslation(app);
     MainWindow window;
     // Boxes that the model and file code raise, shown over the window on the GUI thread.
     CUserNotifier::Install([&window](const QString& title, const QString& text) {

@@ -1,6 +1,7 @@
 #include "app/logging.h"
 #include "app/mainwindow.h"
 #include "app/progressbar.h"
+#include "app/qttranslation.h"
 #include "tests/common/mainwindowprobe.h"
 #include "tests/common/modalwatcher.h"
 #include "tests/common/testfiles.h"
@@ -41,6 +42,8 @@ class MainWindowTest : public QObject
     }
 
 private slots:
+    void initTestCase() { QVERIFY(installQtTranslation(*qApp)); }
+
     void startsAndLogs()
     {
         // Two starts of the real program append a line each.
@@ -142,6 +145,32 @@ private slots:
         QCloseEvent declined;
         w.closeEvent(&declined);
         QVERIFY(declined.isAccepted());
+
+        // Qt's own dialogs speak Russian as well: saving over a file that is
+        // there asks first, with the buttons of a standard question.
+        QTemporaryDir dir;
+        const QString taken = writeFile(dir.filePath("taken.cfg"), "x");
+        QStringList texts;
+        watcher.answer(QMessageBox::Ok);
+        watcher.answer([&](QWidget* d) {
+            for (const char* name : {"buttonBox", "fileNameLabel"})
+                for (QWidget* part : QList<QWidget*>{requireChild<QWidget>(d, name)} +
+                                         requireChild<QWidget>(d, name)->findChildren<QWidget*>())
+                    if (const QString text = part->property("text").toString(); !text.isEmpty())
+                        texts << text;
+            ModalWatcher::chooseFile(d, taken);
+        });
+        watcher.answer([&](QWidget* w) {
+            auto* box = qobject_cast<QMessageBox*>(w);
+            texts << box->text() << box->button(QMessageBox::Yes)->text()
+                  << box->button(QMessageBox::No)->text();
+            ModalWatcher::pressButton(box, QMessageBox::Yes);
+        });
+        QCloseEvent saved;
+        w.closeEvent(&saved);
+        QVERIFY(saved.isAccepted() && !MainWindowProbe::dirty(w));
+        QCOMPARE(texts, (QStringList{"&Сохранить", "Отмена", "&Имя файла:",
+                                     "taken.cfg уже существует.\nЗаменить его?", "&Да", "&Нет"}));
     }
 
     void busyDialogWaitsForItsWorker()
