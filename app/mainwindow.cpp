@@ -47,6 +47,8 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent), ui(new Ui_MainWin
 
     m_statusLabel = new QLabel("Сервер не запущен", this);
     statusBar()->addWidget(m_statusLabel);
+    m_readStatusLabel = new QLabel(this);
+    statusBar()->addWidget(m_readStatusLabel);
 
     setEnabledToolbar(TreeItemRoot);
 

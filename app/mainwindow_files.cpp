@@ -12,6 +12,8 @@
 
 #include <QDir>
 #include <QFileDialog>
+#include <QFileInfo>
+#include <QLabel>
 
 namespace {
 
@@ -51,20 +53,17 @@ void MainWindow::openCSVFile(QString path)
     emit signalSetLabelProgressBar("Выполняется открытие конфигуарции, пожалуйста, подождите...");
     if (!path.isEmpty())
         m_configPath = path;
-    // Nothing that leads to the old nodes may outlive them: a load that fails
-    // keeps the old rows in view, and they must lead nowhere.
+    // Nothing that leads to the old nodes may outlive them: the views read the
+    // tree while this waits.
     GuiThread::run([this] { forgetNodes(); });
     m_root.DeleteAllChildren();
 
     CCsvLoader loader(&m_root);
-    if (!loader.Load(m_configPath.toStdString(), m_plainFormat)) {
-        emit signalCloseProgressBar(7);
-        VLOG_WARNING().noquote() << "Ошибка заполнения дерева, не верный формат файла";
-        return;
-    }
+    const bool loaded = loader.Load(m_configPath.toStdString(), m_plainFormat);
 
-    // The rows are widgets: rebuilt on the GUI thread, in the same order.
-    GuiThread::run([this] {
+    // The rows are widgets: rebuilt on the GUI thread, in the same order. A
+    // file read in part shows what was read, which is what a save would write.
+    GuiThread::run([this, loaded] {
         ui->treeWidget->clear();
         m_treeItems.clear();
         m_groups.clear();
@@ -78,8 +77,17 @@ void MainWindow::openCSVFile(QString path)
         rootRow->setExpanded(true);
         m_configOpen = true;
         setEnabledToolbar(TreeItemRoot);
+        m_readStatusLabel->setText(
+            loaded ? QString()
+                   : QString(" Файл прочитан не полностью: %1").arg(QFileInfo(m_configPath).fileName()));
     });
+    // Nothing has been changed since: the file on disk is still the whole one.
     m_dirty = false;
+    if (!loaded) {
+        emit signalCloseProgressBar(7);
+        VLOG_WARNING().noquote() << "Ошибка заполнения дерева, не верный формат файла";
+        return;
+    }
     emit signalCloseProgressBar(0);
 }
 
@@ -114,6 +122,8 @@ int MainWindow::saveConfig()
     // An export leaves the changes unsaved: only the .cfg counts.
     if (!m_plainFormat)
         m_dirty = false;
+    // The tree on show is now in a file whole.
+    GuiThread::run([this] { m_readStatusLabel->clear(); });
     emit signalCloseProgressBar(0);
     return 0;
 }

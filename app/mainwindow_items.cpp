@@ -383,7 +383,7 @@ void MainWindow::on_delete_action_triggered()
         delete row;
         return;
     }
-    // A row that a failed open left in view has no node: nothing to ask about.
+    // A row the map doesn't know has no node: nothing to ask about.
     CItem* node = nodeOf(row);
     if (!node)
         return;
