@@ -14,6 +14,7 @@
 
 #include <QHeaderView>
 #include <QMenu>
+#include <QScrollBar>
 
 namespace {
 
@@ -148,7 +149,7 @@ void MainWindow::on_treeWidget_itemSelectionChanged()
     ui->tableWidget->horizontalHeader()->setStretchLastSection(true);
 
     for (QTreeWidgetItem* row : ui->treeWidget->selectedItems()) {
-        // A row that a failed open left in view has no node: it shows nothing.
+        // A row the map doesn't know has no node: it shows nothing.
         CItem* node = nodeOf(row);
         if (!node)
             continue;
@@ -198,6 +199,9 @@ void MainWindow::on_treeWidget_itemSelectionChanged()
             // long number and for the longest usual status name.
             ClipTooltipDelegate::reserveColumn(ui->tableView_2, 1, QStringLiteral("-1234567.123456e-123"));
             ClipTooltipDelegate::reserveColumn(ui->tableView_2, 2, QStringLiteral("BadCommunicationError"));
+            // A group shows from its tags' names, wherever the last one was scrolled to.
+            ui->tableView->horizontalScrollBar()->setValue(0);
+            ui->tableView_2->horizontalScrollBar()->setValue(0);
             ui->tabWidget->setTabEnabled(1, true);
             ui->tabWidget->setTabEnabled(2, true);
             break;
@@ -221,7 +225,7 @@ void MainWindow::on_treeWidget_customContextMenuRequested(const QPoint& pos)
 {
     if (m_monitoring)
         return;
-    // Empty space, or a row that a failed open left without a node: no menu.
+    // Empty space, or a row without a node: no menu.
     QTreeWidgetItem* row = ui->treeWidget->itemAt(pos);
     if (!row || !nodeOf(row))
         return;

@@ -2,6 +2,8 @@
 
 #include "model/item.h"
 
+#include <QHash>
+
 #include <iterator>
 
 namespace {
@@ -37,7 +39,49 @@ void TableModelMonitoring::setMapItem(std::map<QString, CItem*> items)
 {
     beginResetModel();
     m_items = std::move(items);
+    // Only the group on show: the map may still name groups whose nodes are gone.
+    const auto shown = m_groupValues.find(m_groupName);
+    if (shown != m_groupValues.end())
+        followTags(*shown);
     endResetModel();
+}
+
+// A row is a position in the group's child order, which an added, renamed or
+// removed tag shifts. Values whose tag is gone are dropped, and so are the
+// zeros of a group that has had no value yet, which belong to no tag.
+void TableModelMonitoring::followTags(std::map<QString, QList<QVariant>>::value_type& entry)
+{
+    const auto group = m_items.find(entry.first);
+    if (group == m_items.end())
+        return;
+    QList<QVariant>& cells = entry.second;
+    QList<QString> names;
+    for (const auto& child : *group->second)
+        names << QString::fromStdString(child.second->GetName());
+    const auto tagOf = [](const QVariant& fullName) {
+        const QString text = fullName.toString();
+        return text.mid(text.lastIndexOf('.') + 1);
+    };
+    bool aligned = true;
+    for (qsizetype row = 0; aligned && row * CellsPerRow < cells.size(); ++row) {
+        const QVariant& name = cells.at(row * CellsPerRow);
+        if (name.typeId() == QMetaType::QString)
+            aligned = row < names.size() && tagOf(name) == names.at(row);
+    }
+    if (aligned)
+        return;
+
+    QHash<QString, qsizetype> rowOfTag;
+    for (qsizetype row = 0; row < names.size(); ++row)
+        rowOfTag.insert(names.at(row), row);
+    QList<QVariant> moved(names.size() * CellsPerRow);
+    for (qsizetype from = 0; (from + 1) * CellsPerRow <= cells.size(); ++from) {
+        const QVariant& name = cells.at(from * CellsPerRow);
+        const qsizetype to = name.typeId() == QMetaType::QString ? rowOfTag.value(tagOf(name), -1) : -1;
+        for (int cell = 0; to >= 0 && cell < CellsPerRow; ++cell)
+            moved[to * CellsPerRow + cell] = cells.at(from * CellsPerRow + cell);
+    }
+    cells = moved;
 }
 
 void TableModelMonitoring::editNameGroup(QString oldName, QString newName)
@@ -61,6 +105,8 @@ void TableModelMonitoring::setNewData(int row, QList<QVariant> cells, QString gr
     // Grows well past the row so that a run of new rows resizes only now and then.
     if (values.size() < last)
         values.resize(CellsPerRow * last);
+    if (cells.size() > 3)
+        values[last - 3] = cells[3];
     values[last - 2] = cells[0];
     values[last - 1] = cells[1];
     values[last] = cells[2];

@@ -10,8 +10,8 @@
 class CItem;
 
 // Live values of the selected group's tags. Values are collected per group in
-// a flat cell list (four cells a row: unused, value, quality, time) and shown
-// when the main window's timer calls updateData, never per value.
+// a flat cell list (four cells a row: the tag's full name, value, quality,
+// time) and shown when the main window's timer calls updateData, never per value.
 class TableModelMonitoring : public QAbstractTableModel
 {
     Q_OBJECT
@@ -21,6 +21,7 @@ public:
     void setNameGroup(QString name);
     void setMapItem(std::map<QString, CItem*> items);
     void editNameGroup(QString oldName, QString newName);
+    // cells: value, quality, time and, as a fourth entry, the tag's full name.
     void setNewData(int row, QList<QVariant> cells, QString group);
     void updateData();
     void cleanupOldGroups();
@@ -41,6 +42,8 @@ public:
 
 private:
     CItem* currentGroup() const;
+    // Puts each stored value back in the row of the tag it came for.
+    void followTags(std::map<QString, QList<QVariant>>::value_type& entry);
     std::map<QString, CItem*> m_items;
     QString m_groupName;
     std::map<QString, QList<QVariant>> m_groupValues;

@@ -118,6 +118,24 @@ private slots:
         model.setNameGroup(G1);
         model.setNameGroup(G0);
         QCOMPARE(model.index(0, 1).data().toString(), QStringLiteral("12.5"));
+
+        // A value stays with the tag it came for when the tree moves the tags
+        // (the views hear of it only then, so no tester): a tag added in front,
+        // one taken away with its value.
+        CGroupInfo moving;
+        addTag(moving, "b", 1);
+        addTag(moving, "d", 2);
+        TableModelMonitoring follows;
+        follows.setNameGroup(G0);
+        follows.setMapItem({{G0, &moving}});
+        follows.setNewData(0, cells("1") << G0 + ".b", G0);
+        follows.setNewData(1, cells("2") << G0 + ".d", G0);
+        addTag(moving, "a", 3);
+        follows.setMapItem({{G0, &moving}});
+        QCOMPARE(column(follows, 1), (QStringList{"", "1", "2"}));
+        moving.DeleteChild(moving.FindChildByName("b"));
+        follows.setMapItem({{G0, &moving}});
+        QCOMPARE(column(follows, 0) + column(follows, 1), (QStringList{"a", "d", "", "2"}));
     }
 
     void monitoringGroupKeys()
