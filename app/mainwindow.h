@@ -123,9 +123,9 @@ public slots:
     void on_action_export_conf_triggered();
     void on_action_import_conf_triggered();
     void slotDisconnect();
-    // The client's session died: monitoring ends and the user is told.
+    // The client's session died: monitoring ends, the user is told, and the
+    // program is no longer connected.
     void slotConnectionLost(QString status);
-    void slotConnectionRestored();
 
 private:
     // Runs work on a detached thread while the busy dialog waits for the
@@ -143,8 +143,11 @@ private:
     // hands the collected values to slotDataChange on the GUI thread.
     void collectDataChange(QList<QVariant> message);
     void takeArrived();
-    void dropArrived();
+    // Empties the collected values; more are collected only when collectMore.
+    void dropArrived(bool collectMore = false);
     int runSwitchStep(std::function<void()> work);
+    // Monitoring whose session died: nothing is left to delete on the server.
+    void endLostMonitoring(const QString& status);
     // Puts text on the status line in place of a connection-lost message.
     void clearConnectionLoss(const QString& text);
     // Drops every way to the nodes below the root (row entries, group keys,
@@ -174,6 +177,8 @@ private:
     Ui_MainWindow* ui = nullptr;
     QProcess* m_serverProcess = nullptr;
     QLabel* m_statusLabel = nullptr;
+    // Beside it: that the file on show was read only in part.
+    QLabel* m_readStatusLabel = nullptr;
     std::vector<CItem*> m_clipboard;
     bool m_configOpen = false;
     bool m_monitoring = false;
@@ -194,8 +199,6 @@ private:
     QMap<int, QList<QString>> m_subscriptionRows;
     // Row and group of each subscribed full name, built with m_subscriptionRows.
     QHash<QString, std::pair<int, QString>> m_rowOfName;
-    // The status line as it was before the connection was lost.
-    QString m_labelBeforeLoss;
     // The monitoring switch's worker runs; a loss it meets is handled after it.
     bool m_monitoringSwitch = false;
     QString m_lostDuringSwitch;
@@ -212,6 +215,7 @@ private:
     // Values collected where they arrive, until the refresh timer takes them.
     std::mutex m_arrivedMutex;
     QList<QList<QVariant>> m_arrived;
+    bool m_collecting = false;
 
     // Tests read and set the state through this one door.
     friend struct MainWindowProbe;

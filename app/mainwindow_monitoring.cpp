@@ -109,14 +109,22 @@ void MainWindow::slotConnectionLost(QString status)
 {
     if (!m_client || !m_connected)
         return;
-    if (!m_statusLabel->text().startsWith(kConnectionLost))
-        m_labelBeforeLoss = m_statusLabel->text();
     m_statusLabel->setText(kConnectionLost + status);
-    if (m_monitoringSwitch)
+    if (m_monitoringSwitch) {
         m_lostDuringSwitch = status;
-    if (!m_monitoring || m_monitoringSwitch)
         return;
+    }
+    if (m_monitoring)
+        endLostMonitoring(status);
+    // As after a failed command: edits stay local from here on, and a new
+    // connection begins with the search, as the first one did.
+    m_connected = false;
+    m_dialogConnected = false;
+    m_client = nullptr;
+}
 
+void MainWindow::endLostMonitoring(const QString& status)
+{
     // The iterate loop has ended on the loss; the subscriptions died with the
     // session, so there is nothing to delete on the server.
     m_client->setStatusIterate(false);
@@ -137,12 +145,6 @@ void MainWindow::slotConnectionLost(QString status)
         setEnabledToolbar(ToolbarMonitoringOff);
     else
         on_treeWidget_itemSelectionChanged();
-}
-
-void MainWindow::slotConnectionRestored()
-{
-    if (m_client)
-        clearConnectionLoss(m_labelBeforeLoss);
 }
 
 void MainWindow::clearConnectionLoss(const QString& text)
@@ -168,13 +170,15 @@ void MainWindow::on_monitoring_action_triggered()
         runSwitchStep([this, node] { monitoringOff(node); });
         m_monitoringTimer->stop();
         dropArrived();
-        m_lostDuringSwitch.clear(); // already on the status line, and monitoring ends anyway
         m_monitoring = false;
         ui->monitoring_action->setIcon(QIcon(kIconOff));
         if (node->GetType() == itGroup)
             setEnabledToolbar(ToolbarMonitoringOff);
         else
             on_treeWidget_itemSelectionChanged();
+        // A loss told while the subscriptions were being deleted ends the connection.
+        if (!m_lostDuringSwitch.isEmpty())
+            slotConnectionLost(std::exchange(m_lostDuringSwitch, QString()));
         return;
     }
 
@@ -189,6 +193,8 @@ void MainWindow::on_monitoring_action_triggered()
     const int code = runSwitchStep([this, group, interval, name] { monitoringOn(group, interval, name); });
     if (code == 0)
         m_monitoringTimer->start(100);
+    else
+        dropArrived();
     ui->tabWidget->setCurrentIndex(2);
     m_monitoredTreeItem = ui->treeWidget->currentItem();
     // A loss told while the subscriptions were being made ends what was started.
@@ -229,7 +235,7 @@ int MainWindow::monitoringOn(CGroupInfo* group, int interval, std::string name)
     // Values of an earlier run are not this run's. The first values of this
     // one wait with the collected ones until the refresh timer runs, by then
     // with the routing table in place.
-    dropArrived();
+    dropArrived(true);
     QMap<int, QList<QString>> rows;
     const int subscribed = m_client->subscriptionTag(m_subscribedNames, interval, rows);
     GuiThread::run([this, subscribed, &rows] {
@@ -307,19 +313,24 @@ void MainWindow::slotDataChange(QList<QVariant> message)
         lastTime = QDateTime::fromMSecsSinceEpoch(nowMs).toString("yyyy-MM-dd hh:mm:ss.zzz");
     }
 
-    m_monitoringModel->setNewData(found->first, {value, message.at(2).toString(), lastTime}, found->second);
+    m_monitoringModel->setNewData(found->first, {value, message.at(2).toString(), lastTime, message.at(3)},
+                                  found->second);
 }
 
 void MainWindow::collectDataChange(QList<QVariant> message)
 {
     std::lock_guard<std::mutex> lock(m_arrivedMutex);
-    m_arrived.append(std::move(message));
+    // The client is also run between monitoring runs, to watch the session;
+    // what a subscription left by a failure sends then is of no run.
+    if (m_collecting)
+        m_arrived.append(std::move(message));
 }
 
-void MainWindow::dropArrived()
+void MainWindow::dropArrived(bool collectMore)
 {
     std::lock_guard<std::mutex> lock(m_arrivedMutex);
     m_arrived.clear();
+    m_collecting = collectMore;
 }
 
 void MainWindow::takeArrived()
@@ -344,6 +355,4 @@ void MainWindow::connectClientValues()
             Qt::ConnectionType(Qt::DirectConnection | Qt::UniqueConnection));
     const auto queuedOnce = Qt::ConnectionType(Qt::QueuedConnection | Qt::UniqueConnection);
     connect(m_client, &OPCUAWrapper::signalConnectionLost, this, &MainWindow::slotConnectionLost, queuedOnce);
-    connect(m_client, &OPCUAWrapper::signalConnectionRestored, this, &MainWindow::slotConnectionRestored,
-            queuedOnce);
 }

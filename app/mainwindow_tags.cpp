@@ -82,7 +82,9 @@ void MainWindow::on_add_tag_action_triggered()
 
 void MainWindow::threadAddTags(CItem* group, CDATagInfo* tag)
 {
-    const bool connected = m_connected && m_client;
+    // The window may learn of a lost session while this runs and let go of the
+    // client; the worker keeps its own pointer and asks the client itself.
+    OPCUAWrapper* client = m_connected ? m_client : nullptr;
     const QString groupName = fullName(group);
     const QString exchangeFailed = "Изменения канала завершилось неудачно";
     // The worker's boxes are shown on the GUI thread, which waits in the busy
@@ -102,25 +104,27 @@ void MainWindow::threadAddTags(CItem* group, CDATagInfo* tag)
         } else {
             // The server's exchange stops around each single tag, so it never
             // polls a group while the group changes.
-            if (connected) {
-                m_client->exchangeRunning = true;
-                if (!m_client->callMethodStartStopExchange()) {
+            if (client && client->connected) {
+                client->exchangeRunning = true;
+                const bool stopped = client->callMethodStartStopExchange();
+                const bool added = stopped && client->callAddNode(m_infoTag);
+                const bool restarted = added && client->callMethodStartStopExchange();
+                // A call that failed on a session lost meanwhile leaves this tag,
+                // and the rest of the series, in the tree only.
+                if (!restarted && client->connected) {
+                    if (stopped && !added) {
+                        VLOG_WARNING().noquote()
+                            << "Добавление тега завершилось неудачно, на сервере произошла ошибка";
+                        m_infoTag.clear();
+                        group->DeleteChild(tag);
+                        return;
+                    }
+                    m_dirty = m_dirty || added;
                     warnFromWorker(exchangeFailed);
-                    return;
-                }
-                if (!m_client->callAddNode(m_infoTag)) {
-                    VLOG_WARNING().noquote()
-                        << "Добавление тега завершилось неудачно, на сервере произошла ошибка";
-                    m_infoTag.clear();
-                    group->DeleteChild(tag);
                     return;
                 }
             }
             m_dirty = true;
-            if (connected && !m_client->callMethodStartStopExchange()) {
-                warnFromWorker(exchangeFailed);
-                return;
-            }
             m_infoTag.clear();
             model = tag;
         }
@@ -198,6 +202,8 @@ void MainWindow::tag_edit_action_triggered()
         m_clipboard.erase(std::remove(m_clipboard.begin(), m_clipboard.end(), tag), m_clipboard.end());
         delete tag;
     }
+    // A new name moves the tag in the child order: the tables follow it.
+    on_treeWidget_itemSelectionChanged();
 }
 
 void MainWindow::tag_delete_action_triggered()

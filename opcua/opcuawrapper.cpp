@@ -7,6 +7,7 @@
 #include <QDirIterator>
 #include <QFile>
 #include <QThread>
+#include <QTimer>
 
 #include <open62541/client_config_default.h>
 #include <open62541/client_highlevel.h>
@@ -30,6 +31,8 @@ const UA_UInt32 kRequestTimeoutMs = 3600000;
 // How often a running loop asks whether the server still answers, and how long it waits.
 const std::chrono::seconds kAliveInterval(1);
 const std::chrono::seconds kSilenceLimit(3);
+// How often the session is looked at while no monitoring loop runs the client.
+const int kIdleWatchMs = 200;
 
 // The library's own messages belong in the program's log, not on the console.
 void forwardLibraryLog(void*, UA_LogLevel level, UA_LogCategory, const char* msg, va_list args)
@@ -93,7 +96,11 @@ QString statusName(UA_StatusCode status)
 
 OPCUAWrapper* OPCUAWrapper::_singleOPCUAWrapper = nullptr;
 
-OPCUAWrapper::OPCUAWrapper(QObject* parent) : QObject(parent) {}
+OPCUAWrapper::OPCUAWrapper(QObject* parent) : QObject(parent), m_sessionWatch(new QTimer(this))
+{
+    m_sessionWatch->setInterval(kIdleWatchMs);
+    connect(m_sessionWatch, &QTimer::timeout, this, &OPCUAWrapper::watchIdleSession);
+}
 
 OPCUAWrapper::~OPCUAWrapper()
 {
@@ -245,6 +252,8 @@ int OPCUAWrapper::connectToServer(QString url, QString endpointText, bool browse
         browseNodes(client, QStringLiteral("ns=2;s=") + kChannelsObject);
     connected = true;
     connectedOnce = true;
+    // The connection may be made on a worker; the watch runs where the object lives.
+    QMetaObject::invokeMethod(m_sessionWatch, qOverload<>(&QTimer::start), Qt::QueuedConnection);
     UA_Array_delete(serverDescriptions, serverDescriptionCount, &UA_TYPES[UA_TYPES_APPLICATIONDESCRIPTION]);
     serverDescriptions = nullptr;
     serverDescriptionCount = 0;
@@ -364,6 +373,7 @@ std::thread OPCUAWrapper::runIterate()
 
 void OPCUAWrapper::iterate()
 {
+    m_iterating = true;
     m_aliveAsking = false;
     m_aliveAsked = std::chrono::steady_clock::now();
     while (statusIterate) {
@@ -380,6 +390,24 @@ void OPCUAWrapper::iterate()
         while (m_clientWaiters > 0 && statusIterate)
             std::this_thread::yield();
     }
+    m_iterating = false;
+}
+
+// Without the monitoring loop nothing would read the connection, and a gateway
+// that went away would only be found by the next command. This runs on the
+// object's thread and never waits for the client: a call in progress or the
+// loop has it, and either finds out for itself.
+void OPCUAWrapper::watchIdleSession()
+{
+    std::unique_lock<std::recursive_mutex> lock(m_clientMutex, std::try_to_lock);
+    if (!lock.owns_lock() || m_iterating)
+        return;
+    if (!clientUsable() || !connected || m_sessionLost) {
+        m_sessionWatch->stop();
+        return;
+    }
+    UA_Client_run_iterate(client, 0);
+    watchSession();
 }
 
 // Called by the library, inside the client, on every change of the channel or
@@ -389,16 +417,8 @@ void OPCUAWrapper::stateChanged(UA_Client* client, UA_SecureChannelState, UA_Ses
                                 UA_StatusCode status)
 {
     auto* wrapper = static_cast<OPCUAWrapper*>(UA_Client_getConfig(client)->clientContext);
-    if (!wrapper)
+    if (!wrapper || session == UA_SESSIONSTATE_ACTIVATED)
         return;
-    if (session == UA_SESSIONSTATE_ACTIVATED) {
-        if (wrapper->m_sessionLost.exchange(false)) {
-            wrapper->connected = true;
-            VLOG_INFO().noquote() << "Соединение с сервером восстановлено";
-            emit wrapper->signalConnectionRestored();
-        }
-        return;
-    }
     if (wrapper->connected && !wrapper->m_sessionLost)
         wrapper->loseSession(UA_StatusCode_isBad(status) ? status : UA_STATUSCODE_BADCONNECTIONCLOSED);
 }
@@ -469,6 +489,9 @@ int OPCUAWrapper::findServers(QString url)
     config.timeout = kRequestTimeoutMs;
     config.clientContext = this;
     config.stateCallback = &OPCUAWrapper::stateChanged;
+    // A lost session stays lost: the user connects anew through the search, and
+    // no later call may open a new session behind the program's back.
+    config.noReconnect = true;
     client = UA_Client_newWithConfig(&config);
     m_clientAlive = client != nullptr;
     m_sessionLost = false;
@@ -576,7 +599,7 @@ QList<QString> OPCUAWrapper::getVecNodes()
 UA_StatusCode OPCUAWrapper::callMethod(const char* methodName, const QByteArray& argument)
 {
     auto lock = lockClient();
-    if (!clientUsable())
+    if (!clientUsable() || m_sessionLost)
         return UA_STATUSCODE_BADSERVERNOTCONNECTED;
 
     // Through a NUL-terminated text: the argument ends at the first NUL.

@@ -17,6 +17,8 @@
 #include <utility>
 #include <vector>
 
+class QTimer;
+
 // The three files a secured connection needs, as the user chose them.
 struct CertificatePaths
 {
@@ -74,7 +76,8 @@ public:
     // a new session starts without them.
     void forgetSubscriptions();
 
-    bool connected = false;
+    // Also read by a worker that is adding tags while the session may be lost.
+    std::atomic<bool> connected{false};
     bool autoConnecting = false;
     bool connectedOnce = false;
     QList<QString> vecNodes;
@@ -102,8 +105,6 @@ signals:
     // The session died under the program (the server went away); `status`
     // names the reason. Comes from the thread that was inside the client.
     void signalConnectionLost(QString status);
-    // A lost session was replaced by a new one, as a later call reconnected.
-    void signalConnectionRestored();
 
 private:
     static OPCUAWrapper* _singleOPCUAWrapper;
@@ -130,6 +131,8 @@ private:
     void tellFound(const BrowseTree& tree, size_t parent, std::vector<bool>& onPath);
     void loseSession(UA_StatusCode status);
     void watchSession();
+    // The session's watch while no monitoring loop runs the client.
+    void watchIdleSession();
     static void aliveAnswered(UA_Client* client, void* wrapper, UA_UInt32 requestId, UA_StatusCode status,
                               UA_DataValue* value);
     static void stateChanged(UA_Client* client, UA_SecureChannelState channel, UA_SessionState session,
@@ -150,8 +153,10 @@ private:
     std::recursive_mutex m_clientMutex;
     std::atomic<int> m_clientWaiters{0};
     bool m_clientAlive = false;
-    // Set when an open session was lost, until a new one is activated.
+    // Set when an open session was lost, until the next search makes a new client.
     std::atomic<bool> m_sessionLost{false};
+    std::atomic<bool> m_iterating{false};
+    QTimer* m_sessionWatch = nullptr;
     // The iterate loop's question whether the server still answers.
     std::chrono::steady_clock::time_point m_aliveAsked;
     bool m_aliveAsking = false;

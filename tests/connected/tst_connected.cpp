@@ -7,10 +7,13 @@
 #include "tests/common/capturedlog.h"
 #include "tests/common/mainwindowprobe.h"
 #include "tests/common/session.h"
+#include "views/tablemodelmonitoring.h"
 #include "views/tablemodelvariable.h"
 
 #include <QtTest>
 #include <QtWidgets>
+
+#include <csignal>
 
 namespace {
 
@@ -167,6 +170,38 @@ private slots:
         for (const ModalWatcher::Seen& seen : s.watcher.seen())
             QVERIFY2(seen.title != "Внимание", qPrintable(seen.text));
         QCOMPARE(s.watcher.pending(), 0);
+
+        // The gateway killed while nothing is monitored: within seconds the program is no longer
+        // connected, and an added and an edited tag stay in the tree and mark the file changed, with
+        // no call, no box and no busy dialog waiting. Both tables show the tree's tags.
+        const QString line = "Channel_0.Device_0.Group_0"; // the channel's key keeps its old name
+        s.select(s.node(line));
+        ::kill(pid_t(gateway.processId()), SIGKILL);
+        QTRY_VERIFY_WITH_TIMEOUT(!MainWindowProbe::connected(s.w), 5000);
+        QVERIFY(MainWindowProbe::statusLabel(s.w)->text().startsWith(" Соединение с сервером потеряно: "));
+        MainWindowProbe::dirty(s.w) = false;
+        const int boxes = s.watcher.seen().size();
+        s.accept();
+        s.w.on_add_tag_action_triggered();
+        QVERIFY(MainWindowProbe::dirty(s.w) && s.node(line)->size() == 5u);
+        MainWindowProbe::dirty(s.w) = false;
+        s.selectRows({0});
+        s.accept(Session::rename("Местный"));
+        s.w.tag_edit_action_triggered();
+        QVERIFY(MainWindowProbe::dirty(s.w) && s.node(line + ".Местный"));
+        QStringList names;
+        for (const auto& tag : *s.node(line))
+            names << QString::fromStdString(tag.second->GetName());
+        for (QAbstractItemModel* model : std::initializer_list<QAbstractItemModel*>{
+                 MainWindowProbe::tagModel(s.w), MainWindowProbe::monitoringModel(s.w)}) {
+            QStringList shown;
+            for (int r = 0; r < model->rowCount(); ++r)
+                shown << model->index(r, 0).data().toString();
+            QCOMPARE(shown, names);
+        }
+        QVERIFY(s.watcher.seen().size() == boxes + 2 && !QApplication::activeModalWidget());
+        const QStringList afterLoss = CapturedLog::takeWarnings();
+        QVERIFY2(afterLoss.filter("Ошибка вызова").isEmpty(), qPrintable(afterLoss.join("\n")));
     }
 
     // A second client gets there first or takes nodes away; the program then

@@ -295,8 +295,8 @@ void MonitoringTest::monitorLoseAndResume()
     s.select(s.node(kGroup));
     QCOMPARE(enabledActions(w), 14);
 
-    // Killed under live monitoring: noticed within seconds, monitoring ends, the line says why, and no value
-    // passes for live any more.
+    // Killed under live monitoring: noticed within seconds, monitoring ends, the line says why, no value
+    // passes for live any more, and the program is no longer connected: the switch asks for a connection.
     action(w, "monitoring_action")->trigger();
     QTRY_COMPARE_WITH_TIMEOUT(cell(w, 2, 2), QString("Good"), 10000);
     ::kill(pid_t(gateway.processId()), SIGKILL);
@@ -305,31 +305,27 @@ void MonitoringTest::monitorLoseAndResume()
     QVERIFY2(reason.startsWith("Bad") && cell(w, 2, 2) == reason, qPrintable(reason));
     QCOMPARE(MainWindowProbe::statusLabel(w)->text(), " Соединение с сервером потеряно: " + reason);
     QVERIFY(!MainWindowProbe::monitoringTimer(w)->isActive() && iconIs(w, kOff) && enabledActions(w) == 14);
-
-    // A start while it is down fails and says so, yet shows the tab.
-    tabs(w)->setCurrentIndex(0);
+    QVERIFY(!MainWindowProbe::connected(w) && !MainWindowProbe::client(w));
     s.watcher.answer(QMessageBox::Ok);
     action(w, "monitoring_action")->trigger();
-    QCOMPARE(s.watcher.seen().last().text,
-             QString("Ошибка создания подписки выбранных тегов, подробности смотрите с логе."));
-    QVERIFY(!MainWindowProbe::monitoring(w) && iconIs(w, kOff) && tabs(w)->currentIndex() == 2);
+    QCOMPARE(
+        s.watcher.seen().last().text,
+        QString("Нет подключенных серверов, запустите сервер или подключитесь к нему через меню Сервис"));
 
-    // Back on its port: monitoring starts on a new session with live values, and calls go through.
+    // Back on its port: the dialog starts at the search as the first time; opened again it shows the
+    // connection and can end it.
     options.port = gateway.port();
     QVERIFY2(gateway.start(options), qPrintable(gateway.output()));
-    action(w, "monitoring_action")->trigger();
-    QVERIFY(MainWindowProbe::monitoring(w));
-    QTRY_COMPARE_WITH_TIMEOUT(cell(w, 2, 2), QString("Good"), 10000);
-    QCOMPARE(MainWindowProbe::statusLabel(w)->text(), connectedLabel);
-    QVERIFY(MainWindowProbe::client(w)->callDeleteNode({"Channel_0.Device_0.Group_1"}));
-
-    // Frozen, its connection still open: only its silence tells, within seconds as well.
-    ::kill(pid_t(gateway.processId()), SIGSTOP);
-    QTRY_VERIFY_WITH_TIMEOUT(!MainWindowProbe::monitoring(w), 5000);
-    QCOMPARE(cell(w, 2, 2), QString("BadTimeout"));
-    ::kill(pid_t(gateway.processId()), SIGKILL);
-
-    // Opened again, the dialog shows the connection and can end it.
+    bool fresh = false;
+    s.watcher.answer([&fresh, url = gateway.url()](QWidget* dialog) {
+        fresh = requireChild<QPushButton>(dialog, "pb_searchDevice")->isEnabled() &&
+                requireChild<QPushButton>(dialog, "pb_disconnect")->isHidden();
+        requireChild<QLineEdit>(dialog, "le_device")->setText(url);
+        for (const char* name : {"pb_searchDevice", "pb_getEndPoint", "pb_connect", "pb_ok"})
+            requireChild<QPushButton>(dialog, name)->click();
+    });
+    action(w, "action")->trigger();
+    QVERIFY(fresh && MainWindowProbe::connected(w));
     s.watcher.answer([](QWidget* dialog) {
         requireChild<QPushButton>(dialog, "pb_disconnect")->click();
         requireChild<QPushButton>(dialog, "pb_ok")->click();
@@ -337,6 +333,22 @@ void MonitoringTest::monitorLoseAndResume()
     action(w, "action")->trigger();
     QVERIFY(!MainWindowProbe::connected(w) && !MainWindowProbe::client(w));
     QCOMPARE(MainWindowProbe::statusLabel(w)->text(), QString("Сервер не запущен"));
+
+    // Connected again, the first start of monitoring works, and calls go through.
+    s.watcher.answerConnect(gateway.url());
+    action(w, "action")->trigger();
+    QCOMPARE(MainWindowProbe::statusLabel(w)->text(), connectedLabel);
+    action(w, "monitoring_action")->trigger();
+    QVERIFY(MainWindowProbe::monitoring(w));
+    QTRY_COMPARE_WITH_TIMEOUT(cell(w, 2, 2), QString("Good"), 10000);
+    QVERIFY(MainWindowProbe::client(w)->callDeleteNode({"Channel_0.Device_0.Group_1"}));
+
+    // Frozen, its connection still open: only its silence tells, within seconds as well.
+    ::kill(pid_t(gateway.processId()), SIGSTOP);
+    QTRY_VERIFY_WITH_TIMEOUT(!MainWindowProbe::monitoring(w), 5000);
+    QCOMPARE(cell(w, 2, 2), QString("BadTimeout"));
+    QVERIFY(!MainWindowProbe::connected(w));
+    ::kill(pid_t(gateway.processId()), SIGKILL);
 }
 
 QTEST_MAIN(MonitoringTest)
