@@ -51,10 +51,16 @@ private slots:
     void tablesAndKeysOfTheMaximisedWindow()
     {
         Session s(kPlant);
-        s.w.showMaximized();
         auto* tags = requireChild<QTableView>(&s.w, "tableView");
         auto* values = requireChild<QTableView>(&s.w, "tableView_2");
         requireChild<QTabWidget>(&s.w, "tabWidget")->setCurrentIndex(1);
+        // Another group's tags start at their names, however far the last ones were scrolled.
+        s.select(MainWindowProbe::groups(s.w).begin()->second);
+        tags->horizontalScrollBar()->setValue(tags->horizontalScrollBar()->maximum());
+        QVERIFY(tags->horizontalScrollBar()->value() > 0);
+        s.select(MainWindowProbe::groups(s.w).rbegin()->second);
+        QCOMPARE(tags->horizontalScrollBar()->value(), 0);
+        s.w.showMaximized();
         for (const auto& [name, group] : MainWindowProbe::groups(s.w)) {
             s.select(group);
             QVERIFY(tags->model()->rowCount() > 0);
