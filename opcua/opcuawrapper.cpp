@@ -489,9 +489,6 @@ int OPCUAWrapper::findServers(QString url)
     config.timeout = kRequestTimeoutMs;
     config.clientContext = this;
     config.stateCallback = &OPCUAWrapper::stateChanged;
-    // A lost session stays lost: the user connects anew through the search, and
-    // no later call may open a new session behind the program's back.
-    config.noReconnect = true;
     client = UA_Client_newWithConfig(&config);
     m_clientAlive = client != nullptr;
     m_sessionLost = false;
@@ -599,6 +596,8 @@ QList<QString> OPCUAWrapper::getVecNodes()
 UA_StatusCode OPCUAWrapper::callMethod(const char* methodName, const QByteArray& argument)
 {
     auto lock = lockClient();
+    // A lost session stays lost: the user connects anew through the search, and
+    // no call may open a new session behind the program's back.
     if (!clientUsable() || m_sessionLost)
         return UA_STATUSCODE_BADSERVERNOTCONNECTED;
 
