@@ -12,6 +12,7 @@
 #include <QAbstractButton>
 #include <QAction>
 #include <QCloseEvent>
+#include <QCoreApplication>
 #include <QLabel>
 #include <QMessageBox>
 #include <QProcess>
@@ -267,9 +268,15 @@ void MainWindow::on_action_help_triggered()
     t.detach();
 }
 
+QString MainWindow::besideProgram(const QString& name)
+{
+    QString path = QCoreApplication::applicationDirPath() + "/" + name;
+    return "'" + path.replace("'", "'\\''") + "'";
+}
+
 void MainWindow::openHelpUnix()
 {
-    const int result = std::system("kchmviewer velmora_help.chm");
+    const int result = std::system(("kchmviewer " + besideProgram("velmora_help.chm")).toUtf8().constData());
     const int code = result / 256;
     if (code == 0)
         return;

@@ -61,6 +61,9 @@ public:
     void runInBackground(std::function<void()> work);
     static QString ipAddrIntToQstring(int addr);
     void openHelpUnix();
+    // A file that lies beside the program (its helpers and guide), wherever it
+    // was started from; the path is quoted for the shell.
+    static QString besideProgram(const QString& name);
     int CreateTreeItems(CItem* item, QTreeWidgetItem* parent);
     // Worker bodies of the file commands.
     void openCSVFile(QString path);

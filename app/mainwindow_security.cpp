@@ -24,9 +24,9 @@ void MainWindow::on_create_certiifcates_triggered()
             .arg(s["common_name"], s["organization_name"], s["organization_unit"], s["locality_name"],
                  s["city_name"], s["country_name"], s["domains"], s["ip_adresses"], s["keySize"],
                  s["algotirm"], s["validate"], s["outputCatalogCert"], s["outputCatalogKey"]);
-    // The tool is looked for in the working directory, and the values go to the
-    // shell unquoted: a value with a blank reaches the tool as several words.
-    const QByteArray command = QString("./generate_certificate " + arguments).toUtf8();
+    // The tool lies beside the program, and the values go to the shell
+    // unquoted: a value with a blank reaches the tool as several words.
+    const QByteArray command = (besideProgram("generate_certificate") + " " + arguments).toUtf8();
     const int code = std::system(command.constData()) / 256;
 
     if (code == 0) {

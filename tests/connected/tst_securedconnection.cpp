@@ -68,13 +68,12 @@ private slots:
 
     void cleanup() { OPCUAWrapper::SetCertificateChooser(nullptr); }
 
-    // The tool is looked for in the working directory.
+    // The tool is looked for beside the program.
     void certificatesAndUsersFromTheProgram()
     {
-        const QString start = QDir::currentPath(), work = folder("work");
-        QVERIFY(
-            QFile::link(QString(VELMORA_BIN_DIR) + "/generate_certificate", work + "/generate_certificate"));
-        QVERIFY(QDir::setCurrent(work));
+        const QString beside = QCoreApplication::applicationDirPath() + "/generate_certificate";
+        QFile::remove(beside);
+        QVERIFY(QFile::link(QString(VELMORA_BIN_DIR) + "/generate_certificate", beside));
         Session s(m_config);
         for (const QString& pki : {m_gatewayPki, m_clientPki}) {
             s.watcher.answer([pki](QWidget* d) {
@@ -89,7 +88,6 @@ private slots:
             s.w.on_create_certiifcates_triggered();
             QCOMPARE(s.watcher.seen().last().text, QString("Сертификаты успешно созданы!"));
         }
-        QDir::setCurrent(start);
         // Each side trusts the other's certificate.
         QVERIFY(QFile::copy(m_clientPki + "/server_cert.der", m_gatewayTrust + "/client.der"));
         QVERIFY(QFile::copy(m_gatewayPki + "/server_cert.der", m_clientTrust + "/gateway.der"));

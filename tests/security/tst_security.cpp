@@ -52,18 +52,20 @@ void addUser(QWidget& d, const QString& login, const QString& password)
 
 } // namespace
 
-// The certificate form and command, whose tool is a stand-in script in the working directory that
-// records its arguments, and the users block of the configuration.
+// The certificate form and command, whose tool is a stand-in script beside the program that records
+// its arguments, and the users block of the configuration.
 class TstSecurity : public QObject
 {
     Q_OBJECT
 
     QTemporaryDir m_work;
 
+    // The stand-in lies beside this test program, in a folder of its own, where
+    // the command looks for the tool; it writes into the working directory.
     void placeTool(int code)
     {
         const QString tool =
-            writeFile(m_work.filePath("generate_certificate"),
+            writeFile(QCoreApplication::applicationDirPath() + "/generate_certificate",
                       QString("#!/bin/sh\nfor a in \"$@\"; do echo \"$a\"; done > args.txt\nexit %1\n")
                           .arg(code)
                           .toUtf8());
