@@ -1,8 +1,8 @@
 # Installation into one application folder and the Debian package:
 #   cmake --build build --target package   ->   build/velmora_<version>_amd64.deb
-# The program expects its gateway at server/server beside itself and starts the
-# certificate tool and the guide from its working directory, so all of them
-# share /usr/lib/velmora and /usr/bin/velmora is a launcher that starts there.
+# The program expects its gateway at server/server, the certificate tool and
+# the guide beside itself, so all of them share /usr/lib/velmora; the launcher
+# /usr/bin/velmora starts it in the user's folder.
 set(VELMORA_HOMEPAGE "https://velmora.example.org" CACHE STRING "Home page named in the package and its metadata")
 set(VELMORA_MAINTAINER "Velmora maintainers <maintainers@velmora.example.org>"
     CACHE STRING "Maintainer of the Debian package")
@@ -49,7 +49,10 @@ if(TARGET velmora_help)
 endif()
 install(FILES ${PROJECT_SOURCE_DIR}/examples/plant.cfg ${PROJECT_SOURCE_DIR}/examples/small.cfg
     ${PROJECT_SOURCE_DIR}/examples/plant.csv ${PROJECT_SOURCE_DIR}/examples/small.csv
+    ${PROJECT_SOURCE_DIR}/examples/modbus-demo.cfg ${PROJECT_SOURCE_DIR}/examples/modbus-demo.csv
     DESTINATION share/velmora/examples)
+# The simulated device of the Modbus demo; its Python packages are suggested.
+install(FILES ${PROJECT_SOURCE_DIR}/scripts/modbus-sim.py DESTINATION share/velmora)
 install(FILES ${pkg_src}/velmora.desktop DESTINATION share/applications)
 install(DIRECTORY ${pkg_src}/icons/ DESTINATION share/icons/hicolor)
 install(FILES ${pkg_out}/org.velmora.Velmora.metainfo.xml DESTINATION share/metainfo)
@@ -78,10 +81,12 @@ OPC UA client to edit it live and watch tag values.
 
 The package also holds the bundled gateway, with a systemd service that runs
 it on a configuration in /etc/velmora, and the certificate tool.")
-# The libraries come from dpkg-shlibdeps; adduser for the service's account.
+# The libraries come from dpkg-shlibdeps; adduser for the service's account,
+# Qt's Russian texts for its dialogs. F1 opens the guide in kchmviewer.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-set(CPACK_DEBIAN_PACKAGE_DEPENDS "adduser")
-set(CPACK_DEBIAN_PACKAGE_SUGGESTS "kchmviewer")
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "adduser, qt6-translations-l10n")
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "kchmviewer")
+set(CPACK_DEBIAN_PACKAGE_SUGGESTS "python3-pymodbus, python3-serial-asyncio")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${pkg_src}/postinst ${pkg_src}/prerm ${pkg_src}/postrm)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 include(CPack)

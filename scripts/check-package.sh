@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# Checks a built Debian package without installing it: lintian errors, the
-# desktop entry, the AppStream data and the service unit, then starts the
-# program and the gateway from the unpacked tree.
+# Checks a built Debian package without installing it: its files and
+# relations, lintian errors, the desktop entry, the AppStream data and the
+# service unit, then starts the program (in the user's folder) and the gateway
+# from the unpacked tree.
 #   bash scripts/check-package.sh build/velmora_<version>_amd64.deb
 set -euo pipefail
 
@@ -21,12 +22,24 @@ app=$root/usr/lib/velmora
 
 echo "-- contents"
 wanted=(usr/bin/velmora usr/lib/velmora/velmora usr/lib/velmora/server/server
-        usr/lib/velmora/generate_certificate usr/share/velmora/examples/plant.cfg)
+        usr/lib/velmora/generate_certificate usr/share/velmora/examples/plant.cfg
+        usr/share/velmora/examples/modbus-demo.cfg usr/share/velmora/modbus-sim.py)
 # The guide is built where chmcmd is installed, and then it must be packaged.
 command -v chmcmd >/dev/null && wanted+=(usr/lib/velmora/velmora_help.chm)
 for f in "${wanted[@]}"; do
     [ -e "$root/$f" ] || { echo "check-package: $f is missing" >&2; exit 1; }
 done
+
+echo "-- relations"
+# Qt's Russian texts are needed at run time; the guide's viewer and the
+# simulator's Python packages are offered.
+relation() { # field package
+    dpkg-deb -f "$deb" "$1" | tr ',' '\n' | grep -qE "^ *$2( |\$)" ||
+        { echo "check-package: $1 lacks $2" >&2; exit 1; }
+}
+relation Depends qt6-translations-l10n
+relation Recommends kchmviewer
+relation Suggests python3-pymodbus
 
 echo "-- lintian"
 lintian --fail-on error "$deb"
@@ -55,14 +68,23 @@ wait_for() { # file text seconds
     return 1
 }
 
-echo "-- the program starts from the package"
+echo "-- the program starts from the package, in the user's folder"
 export HOME=$work/home QT_QPA_PLATFORM=offscreen
-mkdir -p "$HOME"
-(cd "$app" && exec ./velmora) >"$work/program.out" 2>&1 &
-program_pid=$!
-wait_for "$HOME/Documents/TARN/OPC UA/Log/VelmoraGui.log" "Приложение запущено" 30
-kill "$program_pid" && wait "$program_pid" 2>/dev/null || true
-program_pid=
+mkdir -p "$HOME/plant"
+log="$HOME/Documents/TARN/OPC UA/Log/VelmoraGui.log"
+# From a terminal in a folder of the user's, and from a desktop menu, which starts in /.
+for start in "$HOME/plant" /; do
+    expected=$start
+    [ "$start" = / ] && expected=$HOME
+    (cd "$start" && exec "$root/usr/bin/velmora") >"$work/program.out" 2>&1 &
+    program_pid=$!
+    wait_for "$log" "Приложение запущено" 30
+    folder=$(readlink "/proc/$program_pid/cwd")
+    [ "$folder" = "$expected" ] || { echo "check-package: started in $start, the program works in $folder" >&2; exit 1; }
+    kill "$program_pid" && wait "$program_pid" 2>/dev/null || true
+    program_pid=
+    rm -f "$log"
+done
 
 echo "-- the gateway serves the example with the run parameters saved in it"
 port=$(python3 -c 'import socket; s = socket.socket(); s.bind(("127.0.0.1", 0)); print(s.getsockname()[1])')
