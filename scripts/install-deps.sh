@@ -9,8 +9,9 @@ if [ "$(id -u)" -ne 0 ]; then
 fi
 
 export DEBIAN_FRONTEND=noninteractive
+here=$(dirname "$0")
 
-PACKAGES=(cmake ninja-build g++ ccache qt6-base-dev qt6-base-dev-tools libgl-dev
+PACKAGES=(cmake ninja-build g++ ccache qt6-base-dev qt6-base-dev-tools qt6-translations-l10n libgl-dev
           xvfb xauth fonts-dejavu-core imagemagick
           libmodbus-dev python3-pymodbus python3-serial python3-serial-asyncio socat
           dpkg-dev file lintian desktop-file-utils appstream)
@@ -38,19 +39,32 @@ install_node_opcua() {
         "node-opcua-client@$NODE_OPCUA_VERSION"
 }
 
-if [ ${#missing[@]} -eq 0 ] && [ $need_o6 -eq 0 ]; then
-    install_node_opcua
-    exit 0
+# open62541 1.4 comes from the next Debian release, pinned low so that
+# nothing else is ever taken from there, on the mirror that the machine's own
+# sources use. A source added before on another mirror is moved to this one.
+next=trixie
+src=/etc/apt/sources.list.d/velmora-$next.list
+pin=/etc/apt/preferences.d/velmora-$next
+sources_changed=0
+from_next=(-t "$next")
+if [ "$(sed -n 's/^VERSION_CODENAME=//p' /etc/os-release | tr -d '"')" = "$next" ]; then
+    from_next=() # that release already
+elif mirror=$(bash "$here/apt-mirror.sh"); then
+    line="deb $mirror $next main"
+    if [ "$(cat "$src" 2>/dev/null)" != "$line" ]; then
+        echo "$line" >"$src"
+        sources_changed=1
+    fi
+    printf 'Package: *\nPin: release n=%s\nPin-Priority: 100\n' "$next" >"$pin"
+elif [ $need_o6 -eq 1 ] && [ ! -f "$src" ]; then
+    echo "install-deps.sh: no Debian mirror in /etc/apt/sources.list or /etc/apt/sources.list.d/;" \
+        "add this release's source first" >&2
+    exit 1
 fi
 
-# open62541 1.4 comes from the next Debian release, pinned low so that
-# nothing else is ever taken from there. Its CMake package insists on the
-# folder that the -tools package brings.
-if [ $need_o6 -eq 1 ]; then
-    src=/etc/apt/sources.list.d/velmora-trixie.list
-    pin=/etc/apt/preferences.d/velmora-trixie
-    [ -f "$src" ] || echo "deb http://deb.debian.org/debian trixie main" > "$src"
-    [ -f "$pin" ] || printf 'Package: *\nPin: release n=trixie\nPin-Priority: 100\n' > "$pin"
+if [ ${#missing[@]} -eq 0 ] && [ $need_o6 -eq 0 ] && [ $sources_changed -eq 0 ]; then
+    install_node_opcua
+    exit 0
 fi
 
 apt-get update -qq
@@ -58,6 +72,7 @@ if [ ${#missing[@]} -gt 0 ]; then
     apt-get install -y -qq --no-install-recommends "${missing[@]}"
 fi
 if [ $need_o6 -eq 1 ]; then
-    apt-get install -y -qq --no-install-recommends -t trixie libopen62541-1.4-dev libopen62541-1.4-tools
+    # Its CMake package insists on the folder that the -tools package brings.
+    apt-get install -y -qq --no-install-recommends "${from_next[@]}" libopen62541-1.4-dev libopen62541-1.4-tools
 fi
 install_node_opcua
