@@ -2,6 +2,7 @@
 // simulator's live values through the bundled gateway.
 //   cmake --build build --target velmora_modbus_shot
 //   QT_QPA_PLATFORM=offscreen build/bin/velmora_modbus_shot docs/modbus-monitoring.png
+#include "app/qttranslation.h"
 #include "config/scrambler.h"
 #include "gatewayprocess.h"
 #include "tests/common/session.h"
@@ -31,6 +32,7 @@ void runFor(int ms)
 int main(int argc, char** argv)
 {
     QApplication app(argc, argv);
+    installQtTranslation(app);
     if (argc != 2) {
         std::fprintf(stderr, "usage: velmora_modbus_shot <picture.png>\n");
         return 2;

@@ -2,6 +2,7 @@
 //   cmake --build build --target velmora_screenshots
 //   QT_QPA_PLATFORM=offscreen build/bin/velmora_screenshots docs
 #include "app/mainwindow.h"
+#include "app/qttranslation.h"
 #include "dialogs/runpreparedialog.h"
 
 #include <QApplication>
@@ -24,6 +25,7 @@ QTreeWidgetItem* findRow(QTreeWidget* tree, const QString& text)
 int main(int argc, char** argv)
 {
     QApplication app(argc, argv);
+    installQtTranslation(app);
     if (argc != 2) {
         std::fprintf(stderr, "usage: velmora_screenshots <output folder>\n");
         return 2;
