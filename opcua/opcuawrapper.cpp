@@ -430,6 +430,8 @@ void OPCUAWrapper::loseSession(UA_StatusCode status)
     const QString name = statusName(status);
     VLOG_WARNING().noquote() << QStringLiteral("Соединение с сервером потеряно: %1").arg(name);
     emit signalConnectionLost(name);
+    // A find-server dialog that shows this connection goes back to the search.
+    emit signalErrorConnect();
 }
 
 // A server that stops answering without closing the connection (frozen, or the
