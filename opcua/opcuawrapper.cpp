@@ -411,13 +411,15 @@ void OPCUAWrapper::watchIdleSession()
 }
 
 // Called by the library, inside the client, on every change of the channel or
-// session. Only an activated session that goes away while the program believes
-// itself connected is a loss; the orderly disconnection clears that belief first.
-void OPCUAWrapper::stateChanged(UA_Client* client, UA_SecureChannelState, UA_SessionState session,
+// session. A channel or session that goes away while the program believes
+// itself connected is a loss (the library would keep the session and try the
+// channel again, which a dead gateway only answers later, if at all); the
+// orderly disconnection clears that belief first.
+void OPCUAWrapper::stateChanged(UA_Client* client, UA_SecureChannelState channel, UA_SessionState session,
                                 UA_StatusCode status)
 {
     auto* wrapper = static_cast<OPCUAWrapper*>(UA_Client_getConfig(client)->clientContext);
-    if (!wrapper || session == UA_SESSIONSTATE_ACTIVATED)
+    if (!wrapper || (channel == UA_SECURECHANNELSTATE_OPEN && session == UA_SESSIONSTATE_ACTIVATED))
         return;
     if (wrapper->connected && !wrapper->m_sessionLost)
         wrapper->loseSession(UA_StatusCode_isBad(status) ? status : UA_STATUSCODE_BADCONNECTIONCLOSED);
