@@ -142,7 +142,8 @@ private slots:
              "Строка 11: поле 3 «Адрес» = «70000»: от 1 до 65535"},
             {changed("rate.cfg", ";Быстрая;50;мс", ";Быстрая;25;ч"),
              "Строка 6: поле 2 «Период опроса» = «25»: в «мс» до 86400000, в «с» до 86400"},
-            {changed("twice.cfg", ";Bit;", ";Const;"), "Строка 11: поле 1 «Имя» = «Const»: такое имя уже есть"}};
+            {changed("twice.cfg", ";Bit;", ";Const;"),
+             "Строка 11: поле 1 «Имя» = «Const»: такое имя уже есть"}};
         for (const auto& [path, reason] : bad) {
             QCOMPARE(run({path, "4840", "info", "true", "", "", ""}), 2);
             const QString told = QString::fromUtf8(p.readAllStandardError());
@@ -151,7 +152,8 @@ private slots:
         QCOMPARE(run({QStringLiteral(VELMORA_TEST_DATA "/worked_example.cfg"), "4840", "info", "false", "",
                       "", ""}),
                  2);
-        QVERIFY(QString::fromUtf8(p.readAllStandardError()).contains("анонимный доступ запрещён, а войти некому"));
+        QVERIFY(QString::fromUtf8(p.readAllStandardError())
+                    .contains("анонимный доступ запрещён, а войти некому"));
 
         GatewayProcess gw;
         QVERIFY2(gw.start({m_values}), qPrintable(gw.output()));
@@ -205,10 +207,12 @@ private slots:
             {"deleteNode", "Channel_0.Нет", UA_STATUSCODE_BADNODEIDUNKNOWN},
             {"deleteNode", "Каналы", UA_STATUSCODE_BADINVALIDARGUMENT},
             // Registers past 65535, or more than one request holds: neither the new tag nor the edit.
-            {"addNode", "Новый.Прибор.Группа;4;Т2;3;65535;1;0;1;1;0;0;0;0;0;0;0", UA_STATUSCODE_BADOUTOFRANGE},
+            {"addNode", "Новый.Прибор.Группа;4;Т2;3;65535;1;0;1;1;0;0;0;0;0;0;0",
+             UA_STATUSCODE_BADOUTOFRANGE},
             {"editNode", "Новый.Прибор.Группа.Т1;4;Т1;2;65530;5;0;1;1;0;10;0;0;0;0;0",
              UA_STATUSCODE_BADOUTOFRANGE},
-            {"editNode", "Новый.Прибор.Группа.Т1;4;Т1;2;1;1;0;1;1;0;123;123;0;0;0;0", UA_STATUSCODE_BADOUTOFRANGE},
+            {"editNode", "Новый.Прибор.Группа.Т1;4;Т1;2;1;1;0;1;1;0;123;123;0;0;0;0",
+             UA_STATUSCODE_BADOUTOFRANGE},
             {"addNode", "Новый.Прибор.Группа.Т1;4", UA_STATUSCODE_BADNODEIDEXISTS}};
         for (const auto& [method, argument, expected] : refused)
             QVERIFY2(GatewayProcess::call(cl, method, argument) == expected, argument);
@@ -276,12 +280,13 @@ private slots:
             bool inside = true;
             const double middle = (lo + hi) / 2, quarter = (hi - lo) / 4;
             QTRY_VERIFY_WITH_TIMEOUT((
-                [&] {
-                    const double v = Read(cl, g + name).number;
-                    inside = inside && v >= lo && v <= hi;
-                    low = std::min(low, v), high = std::max(high, v);
-                }(),
-                !inside || (low < middle - quarter && high > middle + quarter)), 10000);
+                                         [&] {
+                                             const double v = Read(cl, g + name).number;
+                                             inside = inside && v >= lo && v <= hi;
+                                             low = std::min(low, v), high = std::max(high, v);
+                                         }(),
+                                         !inside || (low < middle - quarter && high > middle + quarter)),
+                                     10000);
             QVERIFY2(inside, name);
         }
 
@@ -299,7 +304,8 @@ private slots:
         QCOMPARE(frozen.status, UA_STATUSCODE_UNCERTAINLASTUSABLEVALUE);
         for (int i = 0; i < 3; ++i, QTest::qWait(60)) {
             const Value now = Read(cl, g + "Rand");
-            QVERIFY(now.number == frozen.number && now.source == frozen.source && now.status == frozen.status);
+            QVERIFY(now.number == frozen.number && now.source == frozen.source &&
+                    now.status == frozen.status);
         }
         QCOMPARE(GatewayProcess::call(cl, "startExchange", "emul"), UA_STATUSCODE_GOOD);
         QCOMPARE(Read(cl, g + "Rand").status, UA_STATUSCODE_GOOD);
