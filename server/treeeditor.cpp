@@ -14,10 +14,7 @@
 #include "model/portio_tcpinfo.h"
 #include "model/treeitemroot.h"
 
-#include <QString>
-
 #include <memory>
-#include <sstream>
 
 using A = CMethodArgument;
 
@@ -165,7 +162,7 @@ UA_StatusCode CTreeEditor::Add(const CMethodArgument& a)
     if (rc != UA_STATUSCODE_GOOD)
         parent->DeleteChild(raw);
     else if (CServerLog::Enabled(CServerLog::Debug))
-        CServerLog::Write(CServerLog::Debug, "Добавлен " + fullName + ": " + Row(raw));
+        CServerLog::Write(CServerLog::Debug, "Добавлен " + fullName + ": " + CCsvLoader::RowOf(raw));
     return rc;
 }
 
@@ -175,32 +172,6 @@ bool CTreeEditor::Readable(const CDATagInfo* tag, const std::string& fullName)
     if (!why.empty())
         CServerLog::Write(CServerLog::Warning, "Тег " + fullName + " не принят: " + why);
     return why.empty();
-}
-
-std::string CTreeEditor::Row(CItem* item)
-{
-    std::wostringstream out;
-    CCsvLoader writer(nullptr);
-    switch (item->GetType()) {
-    case itChannel:
-        writer.ExportChannel(out, static_cast<CChannelInfo*>(item));
-        break;
-    case itDevice:
-        writer.ExportDevice(out, static_cast<CDeviceInfo*>(item));
-        break;
-    case itGroup:
-        writer.ExportGroup(out, static_cast<CGroupInfo*>(item));
-        break;
-    case itTag:
-        writer.ExportDATag(out, static_cast<CDATagInfo*>(item));
-        break;
-    default:
-        break;
-    }
-    std::string row = QString::fromStdWString(out.str()).toStdString();
-    if (!row.empty() && row.back() == '\n')
-        row.pop_back();
-    return row;
 }
 
 std::string CTreeEditor::FullNameUnder(CItem* parent, const std::string& name)
@@ -249,7 +220,7 @@ UA_StatusCode CTreeEditor::Edit(const CMethodArgument& a)
     } else if (CServerLog::Enabled(CServerLog::Debug)) {
         std::string fullName;
         item->GetFullName(fullName);
-        CServerLog::Write(CServerLog::Debug, "Изменён " + fullName + ": " + Row(item));
+        CServerLog::Write(CServerLog::Debug, "Изменён " + fullName + ": " + CCsvLoader::RowOf(item));
     }
     return rc;
 }

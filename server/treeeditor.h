@@ -26,9 +26,6 @@ public:
     // "Каналы" is the root; otherwise names joined by ".". Null when absent.
     CItem* Find(const std::string& path) const;
 
-    // The item as a row of the configuration file would give it.
-    static std::string Row(CItem* item);
-
 private:
     static void Apply(const CMethodArgument& arg, CItem* item);
     // Refuses a tag whose registers cannot be read, with a line naming it.
