@@ -1,7 +1,6 @@
 #include "gatewayprocess.h"
 
 #include "config/scrambler.h"
-#include "server/modbus/livevalue.h"
 
 #include <open62541/client_highlevel.h>
 
@@ -161,39 +160,10 @@ class TestModbusGateway : public QObject
     GatewayProcess::Client m_client{nullptr, nullptr};
     QList<std::pair<QString, double>> m_expected;
 
-    // A tag as one read returns it: a bad status may come with the last value.
-    struct Reading
-    {
-        UA_StatusCode status = UA_STATUSCODE_BAD;
-        double value = std::nan("");
-        const UA_DataType* type = nullptr;
-        UA_DateTime source = 0;
-    };
-    Reading Get(const QString& tag)
-    {
-        const QByteArray id = tag.toUtf8();
-        UA_ReadValueId rvi{};
-        rvi.nodeId = GatewayProcess::nodeId(id);
-        rvi.attributeId = UA_ATTRIBUTEID_VALUE;
-        UA_ReadRequest request{};
-        request.nodesToRead = &rvi;
-        request.nodesToReadSize = 1;
-        request.timestampsToReturn = UA_TIMESTAMPSTORETURN_SOURCE;
-        UA_ReadResponse response = UA_Client_Service_read(m_client.get(), request);
-        Reading out;
-        if (response.resultsSize == 1) {
-            const UA_DataValue& dv = response.results[0];
-            out.status = dv.hasStatus ? dv.status : UA_STATUSCODE_GOOD;
-            out.type = dv.value.type;
-            out.source = dv.sourceTimestamp;
-            if (dv.hasValue)
-                CLiveValue::FromVariant(dv.value, out.value);
-        }
-        UA_ReadResponse_clear(&response);
-        return out;
-    }
+    using Reading = GatewayProcess::Reading;
+    Reading Get(const QString& tag) { return GatewayProcess::read(m_client.get(), tag.toUtf8()); }
     UA_StatusCode Status(const QString& tag) { return Get(tag).status; }
-    double Value(const QString& tag) { return Get(tag).value; }
+    double Value(const QString& tag) { return Get(tag).number; }
     template <typename T> UA_StatusCode Write(const QString& tag, T value, int type)
     {
         const QByteArray id = tag.toUtf8();
@@ -359,7 +329,7 @@ private slots:
         const Reading held = Get(tag);
         for (int i = 0; i < 3; ++i, QTest::qWait(200)) {
             const Reading now = Get(tag);
-            QVERIFY(now.status == held.status && now.value == 11.0 && now.source == held.source);
+            QVERIFY(now.status == held.status && now.number == 11.0 && now.source == held.source);
         }
         QCOMPARE(GatewayProcess::call(m_client.get(), "startExchange", "emul"), UA_STATUSCODE_GOOD);
         QTRY_COMPARE(Status(tag), UA_STATUSCODE_GOOD);

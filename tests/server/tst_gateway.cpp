@@ -1,7 +1,6 @@
 #include "gatewayprocess.h"
 
 #include "config/scrambler.h"
-#include "server/modbus/livevalue.h"
 #include "tests/common/testfiles.h"
 
 #include <open62541/client_highlevel.h>
@@ -51,32 +50,11 @@ QStringList BrowseAll(UA_Client* c, const QString& id = "Каналы")
     return found;
 }
 
-struct Value
-{
-    UA_StatusCode status;
-    const UA_DataType* type;
-    double number;
-    UA_DateTime source;
-};
+using Value = GatewayProcess::Reading;
 
-Value Read(UA_Client* c, const QByteArray& id)
+GatewayProcess::Reading Read(UA_Client* c, const QByteArray& id)
 {
-    UA_ReadValueId rvi{};
-    rvi.nodeId = GatewayProcess::nodeId(id);
-    rvi.attributeId = UA_ATTRIBUTEID_VALUE;
-    UA_ReadRequest request{};
-    request.nodesToRead = &rvi;
-    request.nodesToReadSize = 1;
-    request.timestampsToReturn = UA_TIMESTAMPSTORETURN_SOURCE;
-    UA_ReadResponse response = UA_Client_Service_read(c, request);
-    Value v{UA_STATUSCODE_BAD, nullptr, std::nan(""), 0};
-    if (response.resultsSize == 1) {
-        const UA_DataValue& dv = response.results[0];
-        v = {dv.hasStatus ? dv.status : UA_STATUSCODE_GOOD, dv.value.type, std::nan(""), dv.sourceTimestamp};
-        CLiveValue::FromVariant(dv.value, v.number);
-    }
-    UA_ReadResponse_clear(&response);
-    return v;
+    return GatewayProcess::read(c, id);
 }
 
 } // namespace
