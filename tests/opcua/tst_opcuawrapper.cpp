@@ -115,32 +115,33 @@ struct TypedServer
     std::thread loop;
 };
 
-// Runs a setup dialog of the program on its node as the user would: the form filled from the node,
-// `fill` changing widgets, OK. Returns the list the dialog hands on to be sent.
-template <typename Dialog, typename Node, typename Signal>
-QList<QString> accepted(Node node, Signal signal, const std::function<void(QWidget*)>& fill = {})
+// Widget values by object name: a line edit takes the text, a spin box the number, a combo box the index.
+using Form = QList<std::pair<const char*, QVariant>>;
+
+// Runs a setup dialog of the program as the user would: the form filled from the node, `form`
+// changing widgets in its order, OK. Returns the list the dialog hands on to be sent.
+template <typename Dialog, typename Signal, typename... Node>
+QList<QString> accepted(Signal signal, const Form& form, Node... node)
 {
     QList<QString> list;
-    Dialog dialog(node);
+    Dialog dialog(node...);
     dialog.Init();
     QObject::connect(&dialog, signal, [&list](QList<QString> info, bool) { list = info; });
-    if (fill)
-        fill(&dialog);
+    for (const auto& [name, value] : form) {
+        if (auto* edit = dialog.template findChild<QLineEdit*>(name))
+            edit->setText(value.toString());
+        else if (auto* spin = dialog.template findChild<QSpinBox*>(name))
+            spin->setValue(value.toInt());
+        else
+            requireChild<QComboBox>(&dialog, name)->setCurrentIndex(value.toInt());
+    }
     dialog.accept();
     return list;
 }
 
-QList<QString> acceptedTag(CDATagInfo* tag, bool edit, const std::function<void(QWidget*)>& fill = {})
+QList<QString> acceptedTag(CDATagInfo* tag, bool edit, const Form& form = {})
 {
-    QList<QString> list;
-    TagSetupDialog dialog(tag, edit);
-    dialog.Init();
-    QObject::connect(&dialog, &TagSetupDialog::signalInfoTag,
-                     [&list](QList<QString> info, bool) { list = info; });
-    if (fill)
-        fill(&dialog);
-    dialog.accept();
-    return list;
+    return accepted<TagSetupDialog>(&TagSetupDialog::signalInfoTag, form, tag, edit);
 }
 
 } // namespace
@@ -299,78 +300,48 @@ void TstOpcuaWrapper::everyListBuildsTheItemOfTheFile()
 
     // A serial and a TCP channel, a device whose address is ";" itself, a group; then edits of each.
     CTreeItemRoot root;
-    auto serialNode = std::make_unique<CChannelInfo>();
-    CChannelInfo* serial = serialNode.get();
-    serial->SetParent(&root);
-    serial->Init();
-    builds(
-        false,
-        QList<QString>{"Каналы", "1"} +
-            accepted<ChannelSetupDialog>(serial, &ChannelSetupDialog::signalInfoChannel,
-                                         [](QWidget* d) {
-                                             requireChild<QLineEdit>(d, "nameEdit")->setText("Линия");
-                                             requireChild<QSpinBox>(d, "comNoBox")->setValue(7);
-                                             requireChild<QComboBox>(d, "rtsControlBox")->setCurrentIndex(3);
-                                         }),
-        "Линия", serial);
-    auto tcpNode = std::make_unique<CChannelInfo>();
-    CChannelInfo* tcp = tcpNode.get();
-    tcp->SetParent(&root);
-    tcp->Init();
-    const auto tcpForm = [](QWidget* d) {
-        requireChild<QComboBox>(d, "typeBox")->setCurrentIndex(1); // fills the form anew
-        requireChild<QLineEdit>(d, "nameEdit")->setText("Стенд");
-        requireChild<QLineEdit>(d, "ipEdit")->setText("10.1.2.3");
-        requireChild<QSpinBox>(d, "tcpPortBox")->setValue(1502);
+    CChannelInfo serial, tcp;
+    CDeviceInfo device;
+    CGroupInfo group;
+    for (CChannelInfo* channel : {&serial, &tcp}) {
+        channel->SetParent(&root);
+        channel->Init();
+    }
+    device.SetParent(&tcp);
+    group.SetParent(&device);
+    const auto channel = [](CChannelInfo* node, const Form& form) {
+        return accepted<ChannelSetupDialog>(&ChannelSetupDialog::signalInfoChannel, form, node);
     };
-    builds(false,
-           QList<QString>{"Каналы", "1"} +
-               accepted<ChannelSetupDialog>(tcp, &ChannelSetupDialog::signalInfoChannel, tcpForm),
-           "Стенд", tcp);
-    builds(true,
-           QList<QString>{"Стенд", "1"} +
-               accepted<ChannelSetupDialog>(
-                   tcp, &ChannelSetupDialog::signalInfoChannel,
-                   [](QWidget* d) { requireChild<QSpinBox>(d, "timeOutBox")->setValue(750); }),
-           "Стенд", tcp);
-    auto deviceNode = std::make_unique<CDeviceInfo>();
-    CDeviceInfo* device = deviceNode.get();
-    device->SetParent(tcp);
-    const auto deviceForm = [](int address) {
-        return [address](QWidget* d) {
-            requireChild<QLineEdit>(d, "nameEdit")->setText("Прибор");
-            requireChild<QSpinBox>(d, "addressBox")->setValue(address);
-            requireChild<QComboBox>(d, "emulationBox")->setCurrentIndex(1);
-            requireChild<QSpinBox>(d, "maxDiscretsBox")->setValue(2000);
-            requireChild<QSpinBox>(d, "maxFragmentationBox")->setValue(3);
-        };
+    const auto deviceForm = [](int address) -> Form {
+        return {{"nameEdit", "Прибор"},
+                {"addressBox", address},
+                {"emulationBox", 1},
+                {"maxDiscretsBox", 2000},
+                {"maxFragmentationBox", 3}};
     };
+    const auto deviceList = [&device](const Form& form) {
+        return accepted<DeviceSetupDialog>(&DeviceSetupDialog::signalInfoDevice, form, &device);
+    };
+    const auto groupList = [&group](const Form& form) {
+        return accepted<GroupSetupDialog>(&GroupSetupDialog::signalInfoGroup, form, &group);
+    };
+    const QList<QString> channels = {"Каналы", "1"};
+    builds(false, channels + channel(&serial, {{"nameEdit", "Линия"}, {"comNoBox", 7}, {"rtsControlBox", 3}}),
+           "Линия", &serial);
+    // The channel type fills the form anew, so it goes first.
     builds(false,
-           QList<QString>{"Стенд", "2"} +
-               accepted<DeviceSetupDialog>(device, &DeviceSetupDialog::signalInfoDevice, deviceForm(';')),
-           "Стенд.Прибор", device);
+           channels +
+               channel(&tcp,
+                       {{"typeBox", 1}, {"nameEdit", "Стенд"}, {"ipEdit", "10.1.2.3"}, {"tcpPortBox", 1502}}),
+           "Стенд", &tcp);
+    builds(true, QList<QString>{"Стенд", "1"} + channel(&tcp, {{"timeOutBox", 750}}), "Стенд", &tcp);
+    builds(false, QList<QString>{"Стенд", "2"} + deviceList(deviceForm(';')), "Стенд.Прибор", &device);
+    builds(true, QList<QString>{"Стенд.Прибор", "2"} + deviceList(deviceForm(65)), "Стенд.Прибор", &device);
+    builds(false, QList<QString>{"Стенд.Прибор", "3"} + groupList({{"nameEdit", "Г"}}), "Стенд.Прибор.Г",
+           &group);
     builds(true,
-           QList<QString>{"Стенд.Прибор", "2"} +
-               accepted<DeviceSetupDialog>(device, &DeviceSetupDialog::signalInfoDevice, deviceForm(65)),
-           "Стенд.Прибор", device);
-    auto groupNode = std::make_unique<CGroupInfo>();
-    CGroupInfo* group = groupNode.get();
-    group->SetParent(device);
-    builds(false,
-           QList<QString>{"Стенд.Прибор", "3"} +
-               accepted<GroupSetupDialog>(
-                   group, &GroupSetupDialog::signalInfoGroup,
-                   [](QWidget* d) { requireChild<QLineEdit>(d, "nameEdit")->setText("Г"); }),
-           "Стенд.Прибор.Г", group);
-    builds(
-        true,
-        QList<QString>{"Стенд.Прибор.Г", "3"} +
-            accepted<GroupSetupDialog>(group, &GroupSetupDialog::signalInfoGroup,
-                                       [](QWidget* d) {
-                                           requireChild<QSpinBox>(d, "updateRateBox")->setValue(2);
-                                           requireChild<QComboBox>(d, "mu_UpdateRateBox")->setCurrentIndex(1);
-                                       }),
-        "Стенд.Прибор.Г", group);
+           QList<QString>{"Стенд.Прибор.Г", "3"} + groupList({{"updateRateBox", 2}, {"mu_UpdateRateBox", 1}}),
+           "Стенд.Прибор.Г", &group);
 
     // Tags of every register type and all 25 value types, each a tag of the dialog (which
     // has 23 of them) and one the adding worker made after it, in decimal, with byte orders,
@@ -381,7 +352,7 @@ void TstOpcuaWrapper::everyListBuildsTheItemOfTheFile()
     for (int reg = 0; reg < 4; ++reg) {
         for (int val = 0; val <= 24; ++val, address += 8) {
             auto model = std::make_unique<CDATagInfo>();
-            model->SetParent(group);
+            model->SetParent(&group);
             model->SetName(QString("д%1_%2").arg(reg).arg(val).toStdString());
             model->RegType = en_ModbusRegType(reg);
             model->Addr = uint16_t(address);
@@ -404,7 +375,7 @@ void TstOpcuaWrapper::everyListBuildsTheItemOfTheFile()
                        g + "." + model->GetName().c_str(), tag);
             }
             auto next = std::make_unique<CDATagInfo>(model.get());
-            next->SetParent(group);
+            next->SetParent(&group);
             next->SetName(QString("р%1_%2").arg(reg).arg(val).toStdString());
             next->MakeNextSettings();
             if (val == 24)
@@ -419,39 +390,26 @@ void TstOpcuaWrapper::everyListBuildsTheItemOfTheFile()
     }
 
     // Edits in the dialog: a byte order 0 cuts the list behind the value type (nothing behind it
-    // changes here), a bit keeps its 255, a transformation starts from its defaults.
+    // changes here), a bit keeps its 255, a transformation starts from its defaults: the scale's
+    // limits never travel, so they are typed in here as they are.
     CDATagInfo* edited = tags[2 * (25 * 3 + 2)].get(); // a holding register "Цел16"
-    const QString before = g + "." + edited->GetName().c_str();
+    const QString renamed = g + ".Изменённый", before = g + "." + edited->GetName().c_str();
     builds(true,
            QList<QString>{before, "4"} +
                acceptedTag(edited, true,
-                           [](QWidget* d) {
-                               requireChild<QLineEdit>(d, "nameEdit")->setText("Изменённый");
-                               requireChild<QComboBox>(d, "valTypeBox")->setCurrentIndex(MVT_Real64);
-                               requireChild<QComboBox>(d, "byteOrderBox")->setCurrentIndex(0);
-                           }),
-           g + ".Изменённый", edited);
+                           {{"nameEdit", "Изменённый"}, {"valTypeBox", MVT_Real64}, {"byteOrderBox", 0}}),
+           renamed, edited);
     builds(true,
-           QList<QString>{g + ".Изменённый", "4"} +
-               acceptedTag(edited, true,
-                           [](QWidget* d) {
-                               requireChild<QComboBox>(d, "byteOrderBox")->setCurrentIndex(3);
-                               requireChild<QComboBox>(d, "readBox")->setCurrentIndex(0);
-                               // The scale's limits never travel: the gateway starts from its defaults, typed
-                               // in here.
-                               requireChild<QComboBox>(d, "transformTypeBox")->setCurrentIndex(TT_LineScale);
-                               requireChild<QLineEdit>(d, "srcMinEdit")->setText("0");
-                               requireChild<QLineEdit>(d, "srcMaxEdit")->setText("1000");
-                               requireChild<QLineEdit>(d, "dstMinEdit")->setText("0");
-                               requireChild<QLineEdit>(d, "dstMaxEdit")->setText("1000");
-                           }),
-           g + ".Изменённый", edited);
+           QList<QString>{renamed, "4"} + acceptedTag(edited, true,
+                                                      {{"byteOrderBox", 3},
+                                                       {"readBox", 0},
+                                                       {"transformTypeBox", TT_LineScale},
+                                                       {"srcMaxEdit", "1000"},
+                                                       {"dstMaxEdit", "1000"}}),
+           renamed, edited);
     CDATagInfo* bit = tags[2 * (25 * 3 + 12)].get();
-    builds(true,
-           QList<QString>{g + "." + bit->GetName().c_str(), "4"} +
-               acceptedTag(bit, true,
-                           [](QWidget* d) { requireChild<QComboBox>(d, "valTypeBox")->setCurrentIndex(20); }),
-           g + "." + bit->GetName().c_str(), bit);
+    const QString bitName = g + "." + bit->GetName().c_str();
+    builds(true, QList<QString>{bitName, "4"} + acceptedTag(bit, true, {{"valTypeBox", 20}}), bitName, bit);
 
     // A cancelled add leaves its two entries in front of the next list; a paste sends the path alone,
     // and the gateway makes a new tag of that name at the first register.
@@ -461,7 +419,7 @@ void TstOpcuaWrapper::everyListBuildsTheItemOfTheFile()
     builds(false, QList<QString>{g, "4", g, "4"} + acceptedTag(late.get(), false), g + ".Поздний",
            late.get());
     auto pasted = std::make_unique<CDATagInfo>(late.get());
-    pasted->SetParent(group);
+    pasted->SetParent(&group);
     pasted->SetName("Копия");
     CDATagInfo fresh;
     fresh.SetName("Копия");
@@ -473,9 +431,7 @@ void TstOpcuaWrapper::everyListBuildsTheItemOfTheFile()
     auto wide = std::make_unique<CDATagInfo>();
     wide->SetName("Широкий");
     wide->Addr = 10;
-    refused(QList<QString>{g, "4"} + acceptedTag(wide.get(), false, [](QWidget* d) {
-                requireChild<QSpinBox>(d, "regsInSegmentBox")->setValue(124);
-            }));
+    refused(QList<QString>{g, "4"} + acceptedTag(wide.get(), false, {{"regsInSegmentBox", 124}}));
     wide->Addr = 65535;
     wide->ValType = MVT_Real64;
     wide->RegsInSegment = 0;
