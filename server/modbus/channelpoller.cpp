@@ -122,13 +122,6 @@ CChannelPoller::Mode CChannelPoller::DeviceMode(const std::string& key) const
     return it->second->health->demotionMs > 0 ? Mode::Demoted : Mode::Polled;
 }
 
-int CChannelPoller::DemotionMs(const std::string& key) const
-{
-    std::lock_guard<std::mutex> lock(m_mutex);
-    const auto it = m_devices.find(key);
-    return it == m_devices.end() ? 0 : it->second->health->demotionMs.load();
-}
-
 std::string CChannelPoller::Where(const CPollDevice& device, const CPollPoint* point) const
 {
     return "Канал " + m_name + ", устройство " + device.name + (point ? ", тег " + point->name : "");

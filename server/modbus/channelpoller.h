@@ -83,8 +83,6 @@ public:
     // Writes one tag of a device and waits for the device's answer.
     UA_StatusCode Write(const std::string& key, int group, int point, double value);
     Mode DeviceMode(const std::string& key) const;
-    // The current demotion period of a device, 0 while it answers.
-    int DemotionMs(const std::string& key) const;
 
     // Read requests sent so far, attempts included; for measurements.
     std::uint64_t Requests() const { return m_requests; }
