@@ -75,6 +75,10 @@ public:
     int monitoringOff(CItem* item);
     // Worker body of the tag add: appends the tag and the rest of the series.
     void threadAddTags(CItem* group, CDATagInfo* tag);
+    // What the tag commands send to a connected server besides the dialog's
+    // list: each further tag of an add, in decimal, and a pasted tag's path.
+    static QList<QString> nextTagInfo(const QString& group, const CDATagInfo* tag);
+    static QList<QString> pastedTagInfo(CItem* clone);
     static QList<QString> findKeysContainingSubstring(std::map<QString, CItem*>& map, const QString& sub);
 
 signals:

@@ -141,15 +141,33 @@ void MainWindow::threadAddTags(CItem* group, CDATagInfo* tag)
         tag->IncrementName(group);
         tag->MakeNextSettings();
 
-        m_infoTag << groupName << "4" << QString::fromStdString(tag->GetName())
-                  << QString::number(tag->RegType) << QString::number(tag->Addr)
-                  << QString::number(tag->ValType) << QString::number(tag->ByteOrder)
-                  << QString::number(tag->bRead ? 1 : 0) << QString::number(tag->bWrite ? 1 : 0)
-                  << QString::number(tag->bWriteGroup ? 1 : 0) << QString::number(tag->RegsInSegment)
-                  << QString::number(tag->SegmentPos) << QString::number(tag->TransformType)
-                  << QString::number(tag->TransformType) << QString::number(tag->EmulType)
-                  << QString::number(tag->EmulType);
+        m_infoTag << nextTagInfo(groupName, tag);
     }
+}
+
+QList<QString> MainWindow::nextTagInfo(const QString& group, const CDATagInfo* tag)
+{
+    return {group,
+            "4",
+            QString::fromStdString(tag->GetName()),
+            QString::number(tag->RegType),
+            QString::number(tag->Addr),
+            QString::number(tag->ValType),
+            QString::number(tag->ByteOrder),
+            QString::number(tag->bRead ? 1 : 0),
+            QString::number(tag->bWrite ? 1 : 0),
+            QString::number(tag->bWriteGroup ? 1 : 0),
+            QString::number(tag->RegsInSegment),
+            QString::number(tag->SegmentPos),
+            QString::number(tag->TransformType),
+            QString::number(tag->TransformType),
+            QString::number(tag->EmulType),
+            QString::number(tag->EmulType)};
+}
+
+QList<QString> MainWindow::pastedTagInfo(CItem* clone)
+{
+    return {fullName(clone), "4"};
 }
 
 void MainWindow::slotTagAdd(int count, int res)
@@ -306,7 +324,7 @@ void MainWindow::tag_paste_action_triggered()
         CItem* clone = pasteCopy(host, entry, single);
         if (!clone)
             continue;
-        m_infoTag << fullName(clone) << "4";
+        m_infoTag << pastedTagInfo(clone);
         if (m_connected && m_client) {
             if (!m_client->callAddNode(m_infoTag)) {
                 warn(this, "Добавление тега завершилось неудачно, на сервере произошла ошибка");

@@ -1,7 +1,9 @@
 // The gateway polling 10,000 registers of 10 devices on one Modbus TCP
 // simulator at a 100 ms period: requests per cycle against the fewest that
 // read every value whole, the gateway's CPU, and the time from a register
-// change at the simulator to the OPC UA notification.
+// change at the simulator to the OPC UA notification. Then a unit that never
+// answers beside three live ones on one line, over TCP and over RTU: the live
+// units' poll rate against the rate their groups ask for.
 //
 //   bench_modbus [seconds]
 #include "bench/benchsupport.h"
@@ -15,13 +17,16 @@
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
+#include <QFileInfo>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QTemporaryDir>
+#include <QThread>
 
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <memory>
 #include <vector>
 
 namespace {
@@ -86,6 +91,119 @@ void OnChange(UA_Client*, UA_UInt32, void*, UA_UInt32, void*, UA_DataValue* valu
     g_latencies.push_back(double(std::uint32_t(now) - stamp));
     if (value->hasSourceTimestamp)
         g_deliveryMs += double(now - (value->sourceTimestamp - UA_DATETIME_UNIX_EPOCH) / UA_DATETIME_MSEC);
+}
+
+// A simulator for the dead-unit case: units 1 to 3 answer, any other keeps silent.
+struct LineSim
+{
+    QProcess sim;
+    QProcess socat;
+    QString output;
+
+    bool start(const QStringList& where)
+    {
+        sim.setProcessChannelMode(QProcess::MergedChannels);
+        sim.start("/usr/bin/python3",
+                  QStringList{VELMORA_MODBUS_SIM} + where +
+                      QStringList{"--units", "1,2,3", "--silent-others", "--baud", "115200"});
+        QElapsedTimer wait;
+        wait.start();
+        while (!output.contains("ready") && wait.elapsed() < 20000 && sim.waitForReadyRead(500))
+            output += QString::fromUtf8(sim.readAll());
+        return output.contains("ready");
+    }
+    double requests()
+    {
+        output += QString::fromUtf8(sim.readAll());
+        const int at = output.lastIndexOf("requests ");
+        return at < 0 ? 0.0 : output.mid(at + 9).section('\n', 0, 0).toDouble();
+    }
+    ~LineSim()
+    {
+        for (QProcess* p : {&sim, &socat}) {
+            p->kill();
+            p->waitForFinished(5000);
+        }
+    }
+};
+
+// Three lines at once, each three live units and a dead one with a 100 ms group of
+// one request: the live units' reads per second, and what their groups ask for,
+// the median line of the three. The first seconds, while the dead unit is found
+// out and its first demotion periods pass, are not counted.
+bool DeadUnitRates(bool rtu, int seconds, const QString& folder, double& achieved, double& configured)
+{
+    const int kLines = 3, kLive = 3, kDead = 9, kPeriod = 100;
+    std::vector<std::unique_ptr<LineSim>> sims;
+    QString config;
+    for (int line = 0; line < kLines; ++line) {
+        auto sim = std::make_unique<LineSim>();
+        QStringList where;
+        config += "CHANNEL;1;2;3;4;5;6;7;8;9;10;11;12;13;14\n";
+        if (rtu) {
+            const QString a = folder + QString("/tty%1a").arg(line),
+                          b = folder + QString("/tty%1b").arg(line);
+            sim->socat.start("socat", {"pty,raw,echo=0,link=" + a, "pty,raw,echo=0,link=" + b});
+            QElapsedTimer wait;
+            wait.start();
+            while (!(QFileInfo::exists(a) && QFileInfo::exists(b)) && wait.elapsed() < 10000)
+                QThread::msleep(20);
+            where = QStringList{"--serial", b};
+            config += QString(";Линия%1;COM-порт;MODBUS RTU;300;3;0;%2;115200;8;1;Нет;Нет;Нет;Нет\n")
+                          .arg(line)
+                          .arg(line + 1);
+            qputenv("VELMORA_COM_PORTS",
+                    qgetenv("VELMORA_COM_PORTS") + QString(",%1=%2").arg(line + 1).arg(a).toUtf8());
+        } else {
+            const int port = GatewayProcess::freePort();
+            where = QStringList{"--tcp", QString::number(port)};
+            config +=
+                QString(";Линия%1;TCP-соединение;MODBUS TCP;300;3;0;127.0.0.1;%2;2000\n").arg(line).arg(port);
+        }
+        if (!sim->start(where)) {
+            std::fprintf(stderr, "bench_modbus: a simulator did not start:\n%s\n", qPrintable(sim->output));
+            return false;
+        }
+        for (int unit : {1, 2, 3, kDead})
+            config += QString("DEVICE;1;2;3;4;5;6;7\n;У%1;%1;Нет;125;2000;0;Да\nGROUP;1;2;3\n;Г;%2;мс\n"
+                              "TAG;1;2;3;4;5;6;7;8;9;10;11;12;13;14;15;16;17\n"
+                              ";t;Входной регистр;1;2;0;Да;;;Цел16;AB;Нет;;;;;Константа;0\n")
+                          .arg(unit)
+                          .arg(kPeriod);
+        sims.push_back(std::move(sim));
+    }
+    const QString path = folder + (rtu ? "/dead-rtu.cfg" : "/dead-tcp.cfg");
+    CScrambler::WriteFile(path, config);
+    GatewayProcess gateway;
+    if (!gateway.start(GatewayProcess::Options(path), 30000)) {
+        std::fprintf(stderr, "bench_modbus: the gateway did not answer:\n%s\n", qPrintable(gateway.output()));
+        return false;
+    }
+    const auto pause = [&sims](int ms) {
+        QElapsedTimer t;
+        t.start();
+        while (t.elapsed() < ms)
+            for (auto& sim : sims)
+                sim->sim.waitForReadyRead(20);
+    };
+    pause(6000);
+    std::vector<double> before;
+    for (auto& sim : sims)
+        before.push_back(sim->requests());
+    QElapsedTimer window;
+    window.start();
+    pause(seconds * 1000);
+    const double wallS = window.elapsed() / 1000.0;
+    std::vector<double> rates;
+    for (std::size_t i = 0; i < sims.size(); ++i)
+        rates.push_back((sims[i]->requests() - before[i]) / wallS);
+    std::sort(rates.begin(), rates.end());
+    achieved = rates[rates.size() / 2];
+    configured = kLive * 1000.0 / kPeriod;
+    std::printf("dead unit beside %d live ones, %s: live reads per second by line %.1f %.1f %.1f of %.1f\n",
+                kLive, rtu ? "RTU" : "TCP", rates[0], rates[1], rates[2], configured);
+    gateway.stop();
+    return true;
 }
 
 } // namespace
@@ -226,5 +344,14 @@ int main(int argc, char** argv)
     gateway.stop();
     sim.kill();
     sim.waitForFinished(5000);
+
+    for (const bool rtu : {false, true}) {
+        double achieved = 0, configured = 0;
+        if (!DeadUnitRates(rtu, std::max(seconds, 20), dir.path(), achieved, configured))
+            return 1;
+        BenchSupport::ReportShareOfPeer(rtu ? "modbus: live units' poll rate beside a dead one, RTU"
+                                            : "modbus: live units' poll rate beside a dead one, TCP",
+                                        achieved, configured, "req/s", 0.9);
+    }
     return 0;
 }

@@ -85,10 +85,9 @@ QString generate(const std::vector<int>& periods)
 // The sampling time (ms since the epoch) of a sine value of period `p` s:
 // of the two times in a period with this value, the one in the last two
 // seconds. Values near the peaks are ambiguous and give -1. The gateway's sine
-// of a float tag spans ±1e7 and starts a quarter period ahead.
+// of a float tag without a transformation spans -1 to 1 and starts a quarter period ahead.
 double sampleTimeMs(double value, int p, qint64 nowMs)
 {
-    value /= 1e7;
     if (std::fabs(value) > 0.95)
         return -1;
     const double a = std::asin(value) / (2 * M_PI) - 0.25;

@@ -159,4 +159,12 @@ void ReportAgainstPeer(const char* name, double value, double peer, const char* 
     std::fflush(stdout);
 }
 
+void ReportShareOfPeer(const char* name, double value, double peer, const char* unit, double minRatio)
+{
+    const double ratio = value / peer;
+    std::printf("BENCH\t%s\t%.1f %s\t%.1f %s\t%.2f\t>= %.2f\t%s\n", name, value, unit, peer, unit, ratio,
+                minRatio, ratio >= minRatio ? "pass" : "FAIL");
+    std::fflush(stdout);
+}
+
 } // namespace BenchSupport

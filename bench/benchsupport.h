@@ -28,8 +28,10 @@ double ProcessCpuMs(long long pid);
 
 // Rows of the one summary table that scripts/bench.sh prints: a figure
 // against an absolute target, or against a peer measured in the same run
-// with a target for the ratio. Lower is better in both.
+// with a target for the ratio. Lower is better in both but the last, where
+// the figure is a share of the peer's that must be reached.
 void ReportAbsolute(const char* name, double value, const char* unit, double target);
 void ReportAgainstPeer(const char* name, double value, double peer, const char* unit, double maxRatio);
+void ReportShareOfPeer(const char* name, double value, double peer, const char* unit, double minRatio);
 
 } // namespace BenchSupport

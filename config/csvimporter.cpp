@@ -23,11 +23,13 @@
 #include "model/usernotifier.h"
 
 #include <QFile>
+#include <QString>
 
 #include <codecvt>
 #include <cstring>
 #include <fstream>
 #include <locale>
+#include <sstream>
 #include <system_error>
 
 const std::string g_cCSV = ";";
@@ -713,6 +715,32 @@ bool CCsvLoader::ExportDATag(std::wostream& out, CDATagInfo* node)
     }
     out << L'\n';
     return true;
+}
+
+std::string CCsvLoader::RowOf(CItem* item)
+{
+    std::wostringstream out;
+    CCsvLoader writer(nullptr);
+    switch (item ? item->GetType() : itRoot) {
+    case itChannel:
+        writer.ExportChannel(out, static_cast<CChannelInfo*>(item));
+        break;
+    case itDevice:
+        writer.ExportDevice(out, static_cast<CDeviceInfo*>(item));
+        break;
+    case itGroup:
+        writer.ExportGroup(out, static_cast<CGroupInfo*>(item));
+        break;
+    case itTag:
+        writer.ExportDATag(out, static_cast<CDATagInfo*>(item));
+        break;
+    default:
+        break;
+    }
+    QString row = QString::fromStdWString(out.str());
+    if (row.endsWith(u'\n'))
+        row.chop(1);
+    return row.toStdString();
 }
 
 std::wstring CCsvLoader::GetArrStr(const std::vector<std::wstring>& table, int index)

@@ -51,6 +51,10 @@ public:
     bool ExportGroup(std::wostream& out, CGroupInfo* node);
     bool ExportDATag(std::wostream& out, CDATagInfo* node);
 
+    // The data row of one channel, device, group or tag as Export writes it,
+    // in UTF-8 and without its line end.
+    static std::string RowOf(CItem* item);
+
     // Entry index of table, or the empty text outside it.
     static std::wstring GetArrStr(const std::vector<std::wstring>& table, int index);
     float GetCompliteState() const;

@@ -7,6 +7,7 @@ optional animated demo map, and a count of the requests it answers.
 
   modbus-sim.py --tcp 1502 --demo
   modbus-sim.py --serial /tmp/ttyV1 --units 1,2 --set 1:hr:10=f32:CDAB:1.5
+  modbus-sim.py --tcp 1502 --units 1,2 --silent-others   # unit 3 and on never answer
 
 --set UNIT:TABLE:ADDR=TYPE[:ORDER]:VALUE puts a value at ADDR (counted from 1,
 as the configurator counts) of TABLE co, di, ir or hr. TYPE is u16, i16, u32,
@@ -138,6 +139,8 @@ async def main():
     parser.add_argument("--demo", action="store_true", help="animate the demo map")
     parser.add_argument("--clock", metavar="UNIT:ADDR", help="keep the wall clock at an input register")
     parser.add_argument("--garbage", action="store_true", help="answer garbage (TCP)")
+    parser.add_argument("--silent-others", action="store_true",
+                        help="give no answer to other unit ids, as a dead unit on a line does")
     args = parser.parse_args()
     logging.basicConfig(level=logging.CRITICAL)
     logging.getLogger("pymodbus").setLevel(logging.CRITICAL)
@@ -150,9 +153,11 @@ async def main():
         apply_set(devices, assignment)
     context = ModbusServerContext(slaves=devices, single=False)
     if args.tcp:
-        server = ModbusTcpServer(context, ModbusSocketFramer, address=("127.0.0.1", args.tcp))
+        server = ModbusTcpServer(context, ModbusSocketFramer, address=("127.0.0.1", args.tcp),
+                                 ignore_missing_slaves=args.silent_others)
     else:
-        server = ModbusSerialServer(context, ModbusRtuFramer, port=args.serial, baudrate=args.baud)
+        server = ModbusSerialServer(context, ModbusRtuFramer, port=args.serial, baudrate=args.baud,
+                                    ignore_missing_slaves=args.silent_others)
         await server.start()
     tasks = [asyncio.create_task(report())]
     if args.demo:

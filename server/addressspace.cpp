@@ -58,6 +58,7 @@ UA_StatusCode CAddressSpace::CreateRoot()
 void CAddressSpace::Describe(const CDATagInfo* tag, CTagRuntime& rt)
 {
     rt.kind = CTagRuntime::KindFor(tag->RegType, tag->ValType);
+    rt.readable = tag->bRead;
     rt.emulation = tag->EmulType;
     if (auto* c = dynamic_cast<const CEmulData_Const*>(tag->Emul))
         rt.constant = c->Const.dblVal;
@@ -144,11 +145,16 @@ UA_StatusCode CAddressSpace::BuildUnder(CItem* item, const std::string& parentId
             tag->live = m_liveSource(static_cast<CDATagInfo*>(item), id);
         const bool writable = tag->live && tag->live->Writable();
 
+        const CTagRuntime::DataKind kind = tag->runtime.Published();
         UA_VariableAttributes attr = UA_VariableAttributes_default;
         attr.displayName = Text(name.c_str());
-        attr.dataType = CTagRuntime::TypeOf(tag->runtime.kind)->typeId;
+        // A number may be written in any numeric type: the value is converted
+        // to the register's type on its way to the device.
+        attr.dataType = writable && kind != CTagRuntime::Boolean ? UA_NODEID_NUMERIC(0, UA_NS0ID_NUMBER)
+                                                                 : CTagRuntime::TypeOf(kind)->typeId;
         attr.valueRank = UA_VALUERANK_SCALAR;
-        attr.accessLevel = UA_ACCESSLEVELMASK_READ | (writable ? UA_ACCESSLEVELMASK_WRITE : 0);
+        attr.accessLevel =
+            (tag->runtime.readable ? UA_ACCESSLEVELMASK_READ : 0) | (writable ? UA_ACCESSLEVELMASK_WRITE : 0);
         attr.userAccessLevel = attr.accessLevel;
         // A polled value is read from memory: it may be sampled as fast as the
         // server samples at all, so that a change waits for its poll alone.
@@ -213,15 +219,21 @@ UA_StatusCode CAddressSpace::ReadTag(UA_Server*, const UA_NodeId*, void*, const 
     if (!tag)
         return UA_STATUSCODE_BADINTERNALERROR;
     if (!tag->ready) {
-        const UA_DataType* type = CTagRuntime::TypeOf(tag->runtime.kind);
+        const UA_DataType* type = CTagRuntime::TypeOf(tag->runtime.Published());
         UA_Variant_setScalar(&value->value, UA_new(type), type);
         value->hasValue = true;
         return UA_STATUSCODE_GOOD;
     }
-    if (tag->live)
+    if (tag->live) {
         tag->live->Fill(sourceTimestamp, value);
-    else
-        tag->runtime.Fill(tag->clock->NowMs(), sourceTimestamp, value);
+        return UA_STATUSCODE_GOOD;
+    }
+    tag->runtime.Fill(tag->clock->NowMs(), sourceTimestamp, value);
+    // A stopped exchange holds the value where it was: usable, no longer current.
+    if (!tag->clock->Running() && value->hasValue && !value->hasStatus) {
+        value->hasStatus = true;
+        value->status = UA_STATUSCODE_UNCERTAINLASTUSABLEVALUE;
+    }
     return UA_STATUSCODE_GOOD;
 }
 

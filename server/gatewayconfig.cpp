@@ -4,6 +4,12 @@
 #include "config/csvimporter.h"
 #include "config/rowsplitter.h"
 #include "config/scrambler.h"
+#include "model/cchannelinfo.h"
+#include "model/dataginfo.h"
+#include "model/deviceinfo.h"
+#include "model/groupinfo.h"
+#include "server/modbus/modbusbridge.h"
+#include "server/rowrefusal.h"
 
 #include <QFile>
 #include <QString>
@@ -38,7 +44,7 @@ bool CGatewayConfig::Read(const std::string& path, CTreeItemRoot* root, std::str
     if (!ReadClear(path, clear, error))
         return false;
     if (!ReadTree(clear, root, error)) {
-        error = "configuration " + path + " does not load: " + error;
+        error = "конфигурация " + path + " не загружается: " + error;
         return false;
     }
     return true;
@@ -48,12 +54,12 @@ bool CGatewayConfig::ReadClear(const std::string& path, QString& clear, std::str
 {
     QFile file(QString::fromStdString(path));
     if (!file.open(QIODevice::ReadOnly)) {
-        error = "cannot read " + path;
+        error = "не удалось прочитать " + path;
         return false;
     }
     clear = CScrambler::Decode(file.readAll());
     if (file.error() != QFileDevice::NoError) {
-        error = "cannot read " + path + " to its end";
+        error = "не удалось дочитать " + path + " до конца";
         return false;
     }
     // The tail and the users block stand behind the tree: only that part is copied.
@@ -80,9 +86,10 @@ bool CGatewayConfig::ReadTree(const QString& clear, CTreeItemRoot* root, std::st
             lf = text.size();
         const QStringView line = text.mid(from, lf - from);
         from = lf + 1;
-        const std::string row = "Строка " + std::to_string(rows);
+        // Lines are counted as an editor counts them.
+        const std::string row = "Строка " + std::to_string(rows + 1) + ": ";
         if (std::size_t(line.count(u';')) > CRowSplitter::kMaxCells) {
-            error = row + ": полей больше " + std::to_string(CRowSplitter::kMaxCells);
+            error = row + "полей больше " + std::to_string(CRowSplitter::kMaxCells);
             return false;
         }
         const std::wstring cells = line.left(CRowSplitter::kMaxLineChars).toString().toStdWString();
@@ -92,16 +99,29 @@ bool CGatewayConfig::ReadTree(const QString& clear, CTreeItemRoot* root, std::st
             break;
         const CCsvLoader::Row& cellsOfRow = splitter.Buffer()[0];
         const std::string before = loader.LastRowError();
-        loader.m_RowIndex = rows;
-        if (loader.Analyse(cellsOfRow))
-            continue;
-        if (loader.LastRowError() != before)
-            error = loader.LastRowError();
-        else if (!cellsOfRow.empty() && !cellsOfRow[0].empty() && cellsOfRow[0] != L"CHANNEL" &&
-                 cellsOfRow[0] != L"DEVICE" && cellsOfRow[0] != L"GROUP" && cellsOfRow[0] != L"TAG")
-            error = row + ": неизвестная строка";
-        else
-            error = row + ": строка не на своём месте";
+        loader.m_RowIndex = rows + 1;
+        const bool dataRow = !cellsOfRow.empty() && cellsOfRow[0].empty();
+        if (loader.Analyse(cellsOfRow)) {
+            const std::string why = dataRow ? Refusal(loader) : std::string();
+            if (why.empty())
+                continue;
+            error = row + why;
+            return false;
+        }
+        if (loader.LastRowError() != before) {
+            const std::string field =
+                CRowRefusal::Describe(loader.m_Section, cellsOfRow, loader.LastRowError());
+            error = field.empty() ? loader.LastRowError() : row + field;
+        } else if (dataRow && loader.m_Section == 3 && loader.m_CurChannel) {
+            error =
+                row + CRowRefusal::Field(3, cellsOfRow, 2,
+                                         "такой адрес уже есть в канале " + loader.m_CurChannel->GetName());
+        } else if (!cellsOfRow.empty() && !cellsOfRow[0].empty() && cellsOfRow[0] != L"CHANNEL" &&
+                   cellsOfRow[0] != L"DEVICE" && cellsOfRow[0] != L"GROUP" && cellsOfRow[0] != L"TAG") {
+            error = row + "неизвестная строка";
+        } else {
+            error = row + "строка не на своём месте";
+        }
         return false;
     }
     if (rows == 0) {
@@ -109,6 +129,36 @@ bool CGatewayConfig::ReadTree(const QString& clear, CTreeItemRoot* root, std::st
         return false;
     }
     return true;
+}
+
+std::string CGatewayConfig::Refusal(const CCsvLoader& loader)
+{
+    CItem* node = nullptr;
+    switch (loader.m_Section) {
+    case 1:
+        node = loader.m_CurChannel;
+        break;
+    case 2:
+        node = loader.m_CurGroup;
+        break;
+    case 3:
+        node = loader.m_CurDevice;
+        break;
+    default:
+        node = loader.m_CurDATag;
+        break;
+    }
+    // The reader lets a second item of one name go without a word.
+    if (!node || node->GetParent()->FindChildByName(node->GetName().c_str()) != node)
+        return "поле 1 «Имя» = «" + (node ? node->GetName() : std::string()) + "»: такое имя уже есть";
+    if (loader.m_Section != 4)
+        return std::string();
+    const std::string why = CModbusBridge::OutOfBounds(loader.m_CurDATag);
+    if (why.empty())
+        return std::string();
+    std::string name;
+    node->GetFullName(name);
+    return "тег " + name + ": " + why;
 }
 
 void CGatewayConfig::Parse(const std::string& text)

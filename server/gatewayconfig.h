@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+class CCsvLoader;
 class CTreeItemRoot;
 class QString;
 
@@ -34,4 +35,6 @@ private:
     // Feeds the rows one at a time, so that only one row is held at once and a
     // bad row is known by its number.
     static bool ReadTree(const QString& clear, CTreeItemRoot* root, std::string& error);
+    // Why the item of a data row the reader took cannot run, empty when it can.
+    static std::string Refusal(const CCsvLoader& loader);
 };

@@ -209,7 +209,7 @@ bool CGatewayServer::Configure(UA_ServerConfig* config, std::string& error)
 {
     config->logging = CServerLog::Logger();
     if (UA_ServerConfig_setBasics_withPort(config, m_options.port) != UA_STATUSCODE_GOOD) {
-        error = "cannot set up the server";
+        error = "не удалось настроить сервер";
         return false;
     }
     UA_String_clear(&config->applicationDescription.applicationUri);
@@ -223,8 +223,8 @@ bool CGatewayServer::Configure(UA_ServerConfig* config, std::string& error)
     if (!LoadCredentials(credentials, error) || !ConfigureSecurity(config, credentials, error))
         return false;
     if (!m_options.allowAnonymous && m_config.users.empty() && credentials.trust.empty()) {
-        error = "anonymous access is off and nobody can log in: the configuration has no users and there "
-                "are no trusted client certificates";
+        error = "анонимный доступ запрещён, а войти некому: в конфигурации нет пользователей и нет "
+                "доверенных сертификатов клиентов";
         return false;
     }
 
@@ -240,7 +240,7 @@ bool CGatewayServer::Configure(UA_ServerConfig* config, std::string& error)
     if (UA_AccessControl_defaultWithLoginCallback(config, m_options.allowAnonymous, &tokenPolicy,
                                                   logins.size(), logins.data(), CheckLogin,
                                                   this) != UA_STATUSCODE_GOOD) {
-        error = "cannot set up access control";
+        error = "не удалось настроить контроль доступа";
         return false;
     }
     g_activate = config->accessControl.activateSession;
@@ -330,23 +330,26 @@ bool CGatewayServer::Start(std::string& error)
 {
     CServerLog::SetLevel(m_options.logLevel);
     if (!PortFree(m_options.port)) {
-        error = "cannot open port " + std::to_string(m_options.port) + ": it is in use";
+        error = "порт " + std::to_string(m_options.port) + " занят";
         return false;
     }
-    if (!LoadConfiguration(error))
+    if (!LoadConfiguration(error)) {
+        m_configurationRefused = true;
         return false;
+    }
 
     UA_ServerConfig config;
     std::memset(&config, 0, sizeof config);
     CServerLog::QuietLibrary(true);
     if (!Configure(&config, error)) {
+        m_configurationRefused = true;
         UA_ServerConfig_clean(&config);
         return false;
     }
     m_server = UA_Server_newWithConfig(&config);
     CServerLog::QuietLibrary(false);
     if (!m_server) {
-        error = "cannot create the server";
+        error = "не удалось создать сервер";
         return false;
     }
     m_space = std::make_unique<CAddressSpace>(m_server, &m_clock);
@@ -356,7 +359,7 @@ bool CGatewayServer::Start(std::string& error)
         return m_modbus->LiveFor(tag, fullName);
     });
     if (m_space->CreateRoot() != UA_STATUSCODE_GOOD || !AddMethods()) {
-        error = "cannot create the object \"Каналы\" and its methods";
+        error = "не удалось создать объект «Каналы» и его методы";
         return false;
     }
     const auto buildStarted = std::chrono::steady_clock::now();
@@ -373,8 +376,7 @@ bool CGatewayServer::Start(std::string& error)
     m_modbus->Reconcile(&m_root);
     const UA_StatusCode rc = UA_Server_run_startup(m_server);
     if (rc != UA_STATUSCODE_GOOD) {
-        error =
-            std::string("cannot open port ") + std::to_string(m_options.port) + ": " + UA_StatusCode_name(rc);
+        error = "не удалось открыть порт " + std::to_string(m_options.port) + ": " + UA_StatusCode_name(rc);
         return false;
     }
     m_running = true;

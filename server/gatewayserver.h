@@ -32,6 +32,9 @@ public:
     // Reads the configuration, sets up security and the address space and
     // opens the port. False with a reason when the server cannot run.
     bool Start(std::string& error);
+    // After a failed start: the fault lies in the configuration or the start
+    // arguments, which another attempt would meet again.
+    bool ConfigurationRefused() const { return m_configurationRefused; }
     // One pass of the server's event loop; waits for work at most briefly.
     void Iterate();
     void Stop();
@@ -71,6 +74,7 @@ private:
     CExchangeClock m_clock;
     UA_Server* m_server = nullptr;
     bool m_running = false;
+    bool m_configurationRefused = false;
     std::unique_ptr<CAddressSpace> m_space;
     std::unique_ptr<CTreeEditor> m_editor;
     std::unique_ptr<CModbusBridge> m_modbus;

@@ -7,6 +7,12 @@
 
 namespace {
 
+// Exit statuses: the service restarts the gateway after a failure, but not
+// after a refusal of its arguments or its configuration (the unit's
+// RestartPreventExitStatus), which a restart would meet again.
+const int kFailed = 1;
+const int kRefused = 2;
+
 volatile std::sig_atomic_t g_stop = 0;
 
 void OnSignal(int)
@@ -28,7 +34,7 @@ int main(int argc, char** argv)
         return 0;
     case CServerOptions::Bad:
         std::cerr << argv[0] << ": " << error << "\n" << CServerOptions::Usage(argv[0]);
-        return 2;
+        return kRefused;
     case CServerOptions::Ok:
         break;
     }
@@ -45,7 +51,7 @@ int main(int argc, char** argv)
     if (!server.Start(error)) {
         CServerLog::Write(CServerLog::Fatal, error);
         std::cerr << argv[0] << ": " << error << "\n";
-        return 1;
+        return server.ConfigurationRefused() ? kRefused : kFailed;
     }
     while (!g_stop)
         server.Iterate();

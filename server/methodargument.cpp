@@ -19,32 +19,57 @@ struct FieldRule
     Form form;
     std::int64_t min;
     std::int64_t max;
+    const char* name; // as the property views show it
 };
 
-const FieldRule kSerialChannel[] = {
-    {3, Form::Decimal, 0, 1},        {4, Form::Decimal, 20, 60000}, {5, Form::Decimal, 1, 20},
-    {6, Form::Decimal, 0, 10000},    {7, Form::Decimal, 0, 2},      {8, Form::Decimal, 0, 1000},
-    {9, Form::Decimal, 300, 256000}, {10, Form::Decimal, 7, 8},     {11, Form::Decimal, 1, 2},
-    {12, Form::Decimal, 0, 4},       {13, Form::Flag, 0, 1},        {14, Form::Decimal, 0, 3},
-    {15, Form::Decimal, 0, 2}};
+const FieldRule kSerialChannel[] = {{3, Form::Decimal, 0, 1, "Тип канала"},
+                                    {4, Form::Decimal, 20, 60000, "Таймаут ожидания ответа"},
+                                    {5, Form::Decimal, 1, 20, "Кол-во попыток"},
+                                    {6, Form::Decimal, 0, 10000, "Пауза перед запросом"},
+                                    {7, Form::Decimal, 0, 2, "Тип протокола"},
+                                    {8, Form::Decimal, 0, 1000, "COM-порт"},
+                                    {9, Form::Decimal, 300, 256000, "Скорость обмена"},
+                                    {10, Form::Decimal, 7, 8, "Количество бит данных"},
+                                    {11, Form::Decimal, 1, 2, "Количество стоп-бит данных"},
+                                    {12, Form::Decimal, 0, 4, "Контроль чётности"},
+                                    {13, Form::Flag, 0, 1, "Наличие эха"},
+                                    {14, Form::Decimal, 0, 3, "Управление RTS"},
+                                    {15, Form::Decimal, 0, 2, "Управление DTR"}};
 
-const FieldRule kTcpChannel[] = {{3, Form::Decimal, 0, 1},     {4, Form::Decimal, 20, 60000},
-                                 {5, Form::Decimal, 1, 20},    {6, Form::Decimal, 0, 10000},
-                                 {7, Form::Decimal, 0, 2},     {8, Form::Decimal, 0, 4294967295LL},
-                                 {9, Form::Decimal, 1, 65535}, {10, Form::Decimal, 20, 120000}};
+const FieldRule kTcpChannel[] = {{3, Form::Decimal, 0, 1, "Тип канала"},
+                                 {4, Form::Decimal, 20, 60000, "Таймаут ожидания ответа"},
+                                 {5, Form::Decimal, 1, 20, "Кол-во попыток"},
+                                 {6, Form::Decimal, 0, 10000, "Пауза перед запросом"},
+                                 {7, Form::Decimal, 0, 2, "Тип протокола"},
+                                 {8, Form::Decimal, 0, 4294967295LL, "IP-адрес"},
+                                 {9, Form::Decimal, 1, 65535, "TCP-порт"},
+                                 {10, Form::Decimal, 20, 120000, "Таймаут установки соединения"}};
 
-const FieldRule kDevice[] = {{3, Form::Char, 0, 255}, {4, Form::Flag, 0, 1},    {5, Form::Flag, 0, 1},
-                             {6, Form::Char, 1, 125}, {7, Form::Char, 1, 2000}, {8, Form::Char, 0, 123}};
+const FieldRule kDevice[] = {{3, Form::Char, 0, 255, "Адрес Modbus"},
+                             {4, Form::Flag, 0, 1, "Обмен с устройством"},
+                             {5, Form::Flag, 0, 1, "Эмуляция"},
+                             {6, Form::Char, 1, 125, "Макс. кол-во регистров в запросе"},
+                             {7, Form::Char, 1, 2000, "Макс. кол-во состояний в запросе"},
+                             {8, Form::Char, 0, 123, "Макс. допустимая фрагментация"}};
 
-const FieldRule kGroup[] = {{3, Form::Decimal, 0, 86400000}, {4, Form::Decimal, 0, 3}};
+const FieldRule kGroup[] = {{3, Form::Decimal, 0, 86400000, "Период опроса"},
+                            {4, Form::Decimal, 0, 3, "Единица периода опроса"}};
 
-// Address 0 is let through: a series of states that wraps past 65535 sends it.
-const FieldRule kTag[] = {
-    {3, Form::Decimal, 0, 3},  {4, Form::Decimal, 0, 65535}, {5, Form::Decimal, 0, 23},
-    {6, Form::Order, 0, 3},    {7, Form::Flag, 0, 1},        {8, Form::Flag, 0, 1},
-    {9, Form::Flag, 0, 1},     {10, Form::Decimal, 0, 2000}, {11, Form::Decimal, 0, 2000},
-    {12, Form::Decimal, 0, 2}, {13, Form::Decimal, 0, 2},    {14, Form::Decimal, 0, 2},
-    {15, Form::Decimal, 0, 2}};
+// Address 0 passes here: the tag it would make is refused with its name.
+// Byte order 255 is "none", which the tag dialog sends for types without one.
+const FieldRule kTag[] = {{3, Form::Decimal, 0, 3, "Тип регистра"},
+                          {4, Form::Decimal, 0, 65535, "Адрес"},
+                          {5, Form::Decimal, 0, 23, "Тип значения"},
+                          {6, Form::Order, 0, 255, "Порядок байт"},
+                          {7, Form::Flag, 0, 1, "Чтение"},
+                          {8, Form::Flag, 0, 1, "Запись"},
+                          {9, Form::Flag, 0, 1, "Режим записи"},
+                          {10, Form::Decimal, 0, 2000, "Размер сегмента"},
+                          {11, Form::Decimal, 0, 2000, "Смещение в сегменте"},
+                          {12, Form::Decimal, 0, 2, "Тип преобразования"},
+                          {13, Form::Decimal, 0, 2, "Тип преобразования"},
+                          {14, Form::Decimal, 0, 2, "Тип эмуляции"},
+                          {15, Form::Decimal, 0, 2, "Тип эмуляции"}};
 
 const std::int64_t kBaudRates[] = {300,   600,   1200,  2400,  4800,   9600,   14400,
                                    19200, 38400, 56000, 57600, 115200, 128000, 256000};
@@ -120,6 +145,31 @@ bool ParseChar(const std::string& s, std::int64_t& v)
     return true;
 }
 
+// A field as a person can read it: a character that travels for a number
+// shows its code, and a long text is cut.
+std::string Shown(const std::string& text, Form form)
+{
+    std::int64_t code = 0;
+    const bool digits = !text.empty() && text[0] >= '0' && text[0] <= '9';
+    if ((form == Form::Char || (form == Form::Order && !digits)) && ParseChar(text, code))
+        return "символ с кодом " + std::to_string(code);
+    const std::size_t kLongest = 40;
+    std::string out;
+    std::size_t pos = 0, shown = 0;
+    std::uint32_t cp = 0;
+    while (pos < text.size() && shown < kLongest) {
+        const std::size_t at = pos;
+        if (!DecodeUtf8(text, pos, cp)) {
+            out += '?';
+            pos = at + 1;
+        } else {
+            out += cp < 0x20 || cp == 0x7F ? std::string("?") : text.substr(at, pos - at);
+        }
+        ++shown;
+    }
+    return pos < text.size() ? out + "…" : out;
+}
+
 bool ValidName(const std::string& name)
 {
     std::size_t n = 0;
@@ -170,12 +220,16 @@ bool ParseFields(const std::vector<std::string>& f, const FieldRule (&rules)[N],
                 ok = ParseChar(text, v);
             break;
         }
+        const std::string named =
+            "поле " + std::to_string(rule.field) + " «" + rule.name + "» = «" + Shown(text, rule.form) + "»";
         if (!ok) {
-            error = "field " + std::to_string(rule.field) + " unreadable";
+            error = named + ": " + (rule.form == Form::Flag ? "ожидается 0 или 1" : "не число");
             return false;
         }
-        if (v < rule.min || v > rule.max) {
-            error = "field " + std::to_string(rule.field) + " out of range";
+        if (v < rule.min || v > rule.max || (rule.form == Form::Order && v > 3 && v != 255)) {
+            error = named + ": вне диапазона " + std::to_string(rule.min) + "–" +
+                    std::to_string(rule.form == Form::Order ? 3 : rule.max) +
+                    (rule.form == Form::Order ? " (или 255 — нет порядка)" : "");
             return false;
         }
         out.values[rule.field] = v;
@@ -184,7 +238,8 @@ bool ParseFields(const std::vector<std::string>& f, const FieldRule (&rules)[N],
             break;
     }
     if (cursor < f.size()) {
-        error = "too many fields";
+        error = "полей больше, чем у элемента этого вида: " + std::to_string(f.size()) + " вместо " +
+                std::to_string(cursor);
         return false;
     }
     return true;
@@ -195,7 +250,7 @@ bool CheckChannel(const CMethodArgument& a, std::string& error)
     if (a.ValueOr(CMethodArgument::ChType, 0) == 0 && a.Has(CMethodArgument::ChBaudRate)) {
         const auto b = a.Value(CMethodArgument::ChBaudRate);
         if (std::find(std::begin(kBaudRates), std::end(kBaudRates), b) == std::end(kBaudRates)) {
-            error = "unknown baud rate";
+            error = "поле 9 «Скорость обмена» = «" + std::to_string(b) + "»: такой скорости нет";
             return false;
         }
     }
@@ -207,7 +262,8 @@ bool CheckGroup(const CMethodArgument& a, std::string& error)
     static const std::int64_t kMax[] = {86400000, 86400, 1440, 24};
     if (a.Has(CMethodArgument::GrRate) && a.Has(CMethodArgument::GrUnit) &&
         a.Value(CMethodArgument::GrRate) > kMax[a.Value(CMethodArgument::GrUnit)]) {
-        error = "update rate out of range for its unit";
+        error = "поле 3 «Период опроса» = «" + std::to_string(a.Value(CMethodArgument::GrRate)) +
+                "»: больше " + std::to_string(kMax[a.Value(CMethodArgument::GrUnit)]) + " в этих единицах";
         return false;
     }
     return true;
@@ -217,12 +273,14 @@ bool CheckTag(const CMethodArgument& a, std::string& error)
 {
     if (a.Has(CMethodArgument::TagRegType) && a.Has(CMethodArgument::TagRegsInSegment) &&
         a.Value(CMethodArgument::TagRegType) >= 2 && a.Value(CMethodArgument::TagRegsInSegment) > 123) {
-        error = "segment too long for registers";
+        error = "поле 10 «Размер сегмента» = «" + std::to_string(a.Value(CMethodArgument::TagRegsInSegment)) +
+                "»: для регистров не больше 123";
         return false;
     }
     if (a.Has(CMethodArgument::TagRegsInSegment) && a.Has(CMethodArgument::TagSegmentPos) &&
         a.Value(CMethodArgument::TagSegmentPos) > a.Value(CMethodArgument::TagRegsInSegment)) {
-        error = "segment position beyond the segment";
+        error = "поле 11 «Смещение в сегменте» = «" +
+                std::to_string(a.Value(CMethodArgument::TagSegmentPos)) + "»: за пределами сегмента";
         return false;
     }
     return true;
@@ -253,28 +311,44 @@ bool CMethodArgument::Parse(Method method, const std::string& text, CMethodArgum
     if (method == Method::Delete) {
         out.path = text.substr(0, std::min(text.size(), text.find('\0')));
         if (out.path.empty()) {
-            error = "empty path";
+            error = "пустой путь";
             return false;
         }
         return true;
     }
 
-    const std::vector<std::string> f = SplitFields(text);
+    std::vector<std::string> f = SplitFields(text);
+    if (ParseItem(f, out, error))
+        return true;
+    // A cancelled add (or a paste) leaves its path and kind in front of the
+    // next command's list: the program sends them along, the last pair counts.
+    std::string ignored;
+    while (f.size() >= 4 && f[1] == f[3] && f[1].size() == 1 && f[1][0] >= '1' && f[1][0] <= '4') {
+        f.erase(f.begin(), f.begin() + 2);
+        out = CMethodArgument();
+        if (ParseItem(f, out, ignored))
+            return true;
+    }
+    return false;
+}
+
+bool CMethodArgument::ParseItem(const std::vector<std::string>& f, CMethodArgument& out, std::string& error)
+{
     if (f.size() < 2 || f[0].empty()) {
-        error = "path and kind expected";
+        error = "ожидаются путь и вид элемента";
         return false;
     }
     out.path = f[0];
     std::int64_t kind = 0;
     if (!ParseDecimal(f[1], kind) || kind < KindChannel || kind > KindTag) {
-        error = "unknown item kind";
+        error = "поле 1 «Вид элемента» = «" + Shown(f[1], Form::Decimal) + "»: ожидается 1, 2, 3 или 4";
         return false;
     }
     out.kind = int(kind);
     if (f.size() > 2) {
         out.name = f[2];
         if (!out.name.empty() && !ValidName(out.name)) {
-            error = "bad name";
+            error = "поле 2 «Имя» = «" + Shown(out.name, Form::Decimal) + "»: от 1 до 64 символов, без точки";
             return false;
         }
     }

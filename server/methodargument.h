@@ -104,4 +104,8 @@ public:
     {
         return Has(field) ? Value(field) : fallback;
     }
+
+private:
+    // The fields of an add or an edit, path and kind first.
+    static bool ParseItem(const std::vector<std::string>& fields, CMethodArgument& out, std::string& error);
 };

@@ -73,6 +73,11 @@ void CServerLog::SetLevel(Level level)
     g_level = level;
 }
 
+bool CServerLog::Enabled(Level level)
+{
+    return level != None && level <= g_level;
+}
+
 void CServerLog::Notice(const std::string& text)
 {
     if (g_level != None)
@@ -81,7 +86,7 @@ void CServerLog::Notice(const std::string& text)
 
 void CServerLog::Write(Level level, const std::string& text)
 {
-    if (level == None || level > g_level)
+    if (!Enabled(level))
         return;
     Emit(kWords[level], text);
 }

@@ -24,6 +24,8 @@ public:
     // Word to level; false for an unknown word.
     static bool LevelFromWord(const std::string& word, Level& level);
     static void SetLevel(Level level);
+    // Whether lines of `level` are printed: costly texts are made only then.
+    static bool Enabled(Level level);
 
     // The start banner and the endpoint list: shown at every level but None.
     static void Notice(const std::string& text);

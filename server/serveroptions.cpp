@@ -14,12 +14,12 @@ CServerOptions::Result CServerOptions::Parse(int argc, const char* const* argv, 
     if (argc == 3 && std::string(argv[1]) == "--from-file")
         return ParseFromFile(argv[2], error);
     if (argc != 8) {
-        error = "expected 7 arguments, got " + std::to_string(argc - 1);
+        error = "ожидается 7 аргументов, получено " + std::to_string(argc - 1);
         return Bad;
     }
     configPath = argv[1];
     if (configPath.empty()) {
-        error = "the configuration path is empty";
+        error = "путь к конфигурации пуст";
         return Bad;
     }
     const std::string port_text = argv[2];
@@ -30,18 +30,18 @@ CServerOptions::Result CServerOptions::Parse(int argc, const char* const* argv, 
     if (digits)
         value = std::stol(port_text);
     if (!digits || value < 1 || value > 65535) {
-        error = "the port must be a number from 1 to 65535, got \"" + port_text + "\"";
+        error = "порт — число от 1 до 65535, получено «" + port_text + "»";
         return Bad;
     }
     port = std::uint16_t(value);
     if (!CServerLog::LevelFromWord(argv[3], logLevel)) {
-        error = std::string("unknown log level \"") + argv[3] +
-                "\" (none, fatal, error, warning, info, debug, verbose)";
+        error = std::string("неизвестный уровень журнала «") + argv[3] +
+                "» (none, fatal, error, warning, info, debug, verbose)";
         return Bad;
     }
     const std::string anonymous = argv[4];
     if (anonymous != "true" && anonymous != "false") {
-        error = "anonymous access must be true or false, got \"" + anonymous + "\"";
+        error = "анонимный доступ — true или false, получено «" + anonymous + "»";
         return Bad;
     }
     allowAnonymous = anonymous == "true";
@@ -49,7 +49,7 @@ CServerOptions::Result CServerOptions::Parse(int argc, const char* const* argv, 
     privateKeyPath = argv[6];
     trustFolder = argv[7];
     if (certificatePath.empty() != privateKeyPath.empty()) {
-        error = "the certificate and the private key go together: give both or neither";
+        error = "сертификат и закрытый ключ задаются вместе: оба или ни одного";
         return Bad;
     }
     return Ok;
@@ -61,7 +61,7 @@ CServerOptions::Result CServerOptions::ParseFromFile(const std::string& path, st
     if (!config.Read(path, error))
         return Bad;
     if (config.options.empty()) {
-        error = path + " holds no run parameters: save them from the start dialog of the configurator";
+        error = "в " + path + " нет параметров запуска: сохраните их в окне запуска сервера конфигуратора";
         return Bad;
     }
     // The saved block goes through the same checks as a command line.
@@ -78,25 +78,28 @@ CServerOptions::Result CServerOptions::ParseFromFile(const std::string& path, st
 
 std::string CServerOptions::Usage(const std::string& program)
 {
-    return "Usage: " + program + " CONFIG PORT LOGLEVEL ANONYMOUS CERTIFICATE KEY TRUSTFOLDER\n       " +
+    return "Запуск: " + program + " CONFIG PORT LOGLEVEL ANONYMOUS CERTIFICATE KEY TRUSTFOLDER\n        " +
            program +
            " --from-file CONFIG\n"
            "\n"
-           "  CONFIG       scrambled configuration file (.cfg)\n"
-           "  PORT         TCP port, 1 to 65535\n"
-           "  LOGLEVEL     none, fatal, error, warning, info, debug or verbose\n"
-           "  ANONYMOUS    true to allow anonymous sessions, false to refuse them\n"
-           "  CERTIFICATE  server certificate in DER form, or \"\" for none\n"
-           "  KEY          private key in PEM form, or \"\" for none\n"
-           "  TRUSTFOLDER  folder of trusted client certificates (*.der), or \"\"\n"
+           "  CONFIG       файл конфигурации (.cfg)\n"
+           "  PORT         TCP-порт, от 1 до 65535\n"
+           "  LOGLEVEL     none, fatal, error, warning, info, debug или verbose\n"
+           "  ANONYMOUS    true — анонимные сессии разрешены, false — запрещены\n"
+           "  CERTIFICATE  сертификат сервера в форме DER или \"\" — без него\n"
+           "  KEY          закрытый ключ в форме PEM или \"\" — без него\n"
+           "  TRUSTFOLDER  папка доверенных сертификатов клиентов (*.der) или \"\"\n"
            "\n"
-           "The second form takes the six values after CONFIG from the run parameters\n"
-           "saved in CONFIG by the configurator's start dialog.\n"
+           "Вторая форма берёт шесть значений после CONFIG из параметров запуска,\n"
+           "сохранённых в CONFIG окном запуска сервера конфигуратора.\n"
            "\n"
-           "Without a certificate and key the server makes its own, self-signed, once,\n"
-           "and keeps it in $HOME/Documents/TARN/OPC UA/pki. Either way it offers\n"
-           "Basic256Sha256 (Sign, SignAndEncrypt) besides None, takes passwords only\n"
-           "encrypted, and accepts X.509 user tokens from the trusted certificates.\n"
-           "Logins and passwords come from the users block of CONFIG. A CONFIG whose\n"
-           "rows do not all load is refused, with the first bad row on stderr.\n";
+           "Без сертификата и ключа сервер один раз делает свой, самоподписанный, и\n"
+           "хранит его в $HOME/Documents/TARN/OPC UA/pki. В обоих случаях он предлагает\n"
+           "Basic256Sha256 (Sign, SignAndEncrypt) кроме None, принимает пароли только\n"
+           "зашифрованными и сертификаты пользователей из доверенных.\n"
+           "Логины и пароли берутся из блока пользователей CONFIG. CONFIG, строки\n"
+           "которого загружаются не все, отвергается: первая плохая строка — в stderr.\n"
+           "\n"
+           "Код выхода: 0 — остановлен сигналом, 1 — сбой запуска (например, порт занят),\n"
+           "2 — отвергнуты аргументы или конфигурация; перезапуск тут не поможет.\n";
 }

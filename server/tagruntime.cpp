@@ -88,35 +88,10 @@ std::int64_t CTagRuntime::Sampled(std::int64_t ms) const
     return ms - ((ms % step) + step) % step;
 }
 
-void CTagRuntime::RangeOf(DataKind kind, double& lo, double& hi)
+CTagRuntime::DataKind CTagRuntime::PublishedKind(int regType, int valType, int transformType)
 {
-    switch (kind) {
-    case Boolean:
-        lo = 0, hi = 1;
-        break;
-    case Byte:
-        lo = 0, hi = 255;
-        break;
-    case UInt16:
-        lo = 0, hi = 65535;
-        break;
-    case Int16:
-        lo = -32768, hi = 32767;
-        break;
-    case UInt32:
-        lo = 0, hi = 4294967295.0;
-        break;
-    case Int32:
-        lo = -2147483648.0, hi = 2147483647.0;
-        break;
-    // Floats within the bounds the configurator puts on their values.
-    case Float:
-        lo = -1e7, hi = 1e7;
-        break;
-    case Double:
-        lo = -1e9, hi = 1e9;
-        break;
-    }
+    const DataKind raw = KindFor(regType, valType);
+    return raw != Boolean && (transformType == LineScale || transformType == Factor) ? Double : raw;
 }
 
 void CTagRuntime::RawRange(double& lo, double& hi) const
@@ -125,7 +100,8 @@ void CTagRuntime::RawRange(double& lo, double& hi) const
         lo = std::min(srcMin, srcMax);
         hi = std::max(srcMin, srcMax);
     } else {
-        RangeOf(kind, lo, hi);
+        lo = emulation == Sine ? -1 : 0;
+        hi = 1;
     }
 }
 
@@ -179,9 +155,9 @@ void CTagRuntime::Fill(std::int64_t ms, bool sourceTimestamp, UA_DataValue* out)
         return;
     }
     const double v = ValueAt(ms);
-    switch (kind) {
+    switch (Published()) {
     case Boolean: {
-        UA_Boolean b = std::fabs(v) >= 0.5;
+        UA_Boolean b = v >= 0.5;
         UA_Variant_setScalarCopy(&out->value, &b, &UA_TYPES[UA_TYPES_BOOLEAN]);
         break;
     }

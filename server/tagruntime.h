@@ -35,27 +35,32 @@ public:
         Factor = 2
     };
 
-    // States, and registers read as bits, are Boolean; the rest by value type.
+    // The raw value: states, and registers read as bits, are Boolean; the
+    // rest by value type.
     static DataKind KindFor(int regType, int valType);
+    // What a tag publishes: its raw kind, or a Double when a transformation
+    // gives it an engineering value.
+    static DataKind PublishedKind(int regType, int valType, int transformType);
     static const UA_DataType* TypeOf(DataKind kind);
 
     // Seeds the random emulation so that each tag has its own sequence.
     void SetSeed(const std::string& fullName);
-    // The values a tag of `kind` can hold.
-    static void RangeOf(DataKind kind, double& lo, double& hi);
     // The range of the raw value that emulation spans: the line scale's input
-    // range when there is one, else the range of the tag's type.
+    // range when there is one, else what the tag dialog promises: -1 to 1 for
+    // the sine, 0 to 1 for the random number.
     void RawRange(double& lo, double& hi) const;
     // The emulated value at `ms` (milliseconds of the Unix epoch), before the
     // transformation and the type conversion.
     double RawAt(std::int64_t ms) const;
     // The engineering value: raw value through the transformation.
     double ValueAt(std::int64_t ms) const;
+    DataKind Published() const { return transform == NoTransform || kind == Boolean ? kind : Double; }
     // Fills a data value as a read of the tag at `ms` would see it.
     void Fill(std::int64_t ms, bool sourceTimestamp, UA_DataValue* out) const;
 
     DataKind kind = Float;
     bool emulated = false;
+    bool readable = true;
     int emulation = Constant;
     double constant = 0.0;
     std::uint32_t period = 1; // seconds

@@ -1,6 +1,10 @@
 #include "server/treeeditor.h"
 
 #include "server/addressspace.h"
+#include "server/modbus/modbusbridge.h"
+#include "server/serverlog.h"
+
+#include "config/csvimporter.h"
 
 #include "model/cchannelinfo.h"
 #include "model/dataginfo.h"
@@ -112,16 +116,27 @@ void CTreeEditor::Apply(const CMethodArgument& a, CItem* item)
 UA_StatusCode CTreeEditor::Add(const CMethodArgument& a)
 {
     CItem* parent = Find(a.path);
+    std::string name = a.name;
+    if (!parent && a.kind == A::KindTag && name.empty() && a.path.rfind('.') != std::string::npos) {
+        // A pasted tag arrives as the path it will have and nothing more.
+        const std::size_t dot = a.path.rfind('.');
+        parent = Find(a.path.substr(0, dot));
+        name = a.path.substr(dot + 1);
+        if (name.empty())
+            return UA_STATUSCODE_BADINVALIDARGUMENT;
+    }
+    const bool pasted = a.kind == A::KindTag && !a.Has(A::TagRegType);
     if (!parent)
         return UA_STATUSCODE_BADNODEIDUNKNOWN;
+    if (pasted && parent->GetType() == itTag)
+        return UA_STATUSCODE_BADNODEIDEXISTS;
     if (int(parent->GetType()) != a.kind - 1)
         return UA_STATUSCODE_BADINVALIDARGUMENT;
     std::unique_ptr<CItem> item(CItem::NewItem(enItemType(a.kind), nullptr));
     if (!item)
         return UA_STATUSCODE_BADINVALIDARGUMENT;
-    std::string name = a.name;
     if (name.empty()) {
-        // A pasted tag arrives without fields: it gets a free default name.
+        // A tag pasted into a group gets a free default name.
         name = item->GetName();
         if (parent->FindChildByName(name.c_str()))
             CItem::IncrementName(parent, name);
@@ -129,18 +144,34 @@ UA_StatusCode CTreeEditor::Add(const CMethodArgument& a)
         return UA_STATUSCODE_BADNODEIDEXISTS;
     }
     // A channel named like the object of the methods would take its id.
-    if (!m_space->Free(item.get(), FullNameUnder(parent, name)))
+    const std::string fullName = FullNameUnder(parent, name);
+    if (!m_space->Free(item.get(), fullName))
         return UA_STATUSCODE_BADNODEIDEXISTS;
     item->SetName(name);
     if (a.kind == A::KindChannel)
         static_cast<CChannelInfo*>(item.get())->Init();
+    // Its settings never travel with a paste: it starts at the first register.
+    if (pasted)
+        static_cast<CDATagInfo*>(item.get())->Addr = 1;
     Apply(a, item.get());
+    if (a.kind == A::KindTag && !Readable(static_cast<CDATagInfo*>(item.get()), fullName))
+        return UA_STATUSCODE_BADOUTOFRANGE;
     CItem* raw = item.release();
     parent->AppendChild(raw);
     const UA_StatusCode rc = m_space->Build(raw);
     if (rc != UA_STATUSCODE_GOOD)
         parent->DeleteChild(raw);
+    else if (CServerLog::Enabled(CServerLog::Debug))
+        CServerLog::Write(CServerLog::Debug, "Добавлен " + fullName + ": " + CCsvLoader::RowOf(raw));
     return rc;
+}
+
+bool CTreeEditor::Readable(const CDATagInfo* tag, const std::string& fullName)
+{
+    const std::string why = CModbusBridge::OutOfBounds(tag);
+    if (!why.empty())
+        CServerLog::Write(CServerLog::Warning, "Тег " + fullName + " не принят: " + why);
+    return why.empty();
 }
 
 std::string CTreeEditor::FullNameUnder(CItem* parent, const std::string& name)
@@ -166,6 +197,13 @@ UA_StatusCode CTreeEditor::Edit(const CMethodArgument& a)
     if (rename &&
         (parent->FindChildByName(a.name.c_str()) || !m_space->Free(item, FullNameUnder(parent, a.name))))
         return UA_STATUSCODE_BADNODEIDEXISTS;
+    if (item->GetType() == itTag) {
+        // Tried on a copy first: a refused edit leaves the tag as it was.
+        CDATagInfo probe(static_cast<CDATagInfo*>(item));
+        Apply(a, &probe);
+        if (!Readable(&probe, a.path))
+            return UA_STATUSCODE_BADOUTOFRANGE;
+    }
 
     // Node ids are paths, so an edit rebuilds the item's nodes from the tree.
     m_space->Remove(item);
@@ -179,6 +217,10 @@ UA_StatusCode CTreeEditor::Edit(const CMethodArgument& a)
         if (rename)
             Rename(item, oldName);
         m_space->Build(item);
+    } else if (CServerLog::Enabled(CServerLog::Debug)) {
+        std::string fullName;
+        item->GetFullName(fullName);
+        CServerLog::Write(CServerLog::Debug, "Изменён " + fullName + ": " + CCsvLoader::RowOf(item));
     }
     return rc;
 }

@@ -7,6 +7,7 @@
 #include <string>
 
 class CAddressSpace;
+class CDATagInfo;
 class CItem;
 class CTreeItemRoot;
 
@@ -27,6 +28,8 @@ public:
 
 private:
     static void Apply(const CMethodArgument& arg, CItem* item);
+    // Refuses a tag whose registers cannot be read, with a line naming it.
+    static bool Readable(const CDATagInfo* tag, const std::string& fullName);
     // The full name a child called `name` of `parent` has.
     static std::string FullNameUnder(CItem* parent, const std::string& name);
     // Moves the item to its new key under the same parent.

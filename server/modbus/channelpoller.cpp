@@ -36,10 +36,24 @@ std::int64_t CChannelPoller::NowMs()
         .count();
 }
 
+std::int64_t CChannelPoller::SteadyMs(Clock::time_point t)
+{
+    return std::chrono::duration_cast<std::chrono::milliseconds>(t.time_since_epoch()).count();
+}
+
 std::size_t CChannelPoller::SetDevice(const std::string& key, CPollDevice device)
 {
     auto state = std::make_shared<DeviceState>();
     state->config = std::move(device);
+    {
+        // A re-planned device keeps what is known of its answers.
+        std::lock_guard<std::mutex> lock(m_mutex);
+        const auto old = m_devices.find(key);
+        if (old != m_devices.end() && old->second->config.slave == state->config.slave)
+            state->health = old->second->health;
+    }
+    if (!state->health)
+        state->health = std::make_shared<Health>();
     const Clock::time_point now = Clock::now();
     std::size_t requests = 0;
     for (const CPollGroup& group : state->config.groups) {
@@ -83,8 +97,34 @@ void CChannelPoller::SetRunning(bool running)
     {
         std::lock_guard<std::mutex> lock(m_mutex);
         m_running = running;
+        if (!running)
+            HoldAll();
     }
     m_wake.notify_all();
+}
+
+void CChannelPoller::HoldAll()
+{
+    for (const auto& device : m_devices)
+        for (const CPollGroup& group : device.second->config.groups)
+            for (const CPollPoint& point : group.points)
+                point.live->Hold();
+}
+
+CChannelPoller::Mode CChannelPoller::DeviceMode(const std::string& key) const
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    const auto it = m_devices.find(key);
+    if (it == m_devices.end())
+        return Mode::Unknown;
+    if (!m_running)
+        return Mode::Stopped;
+    return it->second->health->demotionMs > 0 ? Mode::Demoted : Mode::Polled;
+}
+
+std::string CChannelPoller::Where(const CPollDevice& device, const CPollPoint* point) const
+{
+    return "Канал " + m_name + ", устройство " + device.name + (point ? ", тег " + point->name : "");
 }
 
 UA_StatusCode CChannelPoller::Write(const std::string& key, int group, int point, double value)
@@ -96,10 +136,22 @@ UA_StatusCode CChannelPoller::Write(const std::string& key, int group, int point
         const auto it = m_devices.find(key);
         if (!m_running || it == m_devices.end())
             return UA_STATUSCODE_BADNOCOMMUNICATION;
+        const CPollDevice& device = it->second->config;
+        if (group < 0 || group >= int(device.groups.size()) || point < 0 ||
+            point >= int(device.groups[group].points.size()))
+            return UA_STATUSCODE_BADNODEIDUNKNOWN;
+        // A value the register cannot take is refused before the device is asked.
+        const CPollPoint& target = device.groups[group].points[point];
+        double raw = 0;
+        std::string why;
+        if (!target.codec.ToRaw(value, raw, why)) {
+            m_log(true, Where(device, &target) + ": запись отклонена: " + why);
+            return UA_STATUSCODE_BADOUTOFRANGE;
+        }
         // The server's loop waits for the answer: a device known to be silent
         // is not waited for again.
-        if (it->second->silence != UA_STATUSCODE_GOOD)
-            return it->second->silence;
+        if (it->second->health->silence != UA_STATUSCODE_GOOD)
+            return it->second->health->silence;
         job->device = it->second;
         job->group = group;
         job->point = point;
@@ -132,9 +184,18 @@ void CChannelPoller::RunWrites()
     }
 }
 
+CChannelPoller::Clock::time_point CChannelPoller::DueOf(const DeviceState& device, int group) const
+{
+    const Clock::time_point due = device.groups[group].due;
+    if (device.health->demotionMs == 0)
+        return due;
+    return std::max(due, Clock::time_point(std::chrono::milliseconds(device.health->probeAtMs.load())));
+}
+
 void CChannelPoller::Run()
 {
     std::unique_lock<std::mutex> lock(m_mutex);
+    bool held = false;
     while (!m_stop) {
         if (!m_jobs.empty()) {
             lock.unlock();
@@ -142,15 +203,25 @@ void CChannelPoller::Run()
             lock.lock();
             continue;
         }
+        if (!m_running) {
+            // Once more here: a poll that was under way at the stop has published since.
+            if (!held)
+                HoldAll();
+            held = true;
+            m_wake.wait(lock);
+            continue;
+        }
+        held = false;
         std::shared_ptr<DeviceState> next;
         int nextGroup = -1;
-        if (m_running) {
-            for (const auto& device : m_devices) {
-                for (std::size_t g = 0; g < device.second->groups.size(); ++g) {
-                    if (!next || device.second->groups[g].due < next->groups[nextGroup].due) {
-                        next = device.second;
-                        nextGroup = int(g);
-                    }
+        Clock::time_point due;
+        for (const auto& device : m_devices) {
+            for (std::size_t g = 0; g < device.second->groups.size(); ++g) {
+                const Clock::time_point at = DueOf(*device.second, int(g));
+                if (!next || at < due) {
+                    next = device.second;
+                    nextGroup = int(g);
+                    due = at;
                 }
             }
         }
@@ -158,7 +229,6 @@ void CChannelPoller::Run()
             m_wake.wait(lock);
             continue;
         }
-        const Clock::time_point due = next->groups[nextGroup].due;
         if (due > Clock::now()) {
             m_wake.wait_until(lock, due);
             continue;
@@ -226,23 +296,23 @@ void CChannelPoller::Report(const std::string& what, CModbusLink::Result result,
         return;
     }
     if (result == CModbusLink::Ok) {
-        m_log(false, "Канал " + m_name + ", " + what + ": снова в порядке");
+        m_log(false, what + ": снова в порядке");
         m_lastErrors.erase(what);
     } else {
-        m_log(true, "Канал " + m_name + ", " + what + ": " + why);
+        m_log(true, what + ": " + why);
         last = text;
     }
 }
 
 CModbusLink::Result CChannelPoller::Attempt(const std::function<CModbusLink::Result(std::string&)>& call,
-                                            std::string& why)
+                                            int attempts, std::string& why)
 {
     CModbusLink::Result result = CModbusLink::Lost;
-    for (int attempt = 0; attempt < std::max(1, m_timing.attempts); ++attempt) {
+    for (int attempt = 0; attempt < std::max(1, attempts); ++attempt) {
         if (m_timing.busyMs > 0 && !Pause(m_timing.busyMs))
             return CModbusLink::Lost;
         if (!Connected()) {
-            why = "нет связи";
+            why = "нет соединения";
             return CModbusLink::Lost;
         }
         result = call(why);
@@ -261,15 +331,36 @@ void CChannelPoller::FailGroup(const DeviceState& device, int group, UA_StatusCo
             point.live->Fail(status, now);
 }
 
+void CChannelPoller::Demote(const DeviceState& device)
+{
+    Health& health = *device.health;
+    const int was = health.demotionMs;
+    const int period = was == 0 ? kFirstDemotionMs : std::min(2 * was, kLastDemotionMs);
+    health.demotionMs = period;
+    health.probeAtMs = SteadyMs(Clock::now()) + period;
+    if (was == 0)
+        m_log(true, Where(device.config) + " (адрес " + std::to_string(device.config.slave) +
+                        ") не отвечает: спрашивается раз в " + std::to_string(period / 1000) +
+                        " с, затем всё реже, до раза в " + std::to_string(kLastDemotionMs / 1000) + " с");
+}
+
+void CChannelPoller::Promote(const DeviceState& device)
+{
+    if (device.health->demotionMs.exchange(0) != 0)
+        m_log(false, Where(device.config) + " снова отвечает: опрос с частотой групп");
+}
+
 void CChannelPoller::Poll(const DeviceState& device, int group)
 {
     const GroupState& state = device.groups[group];
     const std::vector<CPollPoint>& points = device.config.groups[group].points;
     if (!Connected()) {
-        device.silence = UA_STATUSCODE_BADNOCOMMUNICATION;
+        device.health->silence = UA_STATUSCODE_BADNOCOMMUNICATION;
         FailGroup(device, group, UA_STATUSCODE_BADNOCOMMUNICATION);
         return;
     }
+    // A demoted device is asked once, without the channel's further attempts.
+    const int attempts = device.health->demotionMs > 0 ? 1 : m_timing.attempts;
     std::vector<std::uint16_t> words(2000);
     // Points spread over several requests are put together here.
     std::map<std::pair<int, int>, std::uint16_t> pieces;
@@ -285,14 +376,18 @@ void CChannelPoller::Poll(const DeviceState& device, int group)
                 return m_link.Read(device.config.slave, request.table, request.start, request.count,
                                    words.data(), w);
             },
-            why);
+            attempts, why);
         const std::int64_t now = NowMs();
         // The common case, all well and nothing to recover from, costs no text.
         if (result != CModbusLink::Ok || !m_lastErrors.empty()) {
             static const char* const kTables[] = {"входы", "катушки", "входные регистры",
                                                   "регистры хранения"};
-            Report("устройство " + device.config.name + ", " + kTables[request.table] + " " +
-                       std::to_string(request.start) + "+" + std::to_string(request.count),
+            const CPollPoint& first = points[request.items.front()];
+            const std::size_t others = request.items.size() - 1;
+            Report(Where(device.config) + ", " + kTables[request.table] + " " +
+                       std::to_string(request.start + 1) + "–" +
+                       std::to_string(request.start + request.count) + " (тег " + first.name +
+                       (others ? " и ещё " + std::to_string(others) : "") + ")",
                    result, why);
         }
         for (int index : request.items) {
@@ -321,25 +416,26 @@ void CChannelPoller::Poll(const DeviceState& device, int group)
             }
             point.live->Publish(point.codec.Decode(&words[at]), now);
         }
-        device.silence = result == CModbusLink::Timeout || result == CModbusLink::Lost ? StatusOf(result)
-                                                                                       : UA_STATUSCODE_GOOD;
+        device.health->silence = result == CModbusLink::Timeout || result == CModbusLink::Lost
+                                     ? StatusOf(result)
+                                     : UA_STATUSCODE_GOOD;
         // A device that does not answer one request won't answer the next:
         // the line is not held up for the rest of its cycle.
         if (result == CModbusLink::Lost || result == CModbusLink::Timeout) {
+            if (result == CModbusLink::Timeout)
+                Demote(device);
             for (std::size_t rest = r + 1; rest < state.plan.size(); ++rest)
                 for (int index : state.plan[rest].items)
                     points[index].live->Fail(StatusOf(result), now);
             return;
         }
+        Promote(device);
     }
 }
 
 UA_StatusCode CChannelPoller::DoWrite(WriteJob& job)
 {
     const CPollDevice& device = job.device->config;
-    if (job.group < 0 || job.group >= int(device.groups.size()) || job.point < 0 ||
-        job.point >= int(device.groups[job.group].points.size()))
-        return UA_STATUSCODE_BADNODEIDUNKNOWN;
     const CPollPoint& point = device.groups[job.group].points[job.point];
     const int table = point.span.table;
     const int address = point.span.start + point.offset;
@@ -348,12 +444,12 @@ UA_StatusCode CChannelPoller::DoWrite(WriteJob& job)
     CModbusLink::Result result = CModbusLink::Ok;
     // Bits and bytes of a register keep the rest of it as the device has it.
     if (table == 3 && point.codec.PartOfRegister())
-        result = Attempt(
-            [&](std::string& w) { return m_link.Read(device.slave, 3, address, 1, &current, w); }, why);
+        result =
+            Attempt([&](std::string& w) { return m_link.Read(device.slave, 3, address, 1, &current, w); },
+                    m_timing.attempts, why);
     std::vector<std::uint16_t> words;
     if (result == CModbusLink::Ok && !point.codec.Encode(job.value, current, words, why)) {
-        m_log(true, "Канал " + m_name + ", устройство " + device.name + ": запись по адресу " +
-                        std::to_string(address) + " отклонена: " + why);
+        m_log(true, Where(device, &point) + ": запись отклонена: " + why);
         return UA_STATUSCODE_BADOUTOFRANGE;
     }
     if (result == CModbusLink::Ok)
@@ -361,14 +457,15 @@ UA_StatusCode CChannelPoller::DoWrite(WriteJob& job)
             [&](std::string& w) {
                 return m_link.Write(device.slave, table, address, words, point.writeMultiple, w);
             },
-            why);
+            m_timing.attempts, why);
     if (result == CModbusLink::Timeout || result == CModbusLink::Lost)
-        job.device->silence = StatusOf(result);
+        job.device->health->silence = StatusOf(result);
     if (result != CModbusLink::Ok) {
-        m_log(true, "Канал " + m_name + ", устройство " + device.name + ": запись по адресу " +
-                        std::to_string(address) + " не удалась: " + why);
+        m_log(true,
+              Where(device, &point) + ": запись в " + std::to_string(address + 1) + " не удалась: " + why);
         return StatusOf(result);
     }
-    point.live->Publish(job.value, NowMs());
+    // What the register now holds, as the value type and the scale read it.
+    point.live->Publish(point.codec.Decode(words.data()), NowMs());
     return UA_STATUSCODE_GOOD;
 }

@@ -22,8 +22,9 @@
 struct CPollPoint
 {
     std::shared_ptr<CLiveValue> live;
-    CPlanItem span; // what is read together: the value or its whole segment
-    int offset = 0; // where the value starts inside the span
+    std::string name; // the tag's full name, for the log
+    CPlanItem span;   // what is read together: the value or its whole segment
+    int offset = 0;   // where the value starts inside the span
     CValueCodec codec;
     bool read = true;
     bool writeMultiple = false; // functions 15 / 16 rather than 5 / 6
@@ -45,7 +46,9 @@ struct CPollDevice
 
 // Polls the devices of one channel on a thread of its own: each group at its
 // period, packed into the planner's requests, with the channel's pause,
-// attempts and reconnection. Writes go ahead of polling.
+// attempts and reconnection. Writes go ahead of polling. A device that lets
+// every attempt of a request go unanswered is demoted: it is asked once per
+// demotion period, so that it does not hold up the others on the line.
 class CChannelPoller
 {
 public:
@@ -55,6 +58,16 @@ public:
         int attempts = 3;
         int busyMs = 0;
     };
+    // How a device is being polled.
+    enum class Mode
+    {
+        Polled,  // at its groups' rates
+        Demoted, // silent: asked once per demotion period
+        Stopped, // the exchange is stopped
+        Unknown  // no such device on this channel
+    };
+    static constexpr int kFirstDemotionMs = 1000;
+    static constexpr int kLastDemotionMs = 30000;
 
     CChannelPoller(const std::string& name, const CLinkSettings& link, const Timing& timing, Log log);
     ~CChannelPoller();
@@ -69,6 +82,7 @@ public:
     void SetRunning(bool running);
     // Writes one tag of a device and waits for the device's answer.
     UA_StatusCode Write(const std::string& key, int group, int point, double value);
+    Mode DeviceMode(const std::string& key) const;
 
     // Read requests sent so far, attempts included; for measurements.
     std::uint64_t Requests() const { return m_requests; }
@@ -81,13 +95,21 @@ private:
         std::vector<int> piecesOf; // requests each point is spread over
         Clock::time_point due;
     };
+    // What is known of a device's answers. Written on the channel thread,
+    // read anywhere; it outlives a re-plan of the device.
+    struct Health
+    {
+        // Good while the device answers, else why it doesn't: writes to a
+        // silent device fail at once instead of holding the server's loop.
+        std::atomic<UA_StatusCode> silence{UA_STATUSCODE_GOOD};
+        std::atomic<int> demotionMs{0}; // 0 while the device answers
+        std::atomic<std::int64_t> probeAtMs{0};
+    };
     struct DeviceState
     {
         CPollDevice config;
         std::vector<GroupState> groups;
-        // Good while the device answers, else why it doesn't: writes to a
-        // silent device fail at once instead of holding the server's loop.
-        mutable std::atomic<UA_StatusCode> silence{UA_STATUSCODE_GOOD};
+        std::shared_ptr<Health> health;
     };
     struct WriteJob
     {
@@ -104,13 +126,22 @@ private:
     bool Connected();
     void Poll(const DeviceState& device, int group);
     void FailGroup(const DeviceState& device, int group, UA_StatusCode status);
+    // The device let a whole request go unanswered, or answered again.
+    void Demote(const DeviceState& device);
+    void Promote(const DeviceState& device);
+    // When a group of the device is due: a demoted device waits for its probe.
+    Clock::time_point DueOf(const DeviceState& device, int group) const;
+    void HoldAll();
     UA_StatusCode DoWrite(WriteJob& job);
-    CModbusLink::Result Attempt(const std::function<CModbusLink::Result(std::string&)>& call,
+    CModbusLink::Result Attempt(const std::function<CModbusLink::Result(std::string&)>& call, int attempts,
                                 std::string& why);
+    // "Канал …, устройство …" and, for one value, ", тег …".
+    std::string Where(const CPollDevice& device, const CPollPoint* point = nullptr) const;
     bool Pause(int ms);
     void Report(const std::string& what, CModbusLink::Result result, const std::string& why);
     static UA_StatusCode StatusOf(CModbusLink::Result result);
     static std::int64_t NowMs();
+    static std::int64_t SteadyMs(Clock::time_point t);
 
     const std::string m_name;
     const CLinkSettings m_settings;

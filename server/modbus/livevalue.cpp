@@ -36,6 +36,13 @@ void CLiveValue::Fail(UA_StatusCode status, std::int64_t ms)
     m_ms = ms;
 }
 
+void CLiveValue::Hold()
+{
+    std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_status == UA_STATUSCODE_GOOD && m_hasValue)
+        m_status = UA_STATUSCODE_UNCERTAINLASTUSABLEVALUE;
+}
+
 void CLiveValue::Fill(bool sourceTimestamp, UA_DataValue* out) const
 {
     std::unique_lock<std::mutex> lock(m_mutex);
@@ -74,7 +81,7 @@ UA_StatusCode CLiveValue::Write(const UA_Variant& value)
 void CLiveValue::ToVariant(const UA_DataType* type, double v, UA_Variant* out)
 {
     if (type == &UA_TYPES[UA_TYPES_BOOLEAN]) {
-        UA_Boolean b = std::fabs(v) >= 0.5;
+        UA_Boolean b = v >= 0.5;
         UA_Variant_setScalarCopy(out, &b, type);
     } else if (type == &UA_TYPES[UA_TYPES_FLOAT]) {
         UA_Float f = UA_Float(v);

@@ -18,6 +18,9 @@ public:
     // From the poller: a good value or a failure that keeps the last value.
     void Publish(double value, std::int64_t ms);
     void Fail(UA_StatusCode status, std::int64_t ms);
+    // The exchange stopped: a good value stays, with its time, as the last
+    // usable one.
+    void Hold();
 
     // For the OPC UA node.
     void Fill(bool sourceTimestamp, UA_DataValue* out) const;

@@ -112,7 +112,8 @@ std::shared_ptr<CLiveValue> CModbusBridge::LiveFor(const CDATagInfo* tag, const 
     const auto* channel = device ? dynamic_cast<const CChannelInfo*>(device->GetParent()) : nullptr;
     if (!Polled(device) || !channel || !Refusal(channel).empty())
         return nullptr;
-    const UA_DataType* type = CTagRuntime::TypeOf(CTagRuntime::KindFor(tag->RegType, tag->ValType));
+    const UA_DataType* type =
+        CTagRuntime::TypeOf(CTagRuntime::PublishedKind(tag->RegType, tag->ValType, tag->TransformType));
     const bool writable = (tag->RegType == MRT_Coil || tag->RegType == MRT_HoldingRegister) && tag->bWrite;
     std::weak_ptr<CLiveValue>& slot = m_live[fullName];
     std::shared_ptr<CLiveValue> live = slot.lock();
@@ -225,13 +226,9 @@ void CModbusBridge::ReconcileChannel(CChannelInfo* channel)
                 }
                 CPollPoint point;
                 point.live = live;
+                point.name = tagName;
                 point.codec = CValueCodec(tag->RegType, tag->ValType, tag->ByteOrder, scale);
-                point.span.table = tag->RegType;
-                // Addresses count from 1; the protocol counts from 0.
-                point.span.start = std::uint16_t(tag->Addr == 0 ? 0 : tag->Addr - 1);
-                point.offset = tag->RegsInSegment > 0 ? tag->SegmentPos : 0;
-                point.span.count =
-                    std::uint16_t(std::max<int>(tag->RegsInSegment, point.offset + point.codec.Registers()));
+                point.span = SpanOf(tag, point.offset);
                 point.read = tag->bRead;
                 point.writeMultiple = tag->bWriteGroup;
                 AppendRaw(sig, 'T', tagName.size());
@@ -265,6 +262,37 @@ void CModbusBridge::ReconcileChannel(CChannelInfo* channel)
         if (!seen.count(device.first))
             entry->poller->RemoveDevice(device.first);
     entry->devices = std::move(seen);
+}
+
+CPlanItem CModbusBridge::SpanOf(const CDATagInfo* tag, int& offset)
+{
+    const int registers = tag->RegType < 2 ? 1 : std::max(1, CDATagInfo::GetRegsCount(tag->ValType));
+    offset = tag->RegsInSegment > 0 ? tag->SegmentPos : 0;
+    CPlanItem span;
+    span.table = tag->RegType;
+    // Addresses count from 1; the protocol counts from 0.
+    span.start = std::uint16_t(tag->Addr == 0 ? 0 : tag->Addr - 1);
+    span.count = std::uint16_t(std::max<int>(tag->RegsInSegment, offset + registers));
+    return span;
+}
+
+std::string CModbusBridge::OutOfBounds(const CDATagInfo* tag)
+{
+    const bool bits = tag->RegType < 2;
+    if (tag->Addr == 0)
+        return "адрес 0: адреса считаются с 1";
+    int offset = 0;
+    const CPlanItem span = SpanOf(tag, offset);
+    const long last = long(tag->Addr) + span.count - 1;
+    const std::string what = bits ? "состояния " : "регистры ";
+    if (last > 65535)
+        return what + std::to_string(tag->Addr) + "–" + std::to_string(last) + " выходят за адрес 65535";
+    const int limit = CRequestPlanner::ProtocolLimit(span.table);
+    if (span.count > limit)
+        return what + std::to_string(tag->Addr) + "–" + std::to_string(last) + " (" +
+               std::to_string(span.count) + ") не читаются одним запросом: протокол позволяет " +
+               std::to_string(limit);
+    return std::string();
 }
 
 void CModbusBridge::SetRunning(bool running)

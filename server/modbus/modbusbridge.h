@@ -1,6 +1,7 @@
 #pragma once
 
 #include "server/modbus/livevalue.h"
+#include "server/modbus/requestplanner.h"
 
 #include <future>
 #include <map>
@@ -32,6 +33,13 @@ public:
     void Reconcile(CTreeItemRoot* root);
     // stopExchange / startExchange.
     void SetRunning(bool running);
+
+    // What of a tag's table is read together (the value, or its whole
+    // segment) and where the value starts in it.
+    static CPlanItem SpanOf(const CDATagInfo* tag, int& offset);
+    // Why the tag's registers or bits cannot be read, empty when they can:
+    // past the end of the table, or more than one request of the protocol.
+    static std::string OutOfBounds(const CDATagInfo* tag);
 
 private:
     struct Channel;

@@ -16,6 +16,66 @@ void SetTimeout(modbus_t* ctx, int ms)
     modbus_set_response_timeout(ctx, std::uint32_t(ms / 1000), std::uint32_t(ms % 1000) * 1000);
 }
 
+// The reasons an operator meets, in the gateway's language; the rarer ones as
+// the system words them.
+std::string Reason(int e)
+{
+    switch (e) {
+    case ETIMEDOUT:
+        return "нет ответа";
+    case EMBXILFUN:
+        return "устройство не знает функцию (исключение 1)";
+    case EMBXILADD:
+        return "недопустимый адрес данных (исключение 2)";
+    case EMBXILVAL:
+        return "недопустимое значение (исключение 3)";
+    case EMBXSFAIL:
+        return "отказ устройства (исключение 4)";
+    case EMBXACK:
+        return "запрос принят, ответ будет позже (исключение 5)";
+    case EMBXSBUSY:
+        return "устройство занято (исключение 6)";
+    case EMBXNACK:
+        return "запрос не выполнен (исключение 7)";
+    case EMBXMEMPAR:
+        return "ошибка чётности памяти (исключение 8)";
+    case EMBXGPATH:
+        return "шлюзу некуда передать запрос (исключение 10)";
+    case EMBXGTAR:
+        return "устройство за шлюзом не ответило (исключение 11)";
+    case EMBBADCRC:
+        return "неверная контрольная сумма ответа";
+    case EMBBADDATA:
+        return "неверные данные в ответе";
+    case EMBBADEXC:
+        return "неверный код исключения в ответе";
+    case EMBMDATA:
+        return "слишком много данных";
+    case EMBBADSLAVE:
+        return "ответ от другого устройства";
+    case ECONNREFUSED:
+        return "в соединении отказано";
+    case ECONNRESET:
+        return "соединение сброшено";
+    case EPIPE:
+        return "соединение разорвано";
+    case EHOSTUNREACH:
+        return "узел недоступен";
+    case ENETUNREACH:
+        return "сеть недоступна";
+    case ENOENT:
+        return "нет такого устройства";
+    case EACCES:
+        return "нет прав доступа";
+    case EBUSY:
+        return "порт занят";
+    case ENOTTY:
+        return "порт этого не умеет";
+    default:
+        return std::strerror(e);
+    }
+}
+
 } // namespace
 
 bool CLinkSettings::operator==(const CLinkSettings& o) const
@@ -42,13 +102,13 @@ bool CModbusLink::Open(std::string& why, std::string& notes)
     modbus_t* ctx = s.tcp ? modbus_new_tcp(s.host.c_str(), s.port)
                           : modbus_new_rtu(s.device.c_str(), s.baud, s.parity, s.dataBits, s.stopBits);
     if (!ctx) {
-        why = std::strerror(errno);
+        why = Reason(errno);
         return false;
     }
     // libmodbus waits for a TCP connection as long as for an answer.
     SetTimeout(ctx, s.tcp ? s.connectTimeoutMs : s.timeoutMs);
     if (modbus_connect(ctx) != 0) {
-        why = std::strerror(errno);
+        why = Reason(errno);
         modbus_free(ctx);
         return false;
     }
@@ -59,7 +119,7 @@ bool CModbusLink::Open(std::string& why, std::string& notes)
         // Speeds of the other system's serial driver that termios lacks; the
         // library opens the port at 9600 for them.
         if (s.baud == 14400 || s.baud == 56000 || s.baud == 128000 || s.baud == 256000)
-            notes = "speed " + std::to_string(s.baud) + ": not available, the port runs at 9600";
+            notes = "скорость " + std::to_string(s.baud) + " недоступна, порт работает на 9600";
         SetModemLines(notes);
     }
     return true;
@@ -70,13 +130,13 @@ void CModbusLink::SetModemLines(std::string& notes)
     const int fd = m_fd;
     const auto line = [&](int bit, bool on, const char* name) {
         if (ioctl(fd, on ? TIOCMBIS : TIOCMBIC, &bit) != 0)
-            notes += std::string(notes.empty() ? "" : "; ") + name + ": " + std::strerror(errno);
+            notes += std::string(notes.empty() ? "" : "; ") + name + ": " + Reason(errno);
     };
     if (m_settings.rts == 3) {
         // Half-duplex adapters: the driver raises RTS while sending.
         if (modbus_rtu_set_serial_mode(m_ctx, MODBUS_RTU_RS485) != 0 ||
             modbus_rtu_set_rts(m_ctx, MODBUS_RTU_RTS_UP) != 0)
-            notes += std::string(notes.empty() ? "" : "; ") + "RTS toggle: " + std::strerror(errno);
+            notes += std::string(notes.empty() ? "" : "; ") + "RTS «Togge»: " + Reason(errno);
     } else if (m_settings.rts == 2) {
         termios tio{};
         if (tcgetattr(fd, &tio) == 0) {
@@ -87,7 +147,7 @@ void CModbusLink::SetModemLines(std::string& notes)
         line(TIOCM_RTS, m_settings.rts == 1, "RTS");
     }
     if (m_settings.dtr == 2)
-        notes += std::string(notes.empty() ? "" : "; ") + "DTR handshake: not available on this system";
+        notes += std::string(notes.empty() ? "" : "; ") + "DTR «Handshake»: в этой системе недоступен";
     else
         line(TIOCM_DTR, m_settings.dtr == 1, "DTR");
 }
@@ -122,7 +182,7 @@ void CModbusLink::Recover(Result failure)
 CModbusLink::Result CModbusLink::Failed(std::string& why)
 {
     const int e = errno;
-    why = modbus_strerror(e);
+    why = Reason(e);
     if (e == ETIMEDOUT)
         return Timeout;
     if (e > MODBUS_ENOBASE && e <= EMBXGTAR)
@@ -137,7 +197,7 @@ CModbusLink::Result CModbusLink::Read(int slave, int table, int start, int count
                                       std::string& why)
 {
     if (!m_ctx) {
-        why = "not connected";
+        why = "нет соединения";
         return Lost;
     }
     modbus_set_slave(m_ctx, slave);
@@ -160,7 +220,7 @@ CModbusLink::Result CModbusLink::Write(int slave, int table, int start,
                                        std::string& why)
 {
     if (!m_ctx) {
-        why = "not connected";
+        why = "нет соединения";
         return Lost;
     }
     modbus_set_slave(m_ctx, slave);

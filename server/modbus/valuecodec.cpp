@@ -2,6 +2,9 @@
 
 #include <cmath>
 #include <cstring>
+#include <iomanip>
+#include <locale>
+#include <sstream>
 
 namespace {
 
@@ -132,13 +135,12 @@ double CValueCodec::Decode(const std::uint16_t* words) const
     }
 }
 
-bool CValueCodec::Encode(double value, std::uint16_t current, std::vector<std::uint16_t>& words,
-                         std::string& why) const
+bool CValueCodec::ToRaw(double value, double& raw, std::string& why) const
 {
-    double raw = value;
+    raw = value;
     if (m_scale.kind == 1) {
         if (m_scale.dstMax == m_scale.dstMin) {
-            why = "the scale has an empty range";
+            why = "у линейной шкалы пустой диапазон";
             return false;
         }
         raw = m_scale.srcMin + (value - m_scale.dstMin) * (m_scale.srcMax - m_scale.srcMin) /
@@ -147,12 +149,54 @@ bool CValueCodec::Encode(double value, std::uint16_t current, std::vector<std::u
         raw = value / m_scale.factor;
     }
     if (!std::isfinite(raw)) {
-        why = "the value is not a number";
+        why = "значение не число";
         return false;
     }
+    if (IsBit() || m_valType >= Bit0) {
+        raw = raw >= 0.5 ? 1 : 0;
+        return true;
+    }
+    // The raw range of each type; floats only refuse what they cannot hold.
+    static const struct
+    {
+        const char* name;
+        double lo, hi;
+    } kRanges[] = {{"Вещ32", -3.4028234663852886e38, 3.4028234663852886e38},
+                   {"Вещ64", -1.7976931348623157e308, 1.7976931348623157e308},
+                   {"Цел16", 0, 65535},
+                   {"Цел32", 0, 4294967295.0},
+                   {"Цел16(знак)", -32768, 32767},
+                   {"Цел32(знак)", -2147483648.0, 2147483647.0},
+                   {"Младший байт", 0, 255},
+                   {"Старший байт", 0, 255}};
+    if (m_valType < 0 || m_valType > HighByte) {
+        why = "неизвестный тип значения";
+        return false;
+    }
+    if (m_valType > Real64)
+        raw = std::round(raw);
+    const auto& range = kRanges[m_valType];
+    if (raw < range.lo || raw > range.hi) {
+        std::ostringstream text;
+        text.imbue(std::locale::classic());
+        text << std::setprecision(10) << raw << " вне диапазона типа «" << range.name << "»";
+        if (m_valType > Real64)
+            text << " (" << std::setprecision(12) << range.lo << "…" << range.hi << ")";
+        why = text.str();
+        return false;
+    }
+    return true;
+}
+
+bool CValueCodec::Encode(double value, std::uint16_t current, std::vector<std::uint16_t>& words,
+                         std::string& why) const
+{
+    double raw = 0;
+    if (!ToRaw(value, raw, why))
+        return false;
     words.clear();
     if (IsBit() || m_valType >= Bit0) {
-        const bool on = std::fabs(raw) >= 0.5;
+        const bool on = raw != 0;
         if (IsBit()) {
             words.push_back(on);
         } else {
@@ -162,14 +206,6 @@ bool CValueCodec::Encode(double value, std::uint16_t current, std::vector<std::u
         return true;
     }
 
-    // Whole-number types take the nearest whole number within their range.
-    const double r = std::round(raw);
-    const auto fits = [&](double lo, double hi) {
-        if (r >= lo && r <= hi)
-            return true;
-        why = "the value is outside the range of the type";
-        return false;
-    };
     std::uint64_t bits = 0;
     switch (m_valType) {
     case Real32: {
@@ -182,36 +218,21 @@ bool CValueCodec::Encode(double value, std::uint16_t current, std::vector<std::u
     case Real64:
         std::memcpy(&bits, &raw, sizeof bits);
         break;
-    case UInt16:
-        if (!fits(0, 65535))
-            return false;
-        bits = std::uint64_t(r);
-        break;
     case Int16:
-        if (!fits(-32768, 32767))
-            return false;
-        bits = std::uint16_t(std::int16_t(r));
-        break;
-    case UInt32:
-        if (!fits(0, 4294967295.0))
-            return false;
-        bits = std::uint64_t(r);
+        bits = std::uint16_t(std::int16_t(raw));
         break;
     case Int32:
-        if (!fits(-2147483648.0, 2147483647.0))
-            return false;
-        bits = std::uint32_t(std::int32_t(r));
+        bits = std::uint32_t(std::int32_t(raw));
         break;
     case LowByte:
-    case HighByte:
-        if (!fits(0, 255))
-            return false;
-        words.push_back(m_valType == LowByte ? std::uint16_t((current & 0xFF00) | std::uint16_t(r))
-                                             : std::uint16_t((current & 0x00FF) | (std::uint16_t(r) << 8)));
+        words.push_back(std::uint16_t((current & 0xFF00) | std::uint16_t(raw)));
         return true;
-    default:
-        why = "unknown value type";
-        return false;
+    case HighByte:
+        words.push_back(std::uint16_t((current & 0x00FF) | (std::uint16_t(raw) << 8)));
+        return true;
+    default: // the unsigned ones
+        bits = std::uint64_t(raw);
+        break;
     }
 
     const int n = Registers() * 2;

@@ -28,6 +28,9 @@ public:
 
     // Registers (or, for a bit table, one 0/1 word) to the engineering value.
     double Decode(const std::uint16_t* words) const;
+    // The engineering value back through the scale, rounded to the value
+    // type. False with a reason when the result does not fit the type.
+    bool ToRaw(double value, double& raw, std::string& why) const;
     // The engineering value to the words to write. Bits and bytes of a
     // register change only their part of `current`. False with a reason when
     // the value does not fit the type.

@@ -1,7 +1,6 @@
 #include "gatewayprocess.h"
 
 #include "config/scrambler.h"
-#include "server/modbus/livevalue.h"
 
 #include <open62541/client_highlevel.h>
 
@@ -84,27 +83,47 @@ const char kWhole[] = "Вещ32,AB CD,f32,1.5|Вещ32,CD AB,f32,-2.25|Вещ32,
 
 // Behind them: parts of registers, scales, a segment, the write targets and a
 // tag that is not read.
-const char kParts[] = ";low;Входной регистр;45;0;0;Да;;;Младший байт;;Нет;;;;;Константа;0\n"
-                      ";high;Входной регистр;45;0;0;Да;;;Старший байт;;Нет;;;;;Константа;0\n"
-                      ";bit0;Входной регистр;46;0;0;Да;;;Бит0;;Нет;;;;;Константа;0\n"
-                      ";bit15;Входной регистр;46;0;0;Да;;;Бит15;;Нет;;;;;Константа;0\n"
-                      ";scaled;Входной регистр;47;0;0;Да;;;Цел16;AB;Линейная шкала;0;1000;0;10;Константа;0\n"
-                      ";factor;Входной регистр;48;0;0;Да;;;Цел16(знак);AB;Множитель;0.1;;;;Константа;0\n"
-                      ";segment;Выходной регистр;10;5;2;Да;Нет;Одиночная;Цел16;AB;Нет;;;;;Константа;0\n"
-                      ";i16_w;Выходной регистр;1;0;0;Да;Да;Одиночная;Цел16(знак);AB;Нет;;;;;Константа;0\n"
-                      ";f32_w;Выходной регистр;2;0;0;Да;Да;Групповая;Вещ32;AB CD;Нет;;;;;Константа;0\n"
-                      ";bit3_w;Выходной регистр;4;0;0;Да;Да;Одиночная;Бит3;;Нет;;;;;Константа;0\n"
-                      ";coil_1;Выходное состояние;1;0;0;Да;Да;Одиночная;;;;;;;;Константа;0\n"
-                      ";coil_2;Выходное состояние;2;0;0;Да;Да;Групповая;;;;;;;;Константа;0\n"
-                      ";input;Входное состояние;1;0;0;Да;;;;;;;;;;Константа;0\n"
-                      ";unread;Входной регистр;100;0;0;Нет;;;Цел16;AB;Нет;;;;;Константа;0\n";
-const std::pair<const char*, double> kPartValues[] = {{"low", 0x12},    {"high", 0xAB}, {"bit0", 0},
-                                                      {"bit15", 1},     {"scaled", 5},  {"factor", -21},
-                                                      {"segment", 777}, {"input", 1}};
+const char kParts[] =
+    ";low;Входной регистр;45;0;0;Да;;;Младший байт;;Нет;;;;;Константа;0\n"
+    ";high;Входной регистр;45;0;0;Да;;;Старший байт;;Нет;;;;;Константа;0\n"
+    ";bit0;Входной регистр;46;0;0;Да;;;Бит0;;Нет;;;;;Константа;0\n"
+    ";bit15;Входной регистр;46;0;0;Да;;;Бит15;;Нет;;;;;Константа;0\n"
+    ";scaled;Входной регистр;47;0;0;Да;;;Цел16;AB;Линейная шкала;0;1000;0;10;Константа;0\n"
+    ";factor;Входной регистр;48;0;0;Да;;;Цел16(знак);AB;Множитель;0.1;;;;Константа;0\n"
+    ";to_pm50;Входной регистр;49;0;0;Да;;;Цел16;AB;Линейная шкала;0;27648;-50;50;Константа;0\n"
+    ";to_150;Входной регистр;50;0;0;Да;;;Цел16;AB;Линейная шкала;0;27648;0;150;Константа;0\n"
+    ";tenth;Входной регистр;51;0;0;Да;;;Цел32(знак);AB CD;Множитель;0.1;;;;Константа;0\n"
+    ";x10;Входной регистр;53;0;0;Да;;;Цел16;AB;Множитель;10;;;;Константа;0\n"
+    ";scaled_w;Выходной регистр;5;0;0;Да;Да;Одиночная;Цел16;AB;Линейная шкала;0;27648;-50;50;"
+    "Константа;0\n"
+    ";half_w;Выходной регистр;6;0;0;Да;Да;Групповая;Цел16(знак);AB;Множитель;0.5;;;;Константа;0\n"
+    ";segment;Выходной регистр;10;5;2;Да;Нет;Одиночная;Цел16;AB;Нет;;;;;Константа;0\n"
+    ";i16_w;Выходной регистр;1;0;0;Да;Да;Одиночная;Цел16(знак);AB;Нет;;;;;Константа;0\n"
+    ";f32_w;Выходной регистр;2;0;0;Да;Да;Групповая;Вещ32;AB CD;Нет;;;;;Константа;0\n"
+    ";bit3_w;Выходной регистр;4;0;0;Да;Да;Одиночная;Бит3;;Нет;;;;;Константа;0\n"
+    ";coil_1;Выходное состояние;1;0;0;Да;Да;Одиночная;;;;;;;;Константа;0\n"
+    ";coil_2;Выходное состояние;2;0;0;Да;Да;Групповая;;;;;;;;Константа;0\n"
+    ";input;Входное состояние;1;0;0;Да;;;;;;;;;;Константа;0\n"
+    ";unread;Входной регистр;100;0;0;Нет;;;Цел16;AB;Нет;;;;;Константа;0\n";
+// Scaled values are Doubles, whole or not, negative ranges too.
+const std::pair<const char*, double> kPartValues[] = {{"low", 0x12},
+                                                      {"high", 0xAB},
+                                                      {"bit0", 0},
+                                                      {"bit15", 1},
+                                                      {"scaled", 5},
+                                                      {"factor", -21},
+                                                      {"segment", 777},
+                                                      {"input", 1},
+                                                      {"to_pm50", -50 + 5000 * 100 / 27648.0},
+                                                      {"to_150", 10000 * 150 / 27648.0},
+                                                      {"tenth", -12345 * double(0.1f)},
+                                                      {"x10", 100000}};
 // 0xAB12 for the bytes, 0x8000 for the bits, bit 8 that a write of bit 3 must keep.
 const char* const kPartSets[] = {"1:ir:45=u16:AB:43794", "1:ir:46=u16:AB:32768", "1:ir:47=u16:AB:500",
                                  "1:ir:48=i16:AB:-210",  "1:hr:12=u16:AB:777",   "1:hr:4=u16:AB:256",
-                                 "1:di:1=bit:1",         "2:di:1=bit:1",         "1:ir:200=u16:AB:4242"};
+                                 "1:di:1=bit:1",         "2:di:1=bit:1",         "1:ir:200=u16:AB:4242",
+                                 "1:ir:49=u16:AB:5000",  "1:ir:50=u16:AB:10000", "1:ir:51=i32:ABCD:-12345",
+                                 "1:ir:53=u16:AB:10000"};
 
 // Config rows, simulator arguments and expected values of the typed device.
 QString WholeTags(QStringList& sets, QList<std::pair<QString, double>>& expected)
@@ -141,30 +160,10 @@ class TestModbusGateway : public QObject
     GatewayProcess::Client m_client{nullptr, nullptr};
     QList<std::pair<QString, double>> m_expected;
 
-    // A tag's status and value as one read returns them: a bad status may
-    // come with the last value.
-    std::pair<UA_StatusCode, double> Get(const QString& tag)
-    {
-        const QByteArray id = tag.toUtf8();
-        UA_ReadValueId rvi{};
-        rvi.nodeId = GatewayProcess::nodeId(id);
-        rvi.attributeId = UA_ATTRIBUTEID_VALUE;
-        UA_ReadRequest request{};
-        request.nodesToRead = &rvi;
-        request.nodesToReadSize = 1;
-        UA_ReadResponse response = UA_Client_Service_read(m_client.get(), request);
-        std::pair<UA_StatusCode, double> out{UA_STATUSCODE_BAD, std::nan("")};
-        if (response.resultsSize == 1) {
-            const UA_DataValue& dv = response.results[0];
-            out.first = dv.hasStatus ? dv.status : UA_STATUSCODE_GOOD;
-            if (dv.hasValue)
-                CLiveValue::FromVariant(dv.value, out.second);
-        }
-        UA_ReadResponse_clear(&response);
-        return out;
-    }
-    UA_StatusCode Status(const QString& tag) { return Get(tag).first; }
-    double Value(const QString& tag) { return Get(tag).second; }
+    using Reading = GatewayProcess::Reading;
+    Reading Get(const QString& tag) { return GatewayProcess::read(m_client.get(), tag.toUtf8()); }
+    UA_StatusCode Status(const QString& tag) { return Get(tag).status; }
+    double Value(const QString& tag) { return Get(tag).number; }
     template <typename T> UA_StatusCode Write(const QString& tag, T value, int type)
     {
         const QByteArray id = tag.toUtf8();
@@ -177,7 +176,7 @@ private slots:
     {
         QVERIFY(m_dir.isValid());
         const int port = GatewayProcess::freePort(); // and the three above it
-        m_typed.args = QStringList{"--tcp", QString::number(port), "--units", "1,2"};
+        m_typed.args = QStringList{"--tcp", QString::number(port), "--units", "1,2", "--silent-others"};
         const QString wholeTags = WholeTags(m_typed.args, m_expected);
         m_outage.args = QStringList{"--tcp", QString::number(port + 1), "--set", "1:hr:1=u16:AB:11"};
         m_exceptions.args = QStringList{"--tcp", QString::number(port + 2), "--size", "100"};
@@ -196,19 +195,22 @@ private slots:
 
         const QString one =
             Device("Д", 1, "200;мс", ";t;Входной регистр;1;0;0;Да;;;Цел16;AB;Нет;;;;;Константа;0\n");
+        // A unit nobody answers for, beside live ones on a TCP channel and on a serial line.
+        const QString dead = ";t;Входной регистр;1;0;0;Да;;;Цел16;AB;Нет;;;;;Константа;0\n"
+                             ";w;Выходной регистр;1;0;0;Да;Да;Одиночная;Цел16;AB;Нет;;;;;Константа;0\n";
         const QString config =
             Tcp("Типы", port, 500, 3) + Device("Первый", 1, "1;ч", wholeTags + kParts) +
             Device("Второй", 2, "1;ч", ";di;Входное состояние;1;0;0;Да;;;;;;;;;;Константа;0\n") +
-            Tcp("Обрыв", port + 1, 300, 2) +
+            Device("Мёртвый", 9, "200;мс", dead) + Tcp("Обрыв", port + 1, 300, 2) +
             Device("Д", 1, "200;мс",
                    ";t;Выходной регистр;1;0;0;Да;Да;Одиночная;Цел16;AB;Нет;;;;;Константа;0\n") +
             Serial("Линия", 1) +
             Device("Д", 3, "100;мс",
                    ";f;Входной регистр;7;0;0;Да;;;Вещ32;CD AB;Нет;;;;;Константа;0\n"
                    ";c;Выходное состояние;2;0;0;Да;Да;Одиночная;;;;;;;;Константа;0\n") +
-            Tcp("Исключения", port + 2, 300, 1) + QString(one).replace(";1;0;0;Да;", ";500;0;0;Да;") +
-            Tcp("Мусор", port + 3, 300, 1) + one + Serial("Нет_порта", 7) + one +
-            Serial("Аскии", 8, "MODBUS ASCII") + one;
+            Device("Мёртвый", 4, "100;мс", dead) + Tcp("Исключения", port + 2, 300, 1) +
+            QString(one).replace(";1;0;0;Да;", ";500;0;0;Да;") + Tcp("Мусор", port + 3, 300, 1) + one +
+            Serial("Нет_порта", 7) + one + Serial("Аскии", 8, "MODBUS ASCII") + one;
         const QString path = m_dir.filePath("modbus.cfg");
         QVERIFY(CScrambler::WriteFile(path, config));
         qputenv("VELMORA_COM_PORTS", QString("1=%1,7=/nonexistent/ttyX").arg(a).toUtf8());
@@ -227,7 +229,13 @@ private slots:
             QVERIFY2(std::fabs(v - value) <= 1e-6 * std::max(1.0, std::fabs(value)),
                      qPrintable(QString("%1: %2, expected %3").arg(name).arg(v, 0, 'g', 17).arg(value)));
         }
-        QCOMPARE(Status("Типы.Первый.Г.unread"), UA_STATUSCODE_BADNOCOMMUNICATION);
+        // A transformation publishes a Double, whatever the register holds; the rest keep their types.
+        for (const char* scaled : {"scaled", "factor", "to_pm50", "to_150", "tenth", "x10"})
+            QCOMPARE(Get(QString("Типы.Первый.Г.") + scaled).type, &UA_TYPES[UA_TYPES_DOUBLE]);
+        QCOMPARE(Get("Типы.Первый.Г.w1").type, &UA_TYPES[UA_TYPES_FLOAT]);
+        QCOMPARE(Get("Типы.Первый.Г.w25").type, &UA_TYPES[UA_TYPES_UINT16]);
+        // "Чтение" "Нет": nothing to read, and a read says so.
+        QCOMPARE(Status("Типы.Первый.Г.unread"), UA_STATUSCODE_BADNOTREADABLE);
         // The period is an hour: what the simulator saw is one cycle. Input
         // registers 1-48 in one request, holding registers 1-4 and the segment
         // 10-14 in two, coils, inputs, and the second device's input.
@@ -239,6 +247,10 @@ private slots:
         QCOMPARE(GatewayProcess::call(m_client.get(), "addNode",
                                       "Типы.Первый.Г;4;added;2;200;2;0;1;0;0;0;0;0;0;0;0"),
                  UA_STATUSCODE_GOOD);
+        // One that would run past register 65535 is refused and changes nothing.
+        QCOMPARE(GatewayProcess::call(m_client.get(), "addNode",
+                                      "Типы.Первый.Г;4;edge;2;65535;1;0;1;0;0;0;0;0;0;0;0"),
+                 UA_STATUSCODE_BADOUTOFRANGE);
         QTRY_COMPARE_WITH_TIMEOUT(Value("Типы.Первый.Г.added"), 4242.0, 10000);
         QTRY_COMPARE(m_typed.requests(), 12);
         QTRY_VERIFY_WITH_TIMEOUT(m_gateway.output().contains("устройство Первый: запросов за цикл 6"), 10000);
@@ -260,6 +272,20 @@ private slots:
         QVERIFY(sim.contains("write 1 hr 2 16320 0\n"));                 // function 16, both registers
         QVERIFY(sim.contains("write 1 hr 4 264\n"));                     // bit 3 set, bit 8 kept
         QVERIFY(sim.contains("write 1 co 1 1\n"));
+        // Any number may be written: back through the scale, rounded to the register's type;
+        // the tag then shows what the register holds. A result the type cannot hold is refused.
+        QCOMPARE(Write<UA_Double>(g + "scaled_w", 12.34, UA_TYPES_DOUBLE), UA_STATUSCODE_GOOD);
+        QCOMPARE(Value(g + "scaled_w"), -50 + 17236 * 100 / 27648.0);
+        QCOMPARE(Write<UA_Float>(g + "half_w", 3.7f, UA_TYPES_FLOAT), UA_STATUSCODE_GOOD);
+        QCOMPARE(Write<UA_Int32>(g + "i16_w", -5, UA_TYPES_INT32), UA_STATUSCODE_GOOD);
+        QCOMPARE(Write<UA_Double>(g + "i16_w", 2.6, UA_TYPES_DOUBLE), UA_STATUSCODE_GOOD);
+        QCOMPARE(Write<UA_Double>(g + "scaled_w", 200, UA_TYPES_DOUBLE), UA_STATUSCODE_BADOUTOFRANGE);
+        QTRY_VERIFY(m_typed.read().contains("write 1 hr 1 3\n"));
+        for (const char* line : {"write 1 hr 5 17236\n", "write 1 hr 6 7\n", "write 1 hr 1 65531\n"})
+            QVERIFY2(sim.contains(line), line);
+        QVERIFY(
+            m_gateway.output().contains("Канал Типы, устройство Первый, тег Типы.Первый.Г.scaled_w: запись "
+                                        "отклонена: 69120 вне диапазона типа «Цел16» (0…65535)"));
         // Inputs, and outputs with writing off, stay read-only.
         QVERIFY(Write<UA_Boolean>(g + "input", true, UA_TYPES_BOOLEAN) != UA_STATUSCODE_GOOD);
         QVERIFY(Write<UA_UInt16>(g + "segment", 1, UA_TYPES_UINT16) != UA_STATUSCODE_GOOD);
@@ -271,10 +297,44 @@ private slots:
         QTRY_VERIFY(m_rtu.read().contains("write 3 co 2 0\n"));
     }
 
+    // A unit that never answers is asked once per demotion period: its tags stay bad, a write to
+    // it fails at once, and the live units on its line go on (at their rates: bench_modbus).
+    void deadUnitsHarmNoOther()
+    {
+        for (const auto& [channel, unit] : {std::pair<QString, int>{"Типы", 9}, {"Линия", 4}}) {
+            QTRY_COMPARE_WITH_TIMEOUT(Status(channel + ".Мёртвый.Г.t"), UA_STATUSCODE_BADTIMEOUT, 15000);
+            QTRY_VERIFY_WITH_TIMEOUT(
+                m_gateway.output().contains(
+                    QString("Канал %1, устройство Мёртвый (адрес %2) не отвечает: спрашивается "
+                            "раз в 1 с, затем всё реже, до раза в 30 с")
+                        .arg(channel)
+                        .arg(unit)),
+                10000);
+            QCOMPARE(Write<UA_UInt16>(channel + ".Мёртвый.Г.w", 1, UA_TYPES_UINT16),
+                     UA_STATUSCODE_BADTIMEOUT);
+        }
+        const Reading live = Get("Линия.Д.Г.f");
+        QCOMPARE(live.status, UA_STATUSCODE_GOOD);
+        QTRY_VERIFY_WITH_TIMEOUT(Get("Линия.Д.Г.f").source > live.source, 5000);
+    }
+
     void outageTurnsTagsBadAndBack()
     {
         const QString tag = "Обрыв.Д.Г.t";
         QTRY_COMPARE_WITH_TIMEOUT(Value(tag), 11.0, 15000);
+
+        // A stopped exchange holds the value with its time as the last usable one until a start.
+        QCOMPARE(GatewayProcess::call(m_client.get(), "stopExchange", "emul"), UA_STATUSCODE_GOOD);
+        QTRY_COMPARE(Status(tag), UA_STATUSCODE_UNCERTAINLASTUSABLEVALUE);
+        const Reading held = Get(tag);
+        for (int i = 0; i < 3; ++i, QTest::qWait(200)) {
+            const Reading now = Get(tag);
+            QVERIFY(now.status == held.status && now.number == 11.0 && now.source == held.source);
+        }
+        QCOMPARE(GatewayProcess::call(m_client.get(), "startExchange", "emul"), UA_STATUSCODE_GOOD);
+        QTRY_COMPARE(Status(tag), UA_STATUSCODE_GOOD);
+        QVERIFY(Get(tag).source > held.source);
+
         // A device that stops answering: timeout 300 ms × 2 attempts + a 200 ms period.
         QElapsedTimer t;
         t.start();
@@ -300,10 +360,13 @@ private slots:
         QTRY_COMPARE_WITH_TIMEOUT(Status("Нет_порта.Д.Г.t"), UA_STATUSCODE_BADNOCOMMUNICATION, 10000);
         QCOMPARE(Status("Аскии.Д.Г.t"), UA_STATUSCODE_BADNOCOMMUNICATION);
         const QString out = m_gateway.output();
-        QVERIFY2(out.contains("Канал Исключения, устройство Д, входные регистры 499+1: Illegal data address"),
-                 qPrintable(out));
-        QVERIFY(out.contains("Канал Мусор, устройство Д, входные регистры 0+1: "));
-        QVERIFY(out.contains("Канал Нет_порта: нет связи с /nonexistent/ttyX: No such file or directory"));
+        // Addresses as the configuration counts them, with the tags they hold; reasons in Russian.
+        QVERIFY2(
+            out.contains("Канал Исключения, устройство Д, входные регистры 500–500 (тег Исключения.Д.Г.t): "
+                         "недопустимый адрес данных (исключение 2)"),
+            qPrintable(out));
+        QVERIFY(out.contains("Канал Мусор, устройство Д, входные регистры 1–1 (тег Мусор.Д.Г.t): "));
+        QVERIFY(out.contains("Канал Нет_порта: нет связи с /nonexistent/ttyX: нет такого устройства"));
         QVERIFY(out.contains("Канал Аскии не опрашивается: протокол MODBUS ASCII не поддерживается"));
         // Still running; shutdown ends every channel thread and exits cleanly.
         QCOMPARE(m_gateway.stop(10000), 0);

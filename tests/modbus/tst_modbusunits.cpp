@@ -33,16 +33,18 @@ private slots:
         const auto check = [](const char* what, const Items& items, CPlanLimits limits, int requests) {
             const std::vector<CPlannedRequest> plan = CRequestPlanner::Plan(items, limits);
             QVERIFY2(int(plan.size()) == requests, what);
-            std::vector<int> covered(items.size(), 0);
+            std::vector<int> covered(items.size(), 0), pieces(items.size(), 0);
             for (const CPlannedRequest& r : plan) {
-                QVERIFY(r.count >= 1 &&
-                        r.count <= std::min(r.table < 2 ? limits.maxBits : limits.maxRegisters,
-                                            CRequestPlanner::ProtocolLimit(r.table)));
+                const int limit = std::min(r.table < 2 ? limits.maxBits : limits.maxRegisters,
+                                           CRequestPlanner::ProtocolLimit(r.table));
+                QVERIFY(r.count >= 1 && r.count <= limit);
                 for (int i : r.items) {
                     const CPlanItem& item = items[i];
                     QCOMPARE(r.table, item.table);
                     covered[i] += std::min<long>(item.start + item.count, r.start + r.count) -
                                   std::max(item.start, r.start);
+                    pieces[i] += 1;
+                    QVERIFY2(item.count > limit || pieces[i] == 1, what);
                 }
             }
             for (std::size_t i = 0; i < items.size(); ++i)
@@ -63,6 +65,14 @@ private slots:
               2);
         check("a 64-bit value larger than the limit is read in pieces", Items{{3, 0, 4}, {3, 4, 1}},
               CPlanLimits{2, 2000, 0}, 3);
+        // Pieces share requests with their neighbours: 12 registers in 4 requests of 3.
+        Items wide = Run(3, 0, 4, 1, 1);
+        wide.push_back({3, 4, 4});
+        for (const CPlanItem& item : Run(3, 8, 4, 1, 1))
+            wide.push_back(item);
+        check("a value larger than a request fills requests to the brim", wide, CPlanLimits{3, 2000, 0}, 4);
+        check("a bit inside a segment read in pieces", Items{{3, 0, 10}, {3, 4, 1}, {3, 2, 2}, {3, 10, 1}},
+              CPlanLimits{3, 2000, 0}, 5);
         check("the end of the table", Items{{3, 65534, 4}}, full, 1);
         check("unsorted input", Items{{3, 9, 1}, {3, 200, 1}, {3, 0, 1}, {3, 5, 4}},
               CPlanLimits{125, 2000, 4}, 2);

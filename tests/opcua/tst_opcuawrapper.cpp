@@ -1,4 +1,14 @@
+#include "app/mainwindow.h"
+#include "config/csvimporter.h"
+#include "dialogs/channelsetupdialog.h"
+#include "dialogs/devicesetupdialog.h"
 #include "dialogs/dialogchoosecertificate.h"
+#include "dialogs/groupsetupdialog.h"
+#include "dialogs/tagsetupdialog.h"
+#include "model/cchannelinfo.h"
+#include "model/dataginfo.h"
+#include "model/deviceinfo.h"
+#include "model/groupinfo.h"
 #include "opcua/opcuawrapper.h"
 #include "tests/common/capturedlog.h"
 #include "tests/common/modalwatcher.h"
@@ -105,6 +115,35 @@ struct TypedServer
     std::thread loop;
 };
 
+// Widget values by object name: a line edit takes the text, a spin box the number, a combo box the index.
+using Form = QList<std::pair<const char*, QVariant>>;
+
+// Runs a setup dialog of the program as the user would: the form filled from the node, `form`
+// changing widgets in its order, OK. Returns the list the dialog hands on to be sent.
+template <typename Dialog, typename Signal, typename... Node>
+QList<QString> accepted(Signal signal, const Form& form, Node... node)
+{
+    QList<QString> list;
+    Dialog dialog(node...);
+    dialog.Init();
+    QObject::connect(&dialog, signal, [&list](QList<QString> info, bool) { list = info; });
+    for (const auto& [name, value] : form) {
+        if (auto* edit = dialog.template findChild<QLineEdit*>(name))
+            edit->setText(value.toString());
+        else if (auto* spin = dialog.template findChild<QSpinBox*>(name))
+            spin->setValue(value.toInt());
+        else
+            requireChild<QComboBox>(&dialog, name)->setCurrentIndex(value.toInt());
+    }
+    dialog.accept();
+    return list;
+}
+
+QList<QString> acceptedTag(CDATagInfo* tag, bool edit, const Form& form = {})
+{
+    return accepted<TagSetupDialog>(&TagSetupDialog::signalInfoTag, form, tag, edit);
+}
+
 } // namespace
 
 // The client wrapper against the gateway on a free port: discovery, browsing,
@@ -128,6 +167,7 @@ private slots:
 
     void unreachableServerAndStaleClient();
     void browseAndEditsReachTheGateway();
+    void everyListBuildsTheItemOfTheFile();
     void refusedAnonymousAndPlainPassword();
     void encryptedConnections();
     void subscriptions();
@@ -229,6 +269,185 @@ void TstOpcuaWrapper::browseAndEditsReachTheGateway()
     QVERIFY(!wrapper.callMethodStartStopExchange());
     QVERIFY(wrapper.exchangeRunning);
     QTRY_VERIFY_WITH_TIMEOUT(gateway.output().contains("Сессия закрыта"), 10000);
+}
+
+// Every list the program's own dialogs and tag commands build goes through the wrapper to the gateway,
+// which takes it and builds the item the configuration file would hold: the gateway's item, written as
+// a row of the file, is the program's item written so. What the file refuses, the gateway refuses too.
+void TstOpcuaWrapper::everyListBuildsTheItemOfTheFile()
+{
+    GatewayProcess::Options options(kConfig);
+    options.logLevel = "debug";
+    GatewayProcess gateway;
+    QVERIFY2(gateway.start(options), qPrintable(gateway.output()));
+    OPCUAWrapper wrapper;
+    QCOMPARE(wrapper.findServers(gateway.url()), 0);
+    QCOMPARE(wrapper.connectToServer(gateway.url(), kNone, true, 0, "", ""), 0);
+
+    // The call is taken and the gateway's item is written as the program's is (looked at in the end).
+    QStringList failed, expected;
+    const auto builds = [&](bool edit, const QList<QString>& list, const QString& fullName, CItem* item) {
+        QCoreApplication::processEvents(); // takes the gateway's lines, so that its pipe never fills
+        if (!(edit ? wrapper.callEditNode(list) : wrapper.callAddNode(list)))
+            failed << "refused: " + list.join(';').replace(QChar(0), "\\0");
+        expected << QString(edit ? "Изменён " : "Добавлен ") + fullName + ": " +
+                        QString::fromStdString(CCsvLoader::RowOf(item)) + "\n";
+    };
+    const auto refused = [&](const QList<QString>& list) {
+        if (wrapper.callAddNode(list))
+            failed << "taken: " + list.join(';');
+    };
+
+    // A serial and a TCP channel, a device whose address is ";" itself, a group; then edits of each.
+    CTreeItemRoot root;
+    CChannelInfo serial, tcp;
+    CDeviceInfo device;
+    CGroupInfo group;
+    for (CChannelInfo* channel : {&serial, &tcp}) {
+        channel->SetParent(&root);
+        channel->Init();
+    }
+    device.SetParent(&tcp);
+    group.SetParent(&device);
+    const auto channel = [](CChannelInfo* node, const Form& form) {
+        return accepted<ChannelSetupDialog>(&ChannelSetupDialog::signalInfoChannel, form, node);
+    };
+    const auto deviceForm = [](int address) -> Form {
+        return {{"nameEdit", "Прибор"},
+                {"addressBox", address},
+                {"emulationBox", 1},
+                {"maxDiscretsBox", 2000},
+                {"maxFragmentationBox", 3}};
+    };
+    const auto deviceList = [&device](const Form& form) {
+        return accepted<DeviceSetupDialog>(&DeviceSetupDialog::signalInfoDevice, form, &device);
+    };
+    const auto groupList = [&group](const Form& form) {
+        return accepted<GroupSetupDialog>(&GroupSetupDialog::signalInfoGroup, form, &group);
+    };
+    const QList<QString> channels = {"Каналы", "1"};
+    builds(false, channels + channel(&serial, {{"nameEdit", "Линия"}, {"comNoBox", 7}, {"rtsControlBox", 3}}),
+           "Линия", &serial);
+    // The channel type fills the form anew, so it goes first.
+    builds(false,
+           channels +
+               channel(&tcp,
+                       {{"typeBox", 1}, {"nameEdit", "Стенд"}, {"ipEdit", "10.1.2.3"}, {"tcpPortBox", 1502}}),
+           "Стенд", &tcp);
+    builds(true, QList<QString>{"Стенд", "1"} + channel(&tcp, {{"timeOutBox", 750}}), "Стенд", &tcp);
+    builds(false, QList<QString>{"Стенд", "2"} + deviceList(deviceForm(';')), "Стенд.Прибор", &device);
+    builds(true, QList<QString>{"Стенд.Прибор", "2"} + deviceList(deviceForm(65)), "Стенд.Прибор", &device);
+    builds(false, QList<QString>{"Стенд.Прибор", "3"} + groupList({{"nameEdit", "Г"}}), "Стенд.Прибор.Г",
+           &group);
+    builds(true,
+           QList<QString>{"Стенд.Прибор.Г", "3"} + groupList({{"updateRateBox", 2}, {"mu_UpdateRateBox", 1}}),
+           "Стенд.Прибор.Г", &group);
+
+    // Tags of every register type and all 25 value types, each a tag of the dialog (which
+    // has 23 of them) and one the adding worker made after it, in decimal, with byte orders,
+    // transformations and emulations in turn.
+    const QString g = "Стенд.Прибор.Г";
+    std::vector<std::unique_ptr<CDATagInfo>> tags;
+    int address = 1;
+    for (int reg = 0; reg < 4; ++reg) {
+        for (int val = 0; val <= 24; ++val, address += 8) {
+            auto model = std::make_unique<CDATagInfo>();
+            model->SetParent(&group);
+            model->SetName(QString("д%1_%2").arg(reg).arg(val).toStdString());
+            model->RegType = en_ModbusRegType(reg);
+            model->Addr = uint16_t(address);
+            model->ValType = en_ModbusValType(val);
+            // Order 0 would end the dialog's list behind the value type: one edit below shows that.
+            model->ByteOrder = uint8_t(1 + val % 3);
+            model->bRead = val % 5 != 0;
+            model->bWrite = val % 2;
+            model->bWriteGroup = val % 3;
+            model->RegsInSegment = val % 7 == 0 ? 5 : 0;
+            model->SegmentPos = val % 7 == 0 ? 2 : 0;
+            model->TransformType = en_TransformType(reg >= 2 && val <= MVT_HighByte ? val % 3 : 0);
+            model->Transform = CDATagInfo::New_Transform(model->TransformType, nullptr);
+            model->EmulType = en_EmulType(val % 3);
+            delete model->Emul;
+            model->Emul = CDATagInfo::New_Emul(model->EmulType, nullptr);
+            if (val <= 22) {
+                CDATagInfo* tag = model.get();
+                builds(false, QList<QString>{g, "4"} + acceptedTag(tag, false),
+                       g + "." + model->GetName().c_str(), tag);
+            }
+            auto next = std::make_unique<CDATagInfo>(model.get());
+            next->SetParent(&group);
+            next->SetName(QString("р%1_%2").arg(reg).arg(val).toStdString());
+            next->MakeNextSettings();
+            if (val == 24)
+                refused(
+                    MainWindow::nextTagInfo(g, next.get())); // no text: neither the file nor a command has it
+            else
+                builds(false, MainWindow::nextTagInfo(g, next.get()), g + "." + next->GetName().c_str(),
+                       next.get());
+            tags.push_back(std::move(model));
+            tags.push_back(std::move(next));
+        }
+    }
+
+    // Edits in the dialog: a byte order 0 cuts the list behind the value type (nothing behind it
+    // changes here), a bit keeps its 255, a transformation starts from its defaults: the scale's
+    // limits never travel, so they are typed in here as they are.
+    CDATagInfo* edited = tags[2 * (25 * 3 + 2)].get(); // a holding register "Цел16"
+    const QString renamed = g + ".Изменённый", before = g + "." + edited->GetName().c_str();
+    builds(true,
+           QList<QString>{before, "4"} +
+               acceptedTag(edited, true,
+                           {{"nameEdit", "Изменённый"}, {"valTypeBox", MVT_Real64}, {"byteOrderBox", 0}}),
+           renamed, edited);
+    builds(true,
+           QList<QString>{renamed, "4"} + acceptedTag(edited, true,
+                                                      {{"byteOrderBox", 3},
+                                                       {"readBox", 0},
+                                                       {"transformTypeBox", TT_LineScale},
+                                                       {"srcMaxEdit", "1000"},
+                                                       {"dstMaxEdit", "1000"}}),
+           renamed, edited);
+    CDATagInfo* bit = tags[2 * (25 * 3 + 12)].get();
+    const QString bitName = g + "." + bit->GetName().c_str();
+    builds(true, QList<QString>{bitName, "4"} + acceptedTag(bit, true, {{"valTypeBox", 20}}), bitName, bit);
+
+    // A cancelled add leaves its two entries in front of the next list; a paste sends the path alone,
+    // and the gateway makes a new tag of that name at the first register.
+    auto late = std::make_unique<CDATagInfo>();
+    late->SetName("Поздний");
+    late->Addr = 3000;
+    builds(false, QList<QString>{g, "4", g, "4"} + acceptedTag(late.get(), false), g + ".Поздний",
+           late.get());
+    auto pasted = std::make_unique<CDATagInfo>(late.get());
+    pasted->SetParent(&group);
+    pasted->SetName("Копия");
+    CDATagInfo fresh;
+    fresh.SetName("Копия");
+    fresh.Addr = 1;
+    builds(false, MainWindow::pastedTagInfo(pasted.get()), g + ".Копия", &fresh);
+
+    // What the file refuses: a register segment the dialog allows past 123, registers past
+    // 65535, a series of states that wrapped to address 0.
+    auto wide = std::make_unique<CDATagInfo>();
+    wide->SetName("Широкий");
+    wide->Addr = 10;
+    refused(QList<QString>{g, "4"} + acceptedTag(wide.get(), false, {{"regsInSegmentBox", 124}}));
+    wide->Addr = 65535;
+    wide->ValType = MVT_Real64;
+    wide->RegsInSegment = 0;
+    refused(MainWindow::nextTagInfo(g, wide.get()));
+    CDATagInfo wrapped;
+    wrapped.RegType = MRT_Coil;
+    wrapped.Addr = 65535;
+    wrapped.MakeNextSettings();
+    refused(MainWindow::nextTagInfo(g, &wrapped));
+
+    QTRY_VERIFY_WITH_TIMEOUT(gateway.output().contains(expected.last()), 10000);
+    const QString printed = gateway.output();
+    for (const QString& line : expected)
+        if (!printed.contains(line))
+            failed << "built otherwise: " + line;
+    QVERIFY2(failed.isEmpty(), qPrintable(failed.join('\n')));
 }
 
 void TstOpcuaWrapper::refusedAnonymousAndPlainPassword()

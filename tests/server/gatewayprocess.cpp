@@ -1,5 +1,7 @@
 #include "gatewayprocess.h"
 
+#include "server/modbus/livevalue.h"
+
 #include <open62541/client_config_default.h>
 #include <open62541/client_highlevel.h>
 #include <open62541/plugin/log_stdout.h>
@@ -7,6 +9,7 @@
 #include <QElapsedTimer>
 #include <QTcpServer>
 
+#include <cmath>
 #include <csignal>
 #include <sys/prctl.h>
 
@@ -69,6 +72,30 @@ GatewayProcess::Client GatewayProcess::connect(const QString& url)
     if (c && UA_Client_connect(c.get(), url.toUtf8().constData()) != UA_STATUSCODE_GOOD)
         c.reset();
     return c;
+}
+
+GatewayProcess::Reading GatewayProcess::read(UA_Client* client, const QByteArray& utf8Id)
+{
+    UA_ReadValueId rvi{};
+    rvi.nodeId = nodeId(utf8Id);
+    rvi.attributeId = UA_ATTRIBUTEID_VALUE;
+    UA_ReadRequest request{};
+    request.nodesToRead = &rvi;
+    request.nodesToReadSize = 1;
+    request.timestampsToReturn = UA_TIMESTAMPSTORETURN_SOURCE;
+    UA_ReadResponse response = UA_Client_Service_read(client, request);
+    Reading out;
+    out.number = std::nan("");
+    if (response.resultsSize == 1) {
+        const UA_DataValue& dv = response.results[0];
+        out.status = dv.hasStatus ? dv.status : UA_STATUSCODE_GOOD;
+        out.type = dv.value.type;
+        out.source = dv.sourceTimestamp;
+        if (dv.hasValue)
+            CLiveValue::FromVariant(dv.value, out.number);
+    }
+    UA_ReadResponse_clear(&response);
+    return out;
 }
 
 UA_StatusCode GatewayProcess::call(UA_Client* client, const char* method, const QByteArray& argument)

@@ -60,6 +60,15 @@ public:
     }
     // Calls a method of the "Каналы" object with its one string argument.
     static UA_StatusCode call(UA_Client* client, const char* method, const QByteArray& argument);
+    // A node's value as one read returns it: a bad status may come with the last value.
+    struct Reading
+    {
+        UA_StatusCode status = UA_STATUSCODE_BAD;
+        const UA_DataType* type = nullptr;
+        double number = 0;
+        UA_DateTime source = 0;
+    };
+    static Reading read(UA_Client* client, const QByteArray& utf8Id);
 
 private:
     QProcess m_process;

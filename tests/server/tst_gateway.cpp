@@ -1,7 +1,6 @@
 #include "gatewayprocess.h"
 
 #include "config/scrambler.h"
-#include "server/modbus/livevalue.h"
 #include "tests/common/testfiles.h"
 
 #include <open62541/client_highlevel.h>
@@ -26,6 +25,9 @@ const char kValuesConfig[] =
     ";Rand;Входной регистр;3;0;0;Да;;;Вещ64;AB CD EF GH;Нет;;;;;Случайное число\n"
     ";Sine;Входной регистр;7;0;0;Да;;;Цел16(знак);AB;Линейная шкала;-1;1;-100;100;Синусоида;2\n"
     ";Bit;Входное состояние;9;0;0;Да;;;;;;;;;;Константа;1\n"
+    ";Sine32;Входной регистр;11;0;0;Да;;;Вещ32;AB CD;Нет;;;;;Синусоида;1\n"
+    ";SineX10;Входной регистр;13;0;0;Да;;;Цел16;AB;Множитель;10;;;;Синусоида;1\n"
+    ";Hidden;Выходной регистр;14;0;0;Нет;Да;Одиночная;Цел16;AB;Нет;;;;;Константа;7\n"
     "USERS\n\n[users]\nusers = оператор;секрет;guest;1;";
 
 QString Text(const UA_String& s)
@@ -48,21 +50,11 @@ QStringList BrowseAll(UA_Client* c, const QString& id = "Каналы")
     return found;
 }
 
-struct Value
-{
-    UA_StatusCode status;
-    const UA_DataType* type;
-    double number;
-};
+using Value = GatewayProcess::Reading;
 
-Value Read(UA_Client* c, const QByteArray& id)
+GatewayProcess::Reading Read(UA_Client* c, const QByteArray& id)
 {
-    UA_Variant var;
-    UA_Variant_init(&var);
-    Value v{UA_Client_readValueAttribute(c, GatewayProcess::nodeId(id), &var), var.type, std::nan("")};
-    CLiveValue::FromVariant(var, v.number);
-    UA_Variant_clear(&var);
-    return v;
+    return GatewayProcess::read(c, id);
 }
 
 } // namespace
@@ -100,36 +92,52 @@ private slots:
             QVERIFY2(!p.readAllStandardError().isEmpty(), qPrintable(bad.join(' ')));
         }
 
-        // A file that does not load is refused with its row and reason; so is
-        // a start that nobody could log in to.
+        // A file that does not load is refused with its row (counted from 1), the field, what it
+        // holds and why; so are values past the end of their table, and a start that nobody could
+        // log in to. None of these is started again by the service.
         const auto file = [this](const char* name, const QByteArray& bytes) {
             return writeFile(m_dir.filePath(name), bytes);
         };
+        const auto changed = [&file](const char* name, const char* from, const char* to) {
+            return file(name, CScrambler::Encode(QString::fromUtf8(kValuesConfig).replace(from, to)));
+        };
         const QByteArray good = CScrambler::Encode(QString::fromUtf8(kValuesConfig));
         const std::pair<QString, const char*> bad[] = {
-            {m_dir.filePath("absent.cfg"), "cannot read"},
-            {file("empty.cfg", ""), "does not load: файл пуст"},
+            {m_dir.filePath("absent.cfg"), "не удалось прочитать"},
+            {file("empty.cfg", ""), "не загружается: файл пуст"},
             {file("binary.cfg", QByteArray("\x00\x01\xfe\xff;;\n", 7).repeated(50)),
-             "Строка 0: неизвестная строка"},
+             "Строка 1: неизвестная строка"},
             {file("cut.cfg", good.left(good.indexOf(CScrambler::Encode("Rand")) + 20)),
-             "Строка 8: несоответствие"},
-            {file("plain.cfg", kValuesConfig), "Строка 0: неизвестная строка"},
+             "Строка 9: несоответствие"},
+            {file("plain.cfg", kValuesConfig), "Строка 1: неизвестная строка"},
             {file("wide.cfg", CScrambler::Encode(QString(";").repeated(100000))),
-             "Строка 0: полей больше 18"}};
+             "Строка 1: полей больше 18"},
+            {changed("r64.cfg", ";Rand;Входной регистр;3;", ";Rand;Входной регистр;65535;"),
+             "Строка 9: тег Линия.Эмулятор.Быстрая.Rand: регистры 65535–65538 выходят за адрес 65535"},
+            {changed("segment.cfg", ";Sine;Входной регистр;7;0;", ";Sine;Входной регистр;65530;10;"),
+             "Строка 10: тег Линия.Эмулятор.Быстрая.Sine: регистры 65530–65539 выходят за адрес 65535"},
+            {changed("address.cfg", ";Bit;Входное состояние;9;", ";Bit;Входное состояние;70000;"),
+             "Строка 11: поле 3 «Адрес» = «70000»: от 1 до 65535"},
+            {changed("rate.cfg", ";Быстрая;50;мс", ";Быстрая;25;ч"),
+             "Строка 6: поле 2 «Период опроса» = «25»: в «мс» до 86400000, в «с» до 86400"},
+            {changed("twice.cfg", ";Bit;", ";Const;"),
+             "Строка 11: поле 1 «Имя» = «Const»: такое имя уже есть"}};
         for (const auto& [path, reason] : bad) {
-            QCOMPARE(run({path, "4840", "info", "true", "", "", ""}), 1);
-            QVERIFY2(QString::fromUtf8(p.readAllStandardError()).contains(reason), reason);
+            QCOMPARE(run({path, "4840", "info", "true", "", "", ""}), 2);
+            const QString told = QString::fromUtf8(p.readAllStandardError());
+            QVERIFY2(told.contains(QString::fromUtf8(reason)), qPrintable(told));
         }
         QCOMPARE(run({QStringLiteral(VELMORA_TEST_DATA "/worked_example.cfg"), "4840", "info", "false", "",
                       "", ""}),
-                 1);
-        QVERIFY(p.readAllStandardError().contains("anonymous access is off and nobody can log in"));
+                 2);
+        QVERIFY(QString::fromUtf8(p.readAllStandardError())
+                    .contains("анонимный доступ запрещён, а войти некому"));
 
         GatewayProcess gw;
         QVERIFY2(gw.start({m_values}), qPrintable(gw.output()));
         // A taken port is an error, not a server that silently never listens.
         QCOMPARE(run(args(QString::number(gw.port()), "info")), 1);
-        QVERIFY(p.readAllStandardError().contains("in use"));
+        QVERIFY(QString::fromUtf8(p.readAllStandardError()).contains("занят"));
         QCOMPARE(gw.stop(), 0); // SIGTERM ends it cleanly
         QTRY_VERIFY_WITH_TIMEOUT(gw.output().contains("Конечная точка"), 10000);
         QVERIFY2(!gw.output().contains("[warning]"), qPrintable(gw.output()));
@@ -156,10 +164,11 @@ private slots:
         for (const char* arg :
              {"Каналы;1;Новый;1;500;3;0;2;167815360;502;5000", "Новый;2;Прибор;\x07;1;1;};\xdf\x90;\x03",
               "Новый.Прибор;3;Группа;1;1", "Новый.Прибор.Группа;4;Т1;3;40;5;0;1;1;0;2;0;0;0;0;0",
-              "Новый.Прибор.Группа;4"})
+              "Новый.Прибор.Группа;4", "Новый.Прибор.Группа.Копия;4"})
             QVERIFY2(GatewayProcess::call(cl, "addNode", arg) == UA_STATUSCODE_GOOD, arg);
         found = BrowseAll(cl);
-        QVERIFY(found.contains("Новый.Прибор.Группа.Т1") && found.contains("Новый.Прибор.Группа.Tag_0"));
+        QVERIFY(found.contains("Новый.Прибор.Группа.Т1") && found.contains("Новый.Прибор.Группа.Tag_0") &&
+                found.contains("Новый.Прибор.Группа.Копия"));
         QCOMPARE(Read(cl, "Новый.Прибор.Группа.Т1").number, 0.0); // emulated constant 0
         QCOMPARE(Read(cl, "Новый.Прибор.Группа.Т1").type, &UA_TYPES[UA_TYPES_INT32]);
 
@@ -174,10 +183,23 @@ private slots:
             // Found under its old name: the refused rename left the gateway's tree alone.
             {"editNode", "Channel_0;2;Dev", UA_STATUSCODE_BADINVALIDARGUMENT},
             {"deleteNode", "Channel_0.Нет", UA_STATUSCODE_BADNODEIDUNKNOWN},
-            {"deleteNode", "Каналы", UA_STATUSCODE_BADINVALIDARGUMENT}};
+            {"deleteNode", "Каналы", UA_STATUSCODE_BADINVALIDARGUMENT},
+            // Registers past 65535, or more than one request holds: neither the new tag nor the edit.
+            {"addNode", "Новый.Прибор.Группа;4;Т2;3;65535;1;0;1;1;0;0;0;0;0;0;0",
+             UA_STATUSCODE_BADOUTOFRANGE},
+            {"editNode", "Новый.Прибор.Группа.Т1;4;Т1;2;65530;5;0;1;1;0;10;0;0;0;0;0",
+             UA_STATUSCODE_BADOUTOFRANGE},
+            {"editNode", "Новый.Прибор.Группа.Т1;4;Т1;2;1;1;0;1;1;0;123;123;0;0;0;0",
+             UA_STATUSCODE_BADOUTOFRANGE},
+            {"addNode", "Новый.Прибор.Группа.Т1;4", UA_STATUSCODE_BADNODEIDEXISTS}};
         for (const auto& [method, argument, expected] : refused)
             QVERIFY2(GatewayProcess::call(cl, method, argument) == expected, argument);
         QCOMPARE(BrowseAll(cl), found);
+        QCOMPARE(Read(cl, "Новый.Прибор.Группа.Т1").type, &UA_TYPES[UA_TYPES_INT32]);
+        QTRY_VERIFY(gw.output().contains(
+            "Тег Новый.Прибор.Группа.Т2 не принят: регистры 65535–65538 выходят за адрес 65535"));
+        QVERIFY(gw.output().contains("Тег Новый.Прибор.Группа.Т1 не принят: регистры 1–127 (127) не читаются "
+                                     "одним запросом: протокол позволяет 125"));
 
         // A rename moves the whole subtree to new ids; renaming to itself is fine.
         QCOMPARE(GatewayProcess::call(cl, "editNode", "Новый.Прибор.Группа;3;Group_0;1;1"),
@@ -217,26 +239,55 @@ private slots:
         UA_Client* cl = c.get();
         const QByteArray g = "Линия.Эмулятор.Быстрая.";
 
+        // A transformation publishes a Double; without one a value keeps its type.
         QCOMPARE(Read(cl, g + "Const").number, 3.0); // 1.5 times the factor 2
+        QCOMPARE(Read(cl, g + "Const").type, &UA_TYPES[UA_TYPES_DOUBLE]);
         QCOMPARE(Read(cl, g + "Bit").type, &UA_TYPES[UA_TYPES_BOOLEAN]);
 
-        // A random double (its moves show below) and a sine scaled from -1..1 to -100..100.
-        QCOMPARE(Read(cl, g + "Rand").type, &UA_TYPES[UA_TYPES_DOUBLE]);
-        QCOMPARE(Read(cl, g + "Sine").type, &UA_TYPES[UA_TYPES_INT16]);
-        // Sampled until four distinct values: a loaded machine may read twice within one step,
-        // or at two points mirrored about a peak.
-        QSet<double> sines;
-        QTRY_VERIFY_WITH_TIMEOUT((sines << Read(cl, g + "Sine").number, sines.size() >= 4), 10000);
-        QVERIFY(*std::min_element(sines.begin(), sines.end()) >= -100 &&
-                *std::max_element(sines.begin(), sines.end()) <= 100);
+        // Each emulation spans what the tag dialog promises, through the transformation: the
+        // random number 0 to 1, the sine -1 to 1, a line scale's raw range onto its scaled one,
+        // a factor times the sine. Sampled until both halves of the range were seen.
+        const std::tuple<const char*, const UA_DataType*, double, double> spans[] = {
+            {"Rand", &UA_TYPES[UA_TYPES_DOUBLE], 0, 1},
+            {"Sine", &UA_TYPES[UA_TYPES_DOUBLE], -100, 100},
+            {"Sine32", &UA_TYPES[UA_TYPES_FLOAT], -1, 1},
+            {"SineX10", &UA_TYPES[UA_TYPES_DOUBLE], -10, 10}};
+        for (const auto& [name, type, lo, hi] : spans) {
+            QCOMPARE(Read(cl, g + name).type, type);
+            double low = hi, high = lo;
+            bool inside = true;
+            const double middle = (lo + hi) / 2, quarter = (hi - lo) / 4;
+            QTRY_VERIFY_WITH_TIMEOUT((
+                                         [&] {
+                                             const double v = Read(cl, g + name).number;
+                                             inside = inside && v >= lo && v <= hi;
+                                             low = std::min(low, v), high = std::max(high, v);
+                                         }(),
+                                         !inside || (low < middle - quarter && high > middle + quarter)),
+                                     10000);
+            QVERIFY2(inside, name);
+        }
 
-        // Stopped exchange freezes every value; starting lets them move again.
+        // "Чтение" "Нет": the access level has no read, and a read says so.
+        UA_Byte access = 0xFF;
+        QCOMPARE(UA_Client_readAccessLevelAttribute(cl, GatewayProcess::nodeId(g + "Hidden"), &access),
+                 UA_STATUSCODE_GOOD);
+        QCOMPARE(access & UA_ACCESSLEVELMASK_READ, 0);
+        QCOMPARE(Read(cl, g + "Hidden").status, UA_STATUSCODE_BADNOTREADABLE);
+
+        // A stopped exchange holds every value with its source time as the last usable one;
+        // starting it lets them move again, good.
         QCOMPARE(GatewayProcess::call(cl, "stopExchange", "emul"), UA_STATUSCODE_GOOD);
-        const double frozen = Read(cl, g + "Rand").number;
-        for (int i = 0; i < 3; ++i, QTest::qWait(60))
-            QCOMPARE(Read(cl, g + "Rand").number, frozen);
+        const Value frozen = Read(cl, g + "Rand");
+        QCOMPARE(frozen.status, UA_STATUSCODE_UNCERTAINLASTUSABLEVALUE);
+        for (int i = 0; i < 3; ++i, QTest::qWait(60)) {
+            const Value now = Read(cl, g + "Rand");
+            QVERIFY(now.number == frozen.number && now.source == frozen.source &&
+                    now.status == frozen.status);
+        }
         QCOMPARE(GatewayProcess::call(cl, "startExchange", "emul"), UA_STATUSCODE_GOOD);
-        QTRY_VERIFY_WITH_TIMEOUT(Read(cl, g + "Rand").number != frozen, 10000);
+        QCOMPARE(Read(cl, g + "Rand").status, UA_STATUSCODE_GOOD);
+        QTRY_VERIFY_WITH_TIMEOUT(Read(cl, g + "Rand").number != frozen.number, 10000);
     }
 };
 

@@ -80,9 +80,24 @@ private slots:
         QCOMPARE(cut.Value(A::TagByteOrder), 0);
         QVERIFY(!cut.Has(A::TagRead) && !cut.Has(A::TagEmul));
 
+        // Types without a byte order send 255: a character from the dialog, digits from the worker.
+        QCOMPARE(
+            Parsed(A::Method::Add, "C.D.G;4;T;3;40;16;\xc3\xbf;1;1;0;0;0;0;0;0;0").Value(A::TagByteOrder),
+            255);
+        QCOMPARE(Parsed(A::Method::Add, "C.D.G;4;T;0;40;23;255;1;1;0;0;0;0;0;0;0").Value(A::TagByteOrder),
+                 255);
+
         // A paste sends the two leading fields only.
         const A paste = Parsed(A::Method::Add, "C.D.G;4");
         QVERIFY(paste.name.empty() && !paste.Has(A::TagRegType));
+
+        // A cancelled add leaves its two fields in front of the next list, pastes pile up: the
+        // last path and kind count.
+        const A stale = Parsed(A::Method::Add, "C.D.G;4;C.D.G;4;T;3;40;0;\x02;1;1;0;2;1;1;1;2;2");
+        QVERIFY(stale.path == "C.D.G" && stale.name == "T" && stale.Value(A::TagByteOrder) == 2);
+        QCOMPARE(Parsed(A::Method::Add, "C.D.G.T1;4;C.D.G.T2;4").path, std::string("C.D.G.T2"));
+        QCOMPARE(Parsed(A::Method::Add, "Каналы;1;Каналы;1;Л;0;500;3;0;0;7;19200;8;2;2;1;3;1").name,
+                 std::string("Л"));
     }
 
     void malformedArgumentsAreRefused()
@@ -111,6 +126,20 @@ private slots:
             A a;
             std::string error;
             QVERIFY2(!A::Parse(method, text, a, error) && !error.empty(), text.c_str());
+        }
+
+        // A refusal names the field, what it held and why; a number sent as a character shows its code.
+        const std::pair<std::string, const char*> told[] = {
+            {"C.D.G;4;T;3;40;0;\x04;1;1;0;2;1;1;1;2;2",
+             "поле 6 «Порядок байт» = «символ с кодом 4»: вне диапазона 0–3 (или 255 — нет порядка)"},
+            {"C.D;3;G;25;3", "поле 3 «Период опроса» = «25»: больше 24 в этих единицах"},
+            {"C.D.G;4;T;3;40;0;3;2;1;0;2;1;1;1;2;2", "поле 7 «Чтение» = «2»: ожидается 0 или 1"},
+            {"C.D;3;G;50;0;extra", "полей больше, чем у элемента этого вида: 6 вместо 5"}};
+        for (const auto& [text, reason] : told) {
+            A a;
+            std::string error;
+            QVERIFY(!A::Parse(A::Method::Add, text, a, error));
+            QCOMPARE(QString::fromStdString(error), QString(reason));
         }
     }
 };
