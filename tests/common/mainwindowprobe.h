@@ -26,5 +26,6 @@ struct MainWindowProbe
     static QMap<int, QList<QString>>& subscriptionRows(MainWindow& w) { return w.m_subscriptionRows; }
     static QTimer* monitoringTimer(MainWindow& w) { return w.m_monitoringTimer; }
     static QLabel* statusLabel(MainWindow& w) { return w.m_statusLabel; }
-    static QString& serverOutput(MainWindow& w) { return w.m_serverOutput; }
+    static const QString& serverOutput(MainWindow& w) { return w.m_serverOutput.text(); }
+    static QProcess* serverProcess(MainWindow& w) { return w.m_serverProcess; }
 };
