@@ -144,6 +144,8 @@ private:
     void report(const QString& text, bool warning);
     void failConnection(const QString& text);
     bool configureEncryption(UA_ClientConfig* config, const QString& trustDirectory, int authKind);
+    bool trustServer(UA_ClientConfig* config, const QString& url, int authKind,
+                     const QString& trustDirectory);
     UA_StatusCode callMethod(const char* methodName, const QByteArray& argument);
     bool callNodeMethod(const char* methodName, const QList<QString>& args);
 

@@ -60,6 +60,8 @@ public:
     }
     // Calls a method of the "Каналы" object with its one string argument.
     static UA_StatusCode call(UA_Client* client, const char* method, const QByteArray& argument);
+    // A self-signed application certificate (DER) for `uri` and its key.
+    static bool makeCertificate(const QString& uri, const QString& der, const QString& key);
 
 private:
     QProcess m_process;
