@@ -71,9 +71,11 @@ struct TypedServer
     }
     void start()
     {
-        // Small limits, so that browsing has to split its requests and follow continuation points.
+        // Small limits, so that browsing has to split its requests and follow continuation points,
+        // and a start that leaves a subscription behind finds no room for the next one.
         UA_Server_getConfig(server)->maxNodesPerBrowse = 3;
         UA_Server_getConfig(server)->maxReferencesPerNode = 4;
+        UA_Server_getConfig(server)->maxSubscriptionsPerSession = 2;
         UA_Server_run_startup(server);
         loop = std::thread([this] {
             while (running)
@@ -81,6 +83,22 @@ struct TypedServer
         });
     }
     QString url() const { return QString("opc.tcp://127.0.0.1:%1").arg(port); }
+    // As the server's diagnostics count them.
+    int subscriptions()
+    {
+        UA_Variant count;
+        UA_Variant_init(&count);
+        UA_Server_readValue(
+            server,
+            UA_NODEID_NUMERIC(
+                0, UA_NS0ID_SERVER_SERVERDIAGNOSTICS_SERVERDIAGNOSTICSSUMMARY_CURRENTSUBSCRIPTIONCOUNT),
+            &count);
+        const int n = UA_Variant_hasScalarType(&count, &UA_TYPES[UA_TYPES_UINT32])
+                          ? int(*static_cast<UA_UInt32*>(count.data))
+                          : -1;
+        UA_Variant_clear(&count);
+        return n;
+    }
 
     quint16 port;
     UA_Server* server;
@@ -364,33 +382,41 @@ void TstOpcuaWrapper::subscriptions()
     QCOMPARE(latest["H.uncertain"].mid(1, 2), (QVariantList{42, QString("UncertainLastUsableValue")}));
     QCOMPARE(bare, QList<QVariantList>{{QString("BadNoCommunication")}});
 
-    // A deletion ends the subscription made last and drops every name; a refused one keeps them.
-    const UA_UInt32 lastId = wrapper->subscriptionId;
-    wrapper->subscriptionId = lastId + 1000;
-    QCOMPARE(wrapper->deleteSubscriptionTag(), 1);
-    QVERIFY(CapturedLog::take().last().startsWith(
-        "W Не удалось создать запрос на отмену подписки. Код ошибки Bad"));
-    QCOMPARE(wrapper->mapNodes.size(), 2);
-    wrapper->subscriptionId = lastId;
+    // A stop deletes the subscriptions of every group, so that the next start finds room.
+    QCOMPARE(s.subscriptions(), 2);
     QCOMPARE(wrapper->deleteSubscriptionTag(), 0);
     QVERIFY(wrapper->mapNodes.isEmpty());
+    QCOMPARE(s.subscriptions(), 0);
 
-    // An unknown node: every bad item is logged, the names stay, nothing is handed over.
-    QMap<int, QList<QString>> none;
-    QCOMPARE(wrapper->subscriptionTag({{"G.b"}, {"G.nope", "G.d", "G.gone"}}, 100, none), 2);
-    QVERIFY(none.isEmpty());
-    const QStringList log = CapturedLog::take();
-    QCOMPARE(log.filter("W Ошибка мониторинга ноды G.").size(), 2);
-    QVERIFY(log.contains("W Ошибка мониторинга ноды G.nope: BadNodeIdUnknown"));
-    QCOMPARE(log.last(), QString("W Операция создания подписки прервана, возникли ошибки мониторинга"));
-    QCOMPARE(wrapper->mapNodes.size(), 2);
-    // The server numbers only the items it made, so G.d is its item 1: the value must still be G.d's.
+    // Unknown nodes: each is logged and named, the other tags are monitored; G.d is the server's item 1
+    // of its subscription, and its value still comes under its name.
+    QMap<int, QList<QString>> some;
+    QCOMPARE(wrapper->subscriptionTag({{"G.b"}, {"G.nope", "G.d", "G.gone"}}, 100, some), 0);
+    QCOMPARE(wrapper->refusedNodes, QStringList({"G.nope: BadNodeIdUnknown", "G.gone: BadNodeIdUnknown"}));
+    QCOMPARE(CapturedLog::take().filter("W Ошибка мониторинга ноды G.").size(), 2);
+    QCOMPARE(some.size(), 2);
     latest.clear();
     iterateUntil([&] { return latest.contains("G.d"); });
     QVERIFY(latest["G.d"][0] == 1u && !latest.contains("G.nope"));
+    QCOMPARE(wrapper->deleteSubscriptionTag(), 0);
 
-    // Without a session the first subscription is refused.
+    // A start the server refuses half way (its limit is two) takes back what it had made.
+    QMap<int, QList<QString>> none;
+    QCOMPARE(wrapper->subscriptionTag({{"G.b"}, {"G.d"}, {"G.f"}}, 100, none), 1);
+    QVERIFY(none.isEmpty() && wrapper->mapNodes.isEmpty());
+    QVERIFY(!CapturedLog::take()
+                 .filter("W Не удалось создать запрос на подписку. Код ошибки BadTooManySubscriptions")
+                 .isEmpty());
+    QCOMPARE(s.subscriptions(), 0);
+
+    // Without a session a deletion fails and keeps the names; no subscription can be made.
+    QCOMPARE(wrapper->subscriptionTag({{"G.b"}}, 100, some), 0);
     QCOMPARE(wrapper->disconnectToServer(), 0);
+    QCOMPARE(wrapper->deleteSubscriptionTag(), 1);
+    QVERIFY(CapturedLog::take().last().startsWith(
+        "W Не удалось создать запрос на отмену подписки. Код ошибки BadServerNotConnected"));
+    QCOMPARE(wrapper->mapNodes.size(), 1);
+    wrapper->forgetSubscriptions();
     QCOMPARE(wrapper->subscriptionTag({{"G.b"}}, 100, none), 1);
     QVERIFY(CapturedLog::take().last().startsWith("W Не удалось создать запрос на подписку. Код ошибки Bad"));
 }
