@@ -175,7 +175,10 @@ private slots:
         const QStringList expected =
             QString(
                 "servers urn:tarnopcua.server.application|endpoints None/1,Basic256Sha256/2,Basic256Sha256/3|"
-                "tags %1Const,%1Rand|read %1Const Good 3|changes true|call stopExchange Good|"
+                "tags %1Const,%1Rand|read %1Const Good 3|manage BadUserAccessDenied BadUserAccessDenied "
+                "BadUserAccessDenied BadUserAccessDenied|call editNode Good|read %1Const Good 3|unchanged "
+                "true|"
+                "changes true|call stopExchange Good|"
                 "call addNode Good|call editNode Good|call addNode BadNodeIdExists|call deleteNode Good|"
                 "call startExchange Good|tags 2|done")
                 .arg(g)
@@ -252,6 +255,32 @@ private slots:
         OPCUAWrapper::SetCertificateChooser(nullptr);
     }
 
+    // Monitoring started and stopped ten times leaves no subscription behind
+    // on the gateway, as the gateway itself counts them.
+    void monitoringCyclesLeaveNoSubscriptions()
+    {
+        GatewayProcess gateway;
+        QVERIFY2(gateway.start({m_config}), qPrintable(gateway.output()));
+        OPCUAWrapper wrapper;
+        QCOMPARE(wrapper.findServers(gateway.url()), 0);
+        QCOMPARE(wrapper.connectToServer(gateway.url(), kNone, true, 0, "", ""), 0);
+        const auto subscriptions = [this, &gateway] {
+            QProcess count;
+            return node(count, {gateway.url(), "count"}, "subscriptions").filter("subscriptions ");
+        };
+        // Three groups, as the program subscribes every group of its tree.
+        const QList<QString> group = {"Линия.Эмулятор.Быстрая.Const", "Линия.Эмулятор.Быстрая.Rand"};
+        for (int cycle = 0; cycle < 10; ++cycle) {
+            QMap<int, QList<QString>> rows;
+            QCOMPARE(wrapper.subscriptionTag({group, group, group}, 100, rows), 0);
+            if (cycle == 0)
+                QCOMPARE(subscriptions(), QStringList{"subscriptions 3"});
+            QCOMPARE(wrapper.deleteSubscriptionTag(), 0);
+        }
+        QCOMPARE(subscriptions(), QStringList{"subscriptions 0"});
+        QCOMPARE(wrapper.disconnectToServer(), 0);
+    }
+
     void killedClientLeavesOthersServed()
     {
         GatewayProcess gateway;
@@ -266,6 +295,18 @@ private slots:
         // The session of the killed client ends with its timeout, its subscription with it.
         QTRY_VERIFY_WITH_TIMEOUT(gateway.output().count("Сессия закрыта") == 2, 20000);
         QVERIFY(gateway.running());
+
+        // Sessions made and never activated fill the gateway's table, but each is
+        // closed after five seconds: a new client is kept out for no longer.
+        QProcess flood, newcomer;
+        const QStringList flooded = node(flood, {gateway.url(), "flood"}, "flooded");
+        QVERIFY2(flooded.filter("flooded").value(0).section(' ', 1).toInt() >= 90,
+                 qPrintable(flooded.join('\n')));
+        const QStringList in = node(newcomer, {gateway.url(), "probe"}, "in ").filter("in ");
+        QVERIFY2(!in.isEmpty() && in.first().section(' ', 1).toInt() < 15000, qPrintable(in.join('\n')));
+        std::fprintf(stderr, "a new client got in %s ms after the flood\n",
+                     qPrintable(in.value(0).section(' ', 1)));
+        QVERIFY(gateway.output().contains("Сессия закрыта: вход не выполнен за 5 с"));
     }
 };
 
