@@ -47,23 +47,22 @@ const transaction = (session, request) =>
 
 // The four node management services on a group and one of its tags; their statuses.
 async function manage(session, group, tag) {
+    const reference = { referenceTypeId: "i=47", isForward: true, targetNodeId: ns2(tag) };
+    const requests = [
+        new types.DeleteNodesRequest({ nodesToDelete: [{ nodeId: ns2(group), deleteTargetReferences: true }] }),
+        new types.AddNodesRequest({ nodesToAdd: [{ parentNodeId: ns2("Каналы"), referenceTypeId: "i=47",
+            requestedNewNodeId: ns2("Чужой"), browseName: { namespaceIndex: 2, name: "Чужой" },
+            nodeClass: NodeClass.Object, typeDefinition: "i=58", nodeAttributes: new types.ObjectAttributes() }] }),
+        new types.AddReferencesRequest({ referencesToAdd: [{ ...reference, sourceNodeId: ns2("Каналы"),
+            targetNodeClass: NodeClass.Variable }] }),
+        new types.DeleteReferencesRequest({ referencesToDelete: [{ ...reference, sourceNodeId: ns2(group),
+            deleteBidirectional: true }] }),
+    ];
     const statuses = [];
-    let r = await transaction(session, new types.DeleteNodesRequest({
-        nodesToDelete: [{ nodeId: ns2(group), deleteTargetReferences: true }] }));
-    statuses.push(r.results[0].name);
-    r = await transaction(session, new types.AddNodesRequest({ nodesToAdd: [{
-        parentNodeId: ns2("Каналы"), referenceTypeId: "i=47", requestedNewNodeId: ns2("Чужой"),
-        browseName: { namespaceIndex: 2, name: "Чужой" }, nodeClass: NodeClass.Object, typeDefinition: "i=58",
-        nodeAttributes: new types.ObjectAttributes({ displayName: { text: "Чужой" } }) }] }));
-    statuses.push(r.results[0].statusCode.name);
-    r = await transaction(session, new types.AddReferencesRequest({ referencesToAdd: [{
-        sourceNodeId: ns2("Каналы"), referenceTypeId: "i=47", isForward: true, targetNodeId: ns2(tag),
-        targetNodeClass: NodeClass.Variable }] }));
-    statuses.push(r.results[0].name);
-    r = await transaction(session, new types.DeleteReferencesRequest({ referencesToDelete: [{
-        sourceNodeId: ns2(group), referenceTypeId: "i=47", isForward: true, targetNodeId: ns2(tag),
-        deleteBidirectional: true }] }));
-    statuses.push(r.results[0].name);
+    for (const request of requests) {
+        const result = (await transaction(session, request)).results[0];
+        statuses.push((result.statusCode || result).name);
+    }
     return statuses;
 }
 
