@@ -1,5 +1,6 @@
 #pragma once
 
+#include "app/serveroutputtail.h"
 #include "model/itemdata.h"
 #include "model/treeitemroot.h"
 
@@ -201,7 +202,7 @@ private:
     bool m_connected = false;
     bool m_dialogConnected = false;
     int m_tagCount = 1;
-    QString m_serverOutput;
+    ServerOutputTail m_serverOutput;
     QList<QList<QString>> m_subscribedNames;
     QMap<int, QList<QString>> m_subscriptionRows;
     // Row and group of each subscribed full name, built with m_subscriptionRows.

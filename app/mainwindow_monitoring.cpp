@@ -22,6 +22,8 @@ const char* const kIconOff = ":/res/images/res/monitoring_off.png";
 const char* const kNotConnected =
     "Нет подключенных серверов, запустите сервер или подключитесь к нему через меню Сервис";
 const QString kConnectionLost = QStringLiteral(" Соединение с сервером потеряно: ");
+// Refused tags named in the warning; the log has them all.
+const int kRefusedShown = 10;
 // Digits kept behind the decimal point of a shown value; the rest is cut, not rounded.
 const int kDecimals = 6;
 
@@ -197,6 +199,16 @@ void MainWindow::on_monitoring_action_triggered()
         dropArrived();
     ui->tabWidget->setCurrentIndex(2);
     m_monitoredTreeItem = ui->treeWidget->currentItem();
+    // Tags the server refused are told; the others are monitored all the same.
+    const QStringList refused = m_client->refusedNodes;
+    if (code == 0 && !refused.isEmpty()) {
+        const QString text =
+            QString("Сервер отказал в мониторинге тегов (%1), остальные теги отслеживаются:\n%2%3")
+                .arg(refused.size())
+                .arg(refused.mid(0, kRefusedShown).join('\n'), refused.size() > kRefusedShown ? "\n…" : "");
+        QMessageBox::warning(this, "Внимание", text);
+        VLOG_WARNING().noquote() << text;
+    }
     // A loss told while the subscriptions were being made ends what was started.
     if (!m_lostDuringSwitch.isEmpty())
         slotConnectionLost(std::exchange(m_lostDuringSwitch, QString()));

@@ -96,7 +96,7 @@ void MainWindow::slotServerOutput()
 {
     if (m_serverProcess->state() != QProcess::Running)
         return;
-    m_serverOutput += QString::fromUtf8(m_serverProcess->readAllStandardOutput());
+    m_serverOutput.append(m_serverProcess->readAllStandardOutput());
 }
 
 void MainWindow::on_showOutput_action_triggered()
@@ -107,7 +107,7 @@ void MainWindow::on_showOutput_action_triggered()
         return;
     }
     ServerOutputDialog dialog(this);
-    dialog.Init(m_serverOutput);
+    dialog.Init(m_serverOutput.shown());
     dialog.exec();
 }
 

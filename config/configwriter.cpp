@@ -16,12 +16,15 @@
 namespace {
 
 // The file a path stands for once its links are followed; a dangling link
-// stands for the file it names.
+// stands for the file it names. Empty for links that go round in a loop.
 QString followLinks(const QString& path)
 {
     QFileInfo info(path);
-    for (int hops = 0; info.isSymLink() && hops < 40; ++hops)
+    for (int hops = 0; info.isSymLink(); ++hops) {
+        if (hops == 40)
+            return QString();
         info.setFile(info.symLinkTarget());
+    }
     return info.absoluteFilePath();
 }
 
@@ -42,6 +45,8 @@ CConfigWriter::Result CConfigWriter::Save(CTreeItemRoot& root, const QString& pa
 CConfigWriter::Result CConfigWriter::Replace(const QString& path, const std::function<bool(QIODevice&)>& fill)
 {
     const QString targetPath = followLinks(path);
+    if (targetPath.isEmpty())
+        return NotWritten;
     const QByteArray target = QFile::encodeName(targetPath);
     const QByteArray folder = QFile::encodeName(QFileInfo(targetPath).absolutePath());
     const QByteArray pending = QFile::encodeName(PendingName(targetPath));
@@ -61,8 +66,15 @@ CConfigWriter::Result CConfigWriter::Replace(const QString& path, const std::fun
     }
     if (fd < 0)
         return NotWritten;
-    if (exists)
+    if (exists) {
+        // The new file is the saver's: it gets the old one's owner and group
+        // where the saver may give them (root may, anyone for a group of
+        // theirs), so that a service keeps its file. Then the mode, which a
+        // change of owner may have cut.
+        [[maybe_unused]] const bool owned =
+            ::fchown(fd, old.st_uid, old.st_gid) == 0 || ::fchown(fd, uid_t(-1), old.st_gid) == 0;
         ::fchmod(fd, old.st_mode & 07777);
+    }
 
     bool written;
     {

@@ -10,9 +10,11 @@ class QIODevice;
 // Writes configuration files so that a file is at every moment either its old
 // self or the complete new text, whatever stops the program: the text goes
 // into a file of its own in the target's folder (unnamed where the file system
-// allows), is put on disk, and then takes the target's place in one rename. A
-// symlinked target is written through and the link stays. A target marked
-// read-only is refused, also for a user whose rights would let the rename pass.
+// allows), is put on disk, and then takes the target's place in one rename,
+// with the old file's owner, group and mode as far as the saver may set them. A
+// symlinked target is written through and the link stays; links in a loop are
+// refused. A target marked read-only is refused, also for a user whose rights
+// would let the rename pass.
 class CConfigWriter
 {
 public:

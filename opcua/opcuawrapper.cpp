@@ -216,7 +216,9 @@ int OPCUAWrapper::connectToServer(QString url, QString endpointText, bool browse
         }
         setPathCerts(chosen.certificate, chosen.privateKey, chosen.trustDirectory);
         config = UA_Client_getConfig(client);
-        configureEncryption(config, chosen.trustDirectory, authKind);
+        if (configureEncryption(config, chosen.trustDirectory, authKind) &&
+            !trustServer(config, url, authKind, chosen.trustDirectory))
+            return 1;
         if (authKind == 2) {
             UA_UserNameIdentityToken* token = UA_UserNameIdentityToken_new();
             token->userName = UA_STRING_ALLOC(user.toUtf8().constData());
@@ -312,6 +314,91 @@ bool OPCUAWrapper::configureEncryption(UA_ClientConfig* config, const QString& t
     VLOG_WARNING().noquote() << "Библиотека OPC UA собрана без шифрования";
     return false;
 #endif
+}
+
+// With a trust folder the server has to show a certificate from it before
+// anything of the user's leaves: its endpoint, read here, is fixed in the
+// configuration with the certificate checked, so the channel, the password and
+// the login certificate all go to that certificate and to no other one that a
+// man in the middle might show later. False, told and given up, otherwise.
+bool OPCUAWrapper::trustServer(UA_ClientConfig* config, const QString& url, int authKind,
+                               const QString& trustDirectory)
+{
+    UA_ClientConfig probeConfig;
+    std::memset(&probeConfig, 0, sizeof probeConfig);
+    probeConfig.logging = &g_libraryLogger;
+    UA_ClientConfig_setDefault(&probeConfig);
+    UA_Client* probe = UA_Client_newWithConfig(&probeConfig);
+    size_t size = 0;
+    UA_EndpointDescription* endpoints = nullptr;
+    const UA_StatusCode status =
+        probe ? UA_Client_getEndpoints(probe, url.toUtf8().constData(), &size, &endpoints)
+              : UA_STATUSCODE_BADOUTOFMEMORY;
+    UA_Client_delete(probe);
+    if (status != UA_STATUSCODE_GOOD) {
+        failConnection(QStringLiteral("Не удалось подключиться к конечной точке. Код ошибки %1")
+                           .arg(statusName(status)));
+        return false;
+    }
+
+    const UA_UserTokenType tokenType = authKind == 2   ? UA_USERTOKENTYPE_USERNAME
+                                       : authKind == 3 ? UA_USERTOKENTYPE_CERTIFICATE
+                                                       : UA_USERTOKENTYPE_ANONYMOUS;
+    const UA_String none = UA_STRING_STATIC("http://opcfoundation.org/UA/SecurityPolicy#None");
+    // A login the client can make, as the library picks one.
+    const auto usable = [config, tokenType, &none](const UA_UserTokenPolicy& policy) {
+        const UA_String& uri = policy.securityPolicyUri.length ? policy.securityPolicyUri : none;
+        bool known = false;
+        for (size_t i = 0; i < config->securityPoliciesSize && !known; ++i)
+            known = UA_String_equal(&config->securityPolicies[i].policyUri, &uri);
+        return policy.tokenType == tokenType && known &&
+               (config->authSecurityPolicyUri.length == 0 ||
+                UA_String_equal(&config->authSecurityPolicyUri, &policy.securityPolicyUri));
+    };
+    const UA_EndpointDescription* endpoint = nullptr;
+    const UA_UserTokenPolicy* token = nullptr;
+    for (size_t i = 0; i < size && !token; ++i) {
+        const UA_EndpointDescription& e = endpoints[i];
+        if (e.securityMode != config->securityMode ||
+            !UA_String_equal(&e.securityPolicyUri, &config->securityPolicyUri))
+            continue;
+        endpoint = &e;
+        for (size_t j = 0; j < e.userIdentityTokensSize && !token; ++j)
+            if (usable(e.userIdentityTokens[j]))
+                token = &e.userIdentityTokens[j];
+    }
+
+    QString refusal;
+    if (!endpoint)
+        refusal = "Не удалось подключиться к конечной точке. Конечная точка не опознана";
+    else if (!config->certificateVerification.verifyCertificate ||
+             config->certificateVerification.verifyCertificate(
+                 &config->certificateVerification, &endpoint->serverCertificate) != UA_STATUSCODE_GOOD)
+        refusal =
+            QStringLiteral("Сертификат сервера не найден среди доверенных сертификатов каталога %1: "
+                           "подключение отменено, ни пароль, ни сертификат не отправлены. Чтобы доверять "
+                           "серверу, положите его сертификат (.der) в этот каталог")
+                .arg(trustDirectory);
+    else if (!token)
+        refusal = "Не удалось подключиться к конечной точке. Сервер не принимает выбранный способ входа";
+    else if (tokenType == UA_USERTOKENTYPE_USERNAME &&
+             endpoint->securityMode == UA_MESSAGESECURITYMODE_NONE &&
+             (token->securityPolicyUri.length == 0 || UA_String_equal(&token->securityPolicyUri, &none)))
+        refusal =
+            "Не удалось подключиться к конечной точке. Сервер принимает пароль только открытым текстом, "
+            "пароль не отправлен";
+
+    if (refusal.isEmpty()) {
+        UA_EndpointDescription_clear(&config->endpoint);
+        UA_EndpointDescription_copy(endpoint, &config->endpoint);
+        UA_UserTokenPolicy_clear(&config->userTokenPolicy);
+        UA_UserTokenPolicy_copy(token, &config->userTokenPolicy);
+    }
+    UA_Array_delete(endpoints, size, &UA_TYPES[UA_TYPES_ENDPOINTDESCRIPTION]);
+    if (refusal.isEmpty())
+        return true;
+    failConnection(refusal);
+    return false;
 }
 
 int OPCUAWrapper::disconnectToServer()

@@ -5,6 +5,7 @@
 #include <QMap>
 #include <QObject>
 #include <QString>
+#include <QStringList>
 #include <QVariantList>
 
 #include <open62541/client.h>
@@ -68,9 +69,11 @@ public:
     bool callMethodStartStopExchange();
 
     // One subscription per non-empty group, one monitored item per full name.
-    // 0 success, 1 a subscription refused, 2 a monitored item refused.
+    // 0 success, also when the server refused single items (refusedNodes
+    // names them); 1 a subscription refused, 2 a group's items refused as a
+    // whole. A failure deletes the subscriptions it had made.
     int subscriptionTag(QList<QList<QString>> groups, int interval, QMap<int, QList<QString>>& nodes);
-    // Deletes the subscription created last; 0 success, 1 failure.
+    // Deletes every subscription of mapNodes; 0 success, 1 failure.
     int deleteSubscriptionTag();
     // Drops the subscriptions of a lost session without asking the server:
     // a new session starts without them.
@@ -95,6 +98,8 @@ public:
     bool exchangeRunning = false;
     UA_UInt32 subscriptionId = 0;
     QMap<int, QList<QString>> mapNodes;
+    // "full name: status" of each item the last subscriptionTag had refused.
+    QStringList refusedNodes;
 
 signals:
     void signalSetLogDlgSearchDevice(QString message);
@@ -147,7 +152,11 @@ private:
     void report(const QString& text, bool warning);
     void failConnection(const QString& text);
     bool configureEncryption(UA_ClientConfig* config, const QString& trustDirectory, int authKind);
+    bool trustServer(UA_ClientConfig* config, const QString& url, int authKind,
+                     const QString& trustDirectory);
     UA_StatusCode callMethod(const char* methodName, const QByteArray& argument);
+    UA_StatusCode deleteSubscriptions();
+    void abandonSubscriptions();
     bool callNodeMethod(const char* methodName, const QList<QString>& args);
 
     std::recursive_mutex m_clientMutex;

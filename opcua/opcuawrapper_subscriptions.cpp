@@ -93,6 +93,7 @@ int OPCUAWrapper::subscriptionTag(QList<QList<QString>> groups, int interval,
                                   QMap<int, QList<QString>>& nodes)
 {
     auto lock = lockClient();
+    refusedNodes.clear();
     for (const QList<QString>& names : groups) {
         if (names.isEmpty())
             continue;
@@ -117,6 +118,7 @@ int OPCUAWrapper::subscriptionTag(QList<QList<QString>> groups, int interval,
         if (created != UA_STATUSCODE_GOOD) {
             VLOG_WARNING().noquote() << QStringLiteral("Не удалось создать запрос на подписку. Код ошибки %1")
                                             .arg(statusName(created));
+            abandonSubscriptions();
             return 1;
         }
 
@@ -154,7 +156,8 @@ int OPCUAWrapper::subscriptionTag(QList<QList<QString>> groups, int interval,
         UA_CreateMonitoredItemsResponse response = UA_Client_MonitoredItems_createDataChanges(
             client, request, contexts.data(), callbacks.data(), deleteCallbacks.data());
 
-        bool failed = false;
+        // A tag the server refuses is reported and the others are monitored;
+        // a refused request leaves the group without any, which ends the start.
         const UA_StatusCode service = response.responseHeader.serviceResult;
         for (size_t i = 0; i < count; ++i) {
             UA_StatusCode status = service;
@@ -163,13 +166,14 @@ int OPCUAWrapper::subscriptionTag(QList<QList<QString>> groups, int interval,
                                                   : UA_STATUSCODE_BADUNEXPECTEDERROR;
             if (status == UA_STATUSCODE_GOOD)
                 continue;
-            failed = true;
             VLOG_WARNING().noquote() << QStringLiteral("Ошибка мониторинга ноды %1: %2")
                                             .arg(names[qsizetype(i)], statusName(status));
+            refusedNodes << QStringLiteral("%1: %2").arg(names[qsizetype(i)], statusName(status));
         }
         UA_CreateMonitoredItemsResponse_clear(&response);
-        if (failed) {
+        if (service != UA_STATUSCODE_GOOD) {
             VLOG_WARNING().noquote() << "Операция создания подписки прервана, возникли ошибки мониторинга";
+            abandonSubscriptions();
             return 2;
         }
 
@@ -189,8 +193,7 @@ void OPCUAWrapper::forgetSubscriptions()
 int OPCUAWrapper::deleteSubscriptionTag()
 {
     auto lock = lockClient();
-    const UA_StatusCode status = clientUsable() ? UA_Client_Subscriptions_deleteSingle(client, subscriptionId)
-                                                : UA_STATUSCODE_BADSERVERNOTCONNECTED;
+    const UA_StatusCode status = deleteSubscriptions();
     if (status != UA_STATUSCODE_GOOD) {
         VLOG_WARNING().noquote() << QStringLiteral(
                                         "Не удалось создать запрос на отмену подписки. Код ошибки %1")
@@ -199,4 +202,38 @@ int OPCUAWrapper::deleteSubscriptionTag()
     }
     mapNodes.clear();
     return 0;
+}
+
+// Every subscription in mapNodes, not only the last: one left behind per
+// group and start would pile up on the server until the session ends, and a
+// server with a limit would refuse the next start. One the server no longer
+// knows is gone all the same.
+UA_StatusCode OPCUAWrapper::deleteSubscriptions()
+{
+    if (mapNodes.isEmpty())
+        return UA_STATUSCODE_GOOD;
+    if (!clientUsable())
+        return UA_STATUSCODE_BADSERVERNOTCONNECTED;
+    std::vector<UA_UInt32> ids;
+    for (auto it = mapNodes.constBegin(); it != mapNodes.constEnd(); ++it)
+        ids.push_back(UA_UInt32(it.key()));
+    UA_DeleteSubscriptionsRequest request;
+    UA_DeleteSubscriptionsRequest_init(&request);
+    request.subscriptionIds = ids.data();
+    request.subscriptionIdsSize = ids.size();
+    UA_DeleteSubscriptionsResponse response = UA_Client_Subscriptions_delete(client, request);
+    UA_StatusCode status = response.responseHeader.serviceResult;
+    for (size_t i = 0; i < response.resultsSize && status == UA_STATUSCODE_GOOD; ++i)
+        if (response.results[i] != UA_STATUSCODE_BADSUBSCRIPTIONIDINVALID)
+            status = response.results[i];
+    UA_DeleteSubscriptionsResponse_clear(&response);
+    return status;
+}
+
+// A start that fails takes back what it made, so that nothing of it stays on
+// the server.
+void OPCUAWrapper::abandonSubscriptions()
+{
+    if (deleteSubscriptions() == UA_STATUSCODE_GOOD)
+        mapNodes.clear();
 }

@@ -170,6 +170,13 @@ UA_StatusCode CAddressSpace::BuildUnder(CItem* item, const std::string& parentId
             m_tags[id] = std::move(tag);
             if (m_made)
                 m_made->push_back(id);
+        } else {
+            // The library may keep a node it then refused; it would read the
+            // runtime that goes with `tag` now.
+            void* context = nullptr;
+            if (UA_Server_getNodeContext(m_server, NodeId(id), &context) == UA_STATUSCODE_GOOD &&
+                context == tag.get())
+                UA_Server_deleteNode(m_server, NodeId(id), true);
         }
         return rc;
     }
@@ -190,6 +197,17 @@ UA_StatusCode CAddressSpace::BuildUnder(CItem* item, const std::string& parentId
             rc = childRc;
     }
     return rc;
+}
+
+bool CAddressSpace::Has(CItem* item) const
+{
+    std::string id = kChannelsId;
+    if (item->GetType() != itRoot) {
+        id.clear();
+        item->GetFullName(id);
+    }
+    UA_NodeClass nodeClass;
+    return UA_Server_readNodeClass(m_server, NodeId(id), &nodeClass) == UA_STATUSCODE_GOOD;
 }
 
 void CAddressSpace::Remove(CItem* item)

@@ -43,6 +43,8 @@ public:
     // Removes the nodes of `item` and of everything below it, named as the
     // tree names them now.
     void Remove(CItem* item);
+    // True when the node of `item` (the root: "Каналы") is in the address space.
+    bool Has(CItem* item) const;
 
     void SetLiveSource(LiveSource source) { m_liveSource = std::move(source); }
 

@@ -1,5 +1,9 @@
 #include "server/gatewaycertificate.h"
 
+#include <mbedtls/ctr_drbg.h>
+#include <mbedtls/entropy.h>
+#include <mbedtls/pk.h>
+#include <mbedtls/x509_crt.h>
 #include <open62541/plugin/create_certificate.h>
 #include <open62541/plugin/log_stdout.h>
 #include <open62541/util.h>
@@ -8,8 +12,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
-#include <fstream>
-#include <iterator>
 #include <pwd.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -19,6 +21,8 @@ namespace {
 
 const char kCertificateName[] = "gateway_cert.der";
 const char kKeyName[] = "gateway_key.der";
+// Certificates and keys are a few kilobytes; anything far larger is not one.
+const off_t kMaxFileBytes = 64 * 1024;
 
 // Written beside the target and renamed over it, so that a reader never sees
 // half a key; the key is readable by its owner only.
@@ -91,14 +95,14 @@ bool CGatewayCertificate::LoadOrCreate(const std::string& folder, const std::str
         if (lock >= 0)
             ::flock(lock, LOCK_EX);
     }
-    bool ok = ReadFile(m_certificatePath, m_certificate) && ReadFile(keyPath, m_key);
+    std::string why;
+    bool ok = ReadFile(m_certificatePath, m_certificate, why) && ReadFile(keyPath, m_key, why);
     if (ok) {
         m_note = "Сертификат сервера: " + m_certificatePath;
     } else {
         UA_ByteString_clear(&m_certificate);
         UA_ByteString_clear(&m_key);
         ok = Create(applicationUri, error);
-        std::string why;
         if (ok && Store(folder, why)) {
             m_note = "Создан самоподписанный сертификат сервера: " + m_certificatePath;
         } else if (ok) {
@@ -155,14 +159,81 @@ bool CGatewayCertificate::Store(const std::string& folder, std::string& error) c
     return true;
 }
 
-bool CGatewayCertificate::ReadFile(const std::string& path, UA_ByteString& out)
+bool CGatewayCertificate::ReadFile(const std::string& path, UA_ByteString& out, std::string& why)
 {
-    std::ifstream in(path, std::ios::binary);
-    if (!in)
+    // Never blocks: a pipe or a device named as a certificate is refused, not waited on.
+    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+    if (fd < 0) {
+        why = std::string("cannot be opened (") + std::strerror(errno) + ")";
         return false;
-    const std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    if (bytes.empty() || UA_ByteString_allocBuffer(&out, bytes.size()) != UA_STATUSCODE_GOOD)
-        return false;
-    std::memcpy(out.data, bytes.data(), bytes.size());
-    return true;
+    }
+    struct stat st;
+    bool ok = false;
+    if (::fstat(fd, &st) != 0)
+        why = std::string("cannot be examined (") + std::strerror(errno) + ")";
+    else if (S_ISDIR(st.st_mode))
+        why = "is a folder";
+    else if (!S_ISREG(st.st_mode))
+        why = "is not a regular file";
+    else if (st.st_size == 0)
+        why = "is empty";
+    else if (st.st_size > kMaxFileBytes)
+        why = "is larger than 64 KiB";
+    else if (UA_ByteString_allocBuffer(&out, std::size_t(st.st_size)) != UA_STATUSCODE_GOOD)
+        why = "does not fit in memory";
+    else {
+        std::size_t done = 0;
+        while (done < out.length) {
+            const ssize_t n = ::read(fd, out.data + done, out.length - done);
+            if (n <= 0)
+                break;
+            done += std::size_t(n);
+        }
+        ok = done == out.length;
+        if (!ok) {
+            why = "could not be read to its end";
+            UA_ByteString_clear(&out);
+        }
+    }
+    ::close(fd);
+    return ok;
+}
+
+bool CGatewayCertificate::CheckPair(const UA_ByteString& certificate, const UA_ByteString& key,
+                                    std::string& why)
+{
+    // mbedTLS takes PEM text with its terminating NUL only.
+    const auto bytes = [](const UA_ByteString& b) {
+        std::string s(reinterpret_cast<const char*>(b.data), b.length);
+        if (s.compare(0, 10, "-----BEGIN") == 0)
+            s.push_back('\0');
+        return s;
+    };
+    const std::string cert = bytes(certificate);
+    const std::string pem = bytes(key);
+    mbedtls_x509_crt crt;
+    mbedtls_pk_context pk;
+    mbedtls_entropy_context entropy;
+    mbedtls_ctr_drbg_context drbg;
+    mbedtls_x509_crt_init(&crt);
+    mbedtls_pk_init(&pk);
+    mbedtls_entropy_init(&entropy);
+    mbedtls_ctr_drbg_init(&drbg);
+    const auto u = [](const std::string& s) { return reinterpret_cast<const unsigned char*>(s.data()); };
+    bool ok = false;
+    if (mbedtls_ctr_drbg_seed(&drbg, mbedtls_entropy_func, &entropy, nullptr, 0) != 0)
+        why = "no random numbers to check the key with";
+    else if (mbedtls_x509_crt_parse(&crt, u(cert), cert.size()) != 0)
+        why = "the certificate is not an X.509 certificate";
+    else if (mbedtls_pk_parse_key(&pk, u(pem), pem.size(), nullptr, 0, mbedtls_ctr_drbg_random, &drbg) != 0)
+        why = "the private key is not a private key without a password";
+    else if (mbedtls_pk_check_pair(&crt.pk, &pk, mbedtls_ctr_drbg_random, &drbg) != 0)
+        why = "the private key does not belong to the certificate";
+    else
+        ok = true;
+    mbedtls_ctr_drbg_free(&drbg);
+    mbedtls_entropy_free(&entropy);
+    mbedtls_pk_free(&pk);
+    mbedtls_x509_crt_free(&crt);
+    return ok;
 }

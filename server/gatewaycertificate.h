@@ -18,8 +18,12 @@ public:
 
     // "$HOME/Documents/TARN/OPC UA/pki"
     static std::string DefaultFolder();
-    // A whole certificate or key file; false for a missing or empty one.
-    static bool ReadFile(const std::string& path, UA_ByteString& out);
+    // A whole certificate or key file: a regular file of at most 64 KiB. False
+    // otherwise, with the reason to follow the path ("is a folder", ...).
+    static bool ReadFile(const std::string& path, UA_ByteString& out, std::string& why);
+    // True when `certificate` (DER or PEM) and `key` (PEM or DER, without a
+    // password) parse and the key is the certificate's own; the reason otherwise.
+    static bool CheckPair(const UA_ByteString& certificate, const UA_ByteString& key, std::string& why);
 
     // Reads the pair from `folder`, or makes a new one and stores it there.
     // A pair that cannot be stored still serves this run; `note` says so.

@@ -1,10 +1,12 @@
 #include "server/gatewayserver.h"
 
 #include "server/addressspace.h"
+#include "server/exitstatus.h"
 #include "server/gatewaycertificate.h"
 #include "server/methodargument.h"
 #include "server/modbus/modbusbridge.h"
 #include "server/serverlog.h"
+#include "server/sessionguard.h"
 #include "server/treeeditor.h"
 
 #include "model/usernotifier.h"
@@ -13,6 +15,7 @@
 #include <open62541/plugin/pki_default.h>
 #include <open62541/server_config_default.h>
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <chrono>
 #include <cstring>
@@ -27,6 +30,7 @@ const char* const CGatewayServer::kApplicationUri = "urn:tarnopcua.server.applic
 namespace {
 
 const char kBasic256Sha256[] = "http://opcfoundation.org/UA/SecurityPolicy#Basic256Sha256";
+const UA_UInt32 kMaxRequestBytes = 16 << 20;
 const char* const kMethods[] = {"addNode", "editNode", "deleteNode", "startExchange", "stopExchange"};
 
 // Originals of the library's plugin operations that we wrap.
@@ -36,6 +40,7 @@ UA_StatusCode (*g_activate)(UA_Server*, UA_AccessControl*, const UA_EndpointDesc
                             const UA_ByteString*, const UA_NodeId*, const UA_ExtensionObject*,
                             void**) = nullptr;
 void (*g_close)(UA_Server*, UA_AccessControl*, const UA_NodeId*, void*) = nullptr;
+CSessionGuard* g_sessions = nullptr;
 
 std::string Str(const UA_String& s)
 {
@@ -63,12 +68,18 @@ const char* ModeName(UA_MessageSecurityMode mode)
     }
 }
 
-// Control characters of an argument (device numbers travel as characters) are
-// shown by their code so that the line stays one line.
+// What the log shows of a text a client sent: control characters (device
+// numbers travel as characters) by their code, so that the line stays one
+// line, and no more than the start of a long text, with its full length, so
+// that no client can grow the log or its reader without bound.
 std::string Printable(const std::string& s)
 {
+    const std::size_t kShownBytes = 256;
+    std::size_t shown = std::min(s.size(), kShownBytes);
+    while (shown > 0 && shown < s.size() && (static_cast<unsigned char>(s[shown]) & 0xC0) == 0x80)
+        --shown; // not in the middle of a UTF-8 character
     std::string out;
-    for (unsigned char c : s) {
+    for (unsigned char c : s.substr(0, shown)) {
         if (c < 0x20 || c == 0x7F) {
             char buf[8];
             std::snprintf(buf, sizeof buf, "\\x%02X", c);
@@ -77,6 +88,8 @@ std::string Printable(const std::string& s)
             out += char(c);
         }
     }
+    if (shown < s.size())
+        out += "… (всего " + std::to_string(s.size()) + " байт)";
     return out;
 }
 
@@ -86,7 +99,7 @@ UA_StatusCode AcceptAnyApplicationUri(const UA_CertificateVerification* cv, cons
                                       const UA_String* applicationUri)
 {
     if (g_verifyUri && g_verifyUri(cv, certificate, applicationUri) != UA_STATUSCODE_GOOD)
-        CServerLog::Write(CServerLog::Warning, "Application URI \"" + Str(*applicationUri) +
+        CServerLog::Write(CServerLog::Warning, "Application URI \"" + Printable(Str(*applicationUri)) +
                                                    "\" differs from the client certificate; accepted");
     return UA_STATUSCODE_GOOD;
 }
@@ -105,7 +118,8 @@ std::string TokenText(const UA_ExtensionObject* token)
     const UA_DataType* type = token->content.decoded.type;
     if (type == &UA_TYPES[UA_TYPES_USERNAMEIDENTITYTOKEN])
         return "пользователь \"" +
-               Str(static_cast<const UA_UserNameIdentityToken*>(token->content.decoded.data)->userName) +
+               Printable(
+                   Str(static_cast<const UA_UserNameIdentityToken*>(token->content.decoded.data)->userName)) +
                "\"";
     if (type == &UA_TYPES[UA_TYPES_X509IDENTITYTOKEN])
         return "сертификат пользователя";
@@ -118,6 +132,8 @@ UA_StatusCode ActivateSession(UA_Server* server, UA_AccessControl* ac, const UA_
 {
     const UA_StatusCode rc = g_activate(server, ac, ed, remoteCertificate, sessionId, token, sessionContext);
     const std::string where = PolicyName(ed->securityPolicyUri) + " (" + ModeName(ed->securityMode) + ")";
+    if (rc == UA_STATUSCODE_GOOD && g_sessions)
+        g_sessions->Activated(*sessionId);
     if (rc == UA_STATUSCODE_GOOD)
         CServerLog::Write(CServerLog::Info, "Сессия открыта: " + TokenText(token) + ", " + where);
     else
@@ -129,7 +145,16 @@ UA_StatusCode ActivateSession(UA_Server* server, UA_AccessControl* ac, const UA_
 void CloseSession(UA_Server* server, UA_AccessControl* ac, const UA_NodeId* sessionId, void* sessionContext)
 {
     CServerLog::Write(CServerLog::Info, "Сессия закрыта");
+    if (g_sessions)
+        g_sessions->Closed(*sessionId);
     g_close(server, ac, sessionId, sessionContext);
+}
+
+// Clients change the address space only through the methods of "Каналы".
+template <typename Item>
+UA_Boolean RefuseNodeManagement(UA_Server*, UA_AccessControl*, const UA_NodeId*, void*, const Item*)
+{
+    return false;
 }
 
 UA_StatusCode CheckLogin(const UA_String* userName, const UA_ByteString* password, size_t loginSize,
@@ -181,6 +206,7 @@ CGatewayServer::~CGatewayServer()
         UA_Server_delete(m_server);
         m_server = nullptr;
     }
+    g_sessions = nullptr;
 }
 
 bool CGatewayServer::LoadConfiguration(std::string& error)
@@ -218,6 +244,9 @@ bool CGatewayServer::Configure(UA_ServerConfig* config, std::string& error)
     config->applicationDescription.applicationName = UA_LOCALIZEDTEXT_ALLOC("", "TARN OPC UA MODBUS");
     config->publishingIntervalLimits.min = 10.0;
     config->samplingIntervalLimits.min = 10.0;
+    // The largest request of a configurator, monitoring some ten thousand
+    // tags, is about a megabyte; a client can't make the gateway take more.
+    config->tcpMaxMsgSize = kMaxRequestBytes;
 
     CCredentials credentials;
     if (!LoadCredentials(credentials, error) || !ConfigureSecurity(config, credentials, error))
@@ -247,18 +276,29 @@ bool CGatewayServer::Configure(UA_ServerConfig* config, std::string& error)
     g_close = config->accessControl.closeSession;
     config->accessControl.activateSession = ActivateSession;
     config->accessControl.closeSession = CloseSession;
+    config->accessControl.allowAddNode = RefuseNodeManagement<UA_AddNodesItem>;
+    config->accessControl.allowAddReference = RefuseNodeManagement<UA_AddReferencesItem>;
+    config->accessControl.allowDeleteNode = RefuseNodeManagement<UA_DeleteNodesItem>;
+    config->accessControl.allowDeleteReference = RefuseNodeManagement<UA_DeleteReferencesItem>;
     return true;
 }
 
 bool CGatewayServer::LoadCredentials(CCredentials& c, std::string& error)
 {
     if (m_options.Secure()) {
-        if (!CGatewayCertificate::ReadFile(m_options.certificatePath, c.given[0])) {
-            error = "cannot read the certificate " + m_options.certificatePath;
-            return false;
+        std::string why;
+        for (int i = 0; i < 2; ++i) {
+            const std::string& path = i == 0 ? m_options.certificatePath : m_options.privateKeyPath;
+            if (!CGatewayCertificate::ReadFile(path, c.given[i], why)) {
+                error = std::string(i == 0 ? "the certificate " : "the private key ") + path + " " + why;
+                m_failureStatus = GatewayExit::kConfigurationError;
+                return false;
+            }
         }
-        if (!CGatewayCertificate::ReadFile(m_options.privateKeyPath, c.given[1])) {
-            error = "cannot read the private key " + m_options.privateKeyPath;
+        if (!CGatewayCertificate::CheckPair(c.given[0], c.given[1], why)) {
+            error = "cannot use the certificate " + m_options.certificatePath + " with the private key " +
+                    m_options.privateKeyPath + ": " + why;
+            m_failureStatus = GatewayExit::kConfigurationError;
             return false;
         }
         c.certificate = &c.given[0];
@@ -277,10 +317,18 @@ bool CGatewayServer::LoadCredentials(CCredentials& c, std::string& error)
         for (std::filesystem::recursive_directory_iterator it(m_options.trustFolder, ec), end;
              !ec && it != end; it.increment(ec)) {
             UA_ByteString der = UA_BYTESTRING_NULL;
-            if (it->is_regular_file() && it->path().extension() == ".der" &&
-                CGatewayCertificate::ReadFile(it->path(), der))
+            std::string why;
+            if (it->path().extension() != ".der")
+                continue;
+            if (CGatewayCertificate::ReadFile(it->path(), der, why))
                 c.trust.push_back(der);
+            else
+                CServerLog::Write(CServerLog::Warning,
+                                  "Доверенный сертификат " + it->path().string() + " не прочитан: " + why);
         }
+        if (ec)
+            CServerLog::Write(CServerLog::Warning, "Каталог доверенных сертификатов " +
+                                                       m_options.trustFolder + ": " + ec.message());
     }
     return true;
 }
@@ -334,7 +382,7 @@ bool CGatewayServer::Start(std::string& error)
         return false;
     }
     if (!LoadConfiguration(error)) {
-        m_configurationRefused = true;
+        m_failureStatus = GatewayExit::kConfigurationError;
         return false;
     }
 
@@ -342,7 +390,7 @@ bool CGatewayServer::Start(std::string& error)
     std::memset(&config, 0, sizeof config);
     CServerLog::QuietLibrary(true);
     if (!Configure(&config, error)) {
-        m_configurationRefused = true;
+        m_failureStatus = GatewayExit::kConfigurationError;
         UA_ServerConfig_clean(&config);
         return false;
     }
@@ -352,6 +400,8 @@ bool CGatewayServer::Start(std::string& error)
         error = "не удалось создать сервер";
         return false;
     }
+    m_sessions = std::make_unique<CSessionGuard>(m_server);
+    g_sessions = m_sessions.get();
     m_space = std::make_unique<CAddressSpace>(m_server, &m_clock);
     m_editor = std::make_unique<CTreeEditor>(&m_root, m_space.get());
     m_modbus = std::make_unique<CModbusBridge>();
@@ -403,8 +453,10 @@ void CGatewayServer::PrintEndpoints()
 
 void CGatewayServer::Iterate()
 {
-    if (m_running)
-        UA_Server_run_iterate(m_server, true);
+    if (!m_running)
+        return;
+    UA_Server_run_iterate(m_server, true);
+    m_sessions->Check();
 }
 
 void CGatewayServer::Stop()

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "server/exchangeclock.h"
+#include "server/exitstatus.h"
 #include "server/gatewaycertificate.h"
 #include "server/gatewayconfig.h"
 #include "server/serveroptions.h"
@@ -15,6 +16,7 @@
 
 class CAddressSpace;
 class CModbusBridge;
+class CSessionGuard;
 class CTreeEditor;
 
 // The gateway: an OPC UA server on the configuration tree with the five
@@ -32,9 +34,8 @@ public:
     // Reads the configuration, sets up security and the address space and
     // opens the port. False with a reason when the server cannot run.
     bool Start(std::string& error);
-    // After a failed start: the fault lies in the configuration or the start
-    // arguments, which another attempt would meet again.
-    bool ConfigurationRefused() const { return m_configurationRefused; }
+    // The exit status for a failed Start: a configuration error or another failure.
+    int FailureStatus() const { return m_failureStatus; }
     // One pass of the server's event loop; waits for work at most briefly.
     void Iterate();
     void Stop();
@@ -74,8 +75,9 @@ private:
     CExchangeClock m_clock;
     UA_Server* m_server = nullptr;
     bool m_running = false;
-    bool m_configurationRefused = false;
+    int m_failureStatus = GatewayExit::kFailure;
     std::unique_ptr<CAddressSpace> m_space;
     std::unique_ptr<CTreeEditor> m_editor;
     std::unique_ptr<CModbusBridge> m_modbus;
+    std::unique_ptr<CSessionGuard> m_sessions;
 };

@@ -1,17 +1,16 @@
+#include "server/exitstatus.h"
 #include "server/gatewayserver.h"
 #include "server/serveroptions.h"
 
 #include <csignal>
 #include <cstdio>
 #include <iostream>
+#include <unistd.h>
 
 namespace {
 
-// Exit statuses: the service restarts the gateway after a failure, but not
-// after a refusal of its arguments or its configuration (the unit's
-// RestartPreventExitStatus), which a restart would meet again.
-const int kFailed = 1;
-const int kRefused = 2;
+// How long an orderly stop may take before the process just ends.
+const unsigned kStopSeconds = 2;
 
 volatile std::sig_atomic_t g_stop = 0;
 
@@ -20,6 +19,12 @@ void OnSignal(int)
     // The interrupted wait of the event loop is reported by the library as a warning.
     CServerLog::QuietLibrary(true);
     g_stop = 1;
+    alarm(kStopSeconds);
+}
+
+void OnStopOverdue(int)
+{
+    _exit(GatewayExit::kStopped);
 }
 
 } // namespace
@@ -34,27 +39,30 @@ int main(int argc, char** argv)
         return 0;
     case CServerOptions::Bad:
         std::cerr << argv[0] << ": " << error << "\n" << CServerOptions::Usage(argv[0]);
-        return kRefused;
+        return GatewayExit::kConfigurationError;
     case CServerOptions::Ok:
         break;
     }
+    std::signal(SIGPIPE, SIG_IGN);
 
+    // Until the server runs, SIGTERM and SIGINT keep their default and end the
+    // start at once, whatever it is busy with; afterwards they stop it in order.
+    CGatewayServer server(options);
+    if (!server.Start(error)) {
+        CServerLog::Write(CServerLog::Fatal, error);
+        std::cerr << argv[0] << ": " << error << "\n";
+        return server.FailureStatus();
+    }
     // No SA_RESTART, so the event loop's wait ends at once on a signal.
     struct sigaction action = {};
     action.sa_handler = OnSignal;
     sigemptyset(&action.sa_mask);
     sigaction(SIGINT, &action, nullptr);
     sigaction(SIGTERM, &action, nullptr);
-    std::signal(SIGPIPE, SIG_IGN);
-
-    CGatewayServer server(options);
-    if (!server.Start(error)) {
-        CServerLog::Write(CServerLog::Fatal, error);
-        std::cerr << argv[0] << ": " << error << "\n";
-        return server.ConfigurationRefused() ? kRefused : kFailed;
-    }
+    action.sa_handler = OnStopOverdue;
+    sigaction(SIGALRM, &action, nullptr);
     while (!g_stop)
         server.Iterate();
     server.Stop();
-    return 0;
+    return GatewayExit::kStopped;
 }

@@ -132,6 +132,8 @@ UA_StatusCode CTreeEditor::Add(const CMethodArgument& a)
         return UA_STATUSCODE_BADNODEIDEXISTS;
     if (int(parent->GetType()) != a.kind - 1)
         return UA_STATUSCODE_BADINVALIDARGUMENT;
+    if (!m_space->Has(parent))
+        return UA_STATUSCODE_BADPARENTNODEIDINVALID;
     std::unique_ptr<CItem> item(CItem::NewItem(enItemType(a.kind), nullptr));
     if (!item)
         return UA_STATUSCODE_BADINVALIDARGUMENT;
@@ -192,6 +194,8 @@ UA_StatusCode CTreeEditor::Edit(const CMethodArgument& a)
     if (int(item->GetType()) != a.kind)
         return UA_STATUSCODE_BADINVALIDARGUMENT;
     CItem* parent = item->GetParent();
+    if (!m_space->Has(parent))
+        return UA_STATUSCODE_BADPARENTNODEIDINVALID;
     const std::string oldName = item->GetName();
     const bool rename = !a.name.empty() && a.name != oldName;
     if (rename &&
@@ -240,6 +244,8 @@ UA_StatusCode CTreeEditor::Delete(const CMethodArgument& a)
         return UA_STATUSCODE_BADNODEIDUNKNOWN;
     if (item == m_root)
         return UA_STATUSCODE_BADINVALIDARGUMENT;
+    if (!m_space->Has(item->GetParent()))
+        return UA_STATUSCODE_BADPARENTNODEIDINVALID;
     m_space->Remove(item);
     item->Delete();
     return UA_STATUSCODE_GOOD;

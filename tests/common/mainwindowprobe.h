@@ -27,5 +27,6 @@ struct MainWindowProbe
     static QTimer* monitoringTimer(MainWindow& w) { return w.m_monitoringTimer; }
     static QLabel* statusLabel(MainWindow& w) { return w.m_statusLabel; }
     static QLabel* readStatusLabel(MainWindow& w) { return w.m_readStatusLabel; }
-    static QString& serverOutput(MainWindow& w) { return w.m_serverOutput; }
+    static const QString& serverOutput(MainWindow& w) { return w.m_serverOutput.text(); }
+    static QProcess* serverProcess(MainWindow& w) { return w.m_serverProcess; }
 };

@@ -10,6 +10,7 @@
 
 #include <csignal>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
 
@@ -147,11 +148,30 @@ private slots:
         QCOMPARE(save(m_dir.filePath("missing/x.csv"), true), 1);
         QVERIFY(MainWindowProbe::dirty(w));
 
-        // A symlink is written through: the link stays, its target changes.
+        // Links in a loop are refused and stay links.
+        QVERIFY(QFile::link("loop-b.cfg", m_dir.filePath("loop-a.cfg")) &&
+                QFile::link("loop-a.cfg", m_dir.filePath("loop-b.cfg")));
+        QCOMPARE(save(m_dir.filePath("loop-a.cfg")), 1);
+        QVERIFY(QFileInfo(m_dir.filePath("loop-a.cfg")).isSymLink());
+
+        // A symlink is written through: the link stays, its target changes, and
+        // keeps its mode and, where the saver may give them, its owner and group
+        // (a service account's file saved by root stays the service's).
         const QString real = writeFile(m_dir.filePath("real.cfg"), old);
+        struct stat before;
+        QVERIFY(::chmod(qPrintable(real), 0640) == 0 && ::stat(qPrintable(real), &before) == 0);
+        if (::getuid() == 0) {
+            QVERIFY(::chown(qPrintable(real), 65534, 65534) == 0);
+            before.st_uid = before.st_gid = 65534;
+        }
         QVERIFY(QFile::link(real, m_dir.filePath("link.cfg")));
         QCOMPARE(save(m_dir.filePath("link.cfg")), 0);
         QVERIFY(QFileInfo(m_dir.filePath("link.cfg")).isSymLink());
+        struct stat after;
+        QVERIFY(::stat(qPrintable(real), &after) == 0 && after.st_ino != before.st_ino);
+        QCOMPARE(after.st_mode, before.st_mode);
+        QCOMPARE(after.st_uid, before.st_uid);
+        QCOMPARE(after.st_gid, before.st_gid);
         CTreeItemRoot saved;
         QVERIFY(CCsvLoader(&saved).Load(real.toStdString(), false));
         QCOMPARE(saved.GetItemsCount(itTag), MainWindowProbe::root(w).GetItemsCount(itTag));

@@ -2,8 +2,12 @@
 // prints one line per step, marked "= " apart from the library's own chatter:
 //   node interop.js <url> [<login> <password>]   the whole round
 //   node interop.js <url> hold                   session + subscription, then waits to be killed
+//   node interop.js <url> count                  the server's count of subscriptions
+//   node interop.js <url> flood                  sessions never activated, as many as it takes, held
+//   node interop.js <url> probe                  tries to log in until it can; how long that took
 const opcua = require("node-opcua-client");
-const { AttributeIds, DataType, TimestampsToReturn, UserTokenType } = opcua;
+const types = require("node-opcua-types");
+const { AttributeIds, DataType, NodeClass, TimestampsToReturn, UserTokenType } = opcua;
 
 const [url, login, password] = process.argv.slice(2);
 const say = (...words) => console.log("= " + words.join(" "));
@@ -38,6 +42,61 @@ async function monitor(session, ids, count) {
     return changes;
 }
 
+const transaction = (session, request) =>
+    new Promise((done, fail) => session.performMessageTransaction(request, (e, r) => (e ? fail(e) : done(r))));
+
+// The four node management services on a group and one of its tags; their statuses.
+async function manage(session, group, tag) {
+    const reference = { referenceTypeId: "i=47", isForward: true, targetNodeId: ns2(tag) };
+    const requests = [
+        new types.DeleteNodesRequest({ nodesToDelete: [{ nodeId: ns2(group), deleteTargetReferences: true }] }),
+        new types.AddNodesRequest({ nodesToAdd: [{ parentNodeId: ns2("Каналы"), referenceTypeId: "i=47",
+            requestedNewNodeId: ns2("Чужой"), browseName: { namespaceIndex: 2, name: "Чужой" },
+            nodeClass: NodeClass.Object, typeDefinition: "i=58", nodeAttributes: new types.ObjectAttributes() }] }),
+        new types.AddReferencesRequest({ referencesToAdd: [{ ...reference, sourceNodeId: ns2("Каналы"),
+            targetNodeClass: NodeClass.Variable }] }),
+        new types.DeleteReferencesRequest({ referencesToDelete: [{ ...reference, sourceNodeId: ns2(group),
+            deleteBidirectional: true }] }),
+    ];
+    const statuses = [];
+    for (const request of requests) {
+        const result = (await transaction(session, request)).results[0];
+        statuses.push((result.statusCode || result).name);
+    }
+    return statuses;
+}
+
+// Sessions created and never activated, until the server takes no more.
+async function flood(client) {
+    let made = 0;
+    for (;;) {
+        try {
+            await new Promise((done, fail) => client._createSession((e, s) => (e ? fail(e) : done(s))));
+            ++made;
+        } catch (e) {
+            return made;
+        }
+    }
+}
+
+async function probe(url) {
+    const started = Date.now();
+    for (;;) {
+        const client = opcua.OPCUAClient.create({ connectionStrategy: { maxRetry: 0 } });
+        try {
+            await client.connect(url);
+            const session = await client.createSession();
+            say("in", Date.now() - started);
+            await session.close();
+            await client.disconnect();
+            return;
+        } catch (e) {
+            await client.disconnect().catch(() => {});
+            await new Promise((done) => setTimeout(done, 100));
+        }
+    }
+}
+
 async function call(session, method, argument) {
     const result = await session.call({
         objectId: ns2("Каналы"), methodId: ns2("Каналы." + method),
@@ -47,10 +106,24 @@ async function call(session, method, argument) {
 }
 
 (async () => {
+    if (login === "probe") {
+        await probe(url);
+        return process.exit(0);
+    }
     const hold = login === "hold";
     // The held session is to end soon after its client is gone.
     const client = opcua.OPCUAClient.create(hold ? { requestedSessionTimeout: 2000 } : {});
     await client.connect(url);
+    if (login === "flood") {
+        say("flooded", await flood(client));
+        return new Promise(() => {});
+    }
+    if (login === "count") {
+        const session = await client.createSession();
+        const count = await session.read({ nodeId: "i=2285", attributeId: AttributeIds.Value });
+        say("subscriptions", count.value.value);
+        return process.exit(0);
+    }
     const servers = await client.findServers();
     say("servers", servers.map((s) => s.applicationUri).join(","));
     const endpoints = await client.getEndpoints();
@@ -64,10 +137,19 @@ async function call(session, method, argument) {
         say("holding", await monitor(session, tags, 1));
         return new Promise(() => {});
     }
-    for (const id of tags) {
-        const read = await session.read({ nodeId: ns2(id), attributeId: AttributeIds.Value });
-        say("read", id, read.statusCode.name, read.value.value);
-    }
+    const read = async (id) => {
+        const value = await session.read({ nodeId: ns2(id), attributeId: AttributeIds.Value });
+        say("read", id, value.statusCode.name, value.value.value);
+    };
+    for (const id of tags)
+        await read(id);
+    // The address space changes through the methods only; an edit of a tag of the
+    // group that a client tried to delete leaves a tag that reads as before.
+    const before = (await browseAll(session, "Каналы", [])).sort();
+    say("manage", (await manage(session, tags[0].slice(0, tags[0].lastIndexOf(".")), tags[0])).join(" "));
+    await call(session, "editNode", tags[0] + ";4;" + tags[0].split(".").pop());
+    await read(tags[0]);
+    say("unchanged", JSON.stringify((await browseAll(session, "Каналы", [])).sort()) === JSON.stringify(before));
     say("changes", await monitor(session, tags, tags.length + 3) >= tags.length + 3);
     await call(session, "stopExchange", "emul");
     await call(session, "addNode", "Каналы;1;Узел;1;500;3;0;2;16777343;502;5000");

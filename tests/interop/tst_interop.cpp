@@ -5,10 +5,12 @@
 
 #include <QTcpServer>
 #include <QTcpSocket>
+#include <QtEndian>
 #include <QtTest>
 
 #include <atomic>
 #include <functional>
+#include <memory>
 #include <thread>
 
 namespace {
@@ -25,13 +27,21 @@ const QByteArray kPassword = QString("Пароль-на-проводе").toUtf8(
 const QString kNone = "http://opcfoundation.org/UA/SecurityPolicy#None (None)";
 const QString kSecure = "http://opcfoundation.org/UA/SecurityPolicy#Basic256Sha256 (SignAndEncrypt)";
 
-// Passes bytes between clients and the gateway and keeps all that went by.
+// Passes bytes between clients and the gateway and keeps all that went by. Set
+// to, it puts another certificate in the place of the gateway's in the plain
+// messages of the None endpoint, as a man in the middle would.
 class Relay : public QTcpServer
 {
 public:
     explicit Relay(quint16 target) : m_target(target) { listen(QHostAddress::LocalHost); }
     QString url() const { return QStringLiteral("opc.tcp://127.0.0.1:%1").arg(serverPort()); }
-    QByteArray seen;
+    void swap(const QByteArray& from, const QByteArray& to)
+    {
+        m_from = length(from) + from;
+        m_to = length(to) + to;
+    }
+    QByteArray seen, toGateway;
+    int swapped = 0;
 
 protected:
     void incomingConnection(qintptr descriptor) override
@@ -40,18 +50,48 @@ protected:
         auto* gateway = new QTcpSocket(this);
         client->setSocketDescriptor(descriptor);
         gateway->connectToHost(QHostAddress::LocalHost, m_target);
-        for (auto [from, to] : {std::pair(client, gateway), std::pair(gateway, client)}) {
-            connect(from, &QTcpSocket::readyRead, to, [this, from = from, to = to] {
-                const QByteArray bytes = from->readAll();
-                seen += bytes;
-                to->write(bytes);
-            });
-            connect(from, &QTcpSocket::disconnected, to, &QTcpSocket::disconnectFromHost);
-        }
+        connect(client, &QTcpSocket::readyRead, gateway, [this, client, gateway] {
+            const QByteArray bytes = client->readAll();
+            seen += bytes;
+            toGateway += bytes;
+            gateway->write(bytes);
+        });
+        auto pending = std::make_shared<QByteArray>();
+        connect(gateway, &QTcpSocket::readyRead, client, [this, client, gateway, pending] {
+            const QByteArray bytes = gateway->readAll();
+            seen += bytes;
+            if (m_from.isEmpty())
+                return void(client->write(bytes));
+            // Whole chunks only: a chunk's size is in bytes 4 to 7 of its header.
+            *pending += bytes;
+            while (pending->size() >= 8) {
+                const qsizetype size = qFromLittleEndian<quint32>(pending->constData() + 4);
+                if (pending->size() < size)
+                    break;
+                QByteArray chunk = pending->left(size);
+                pending->remove(0, size);
+                if (chunk.contains(m_from)) {
+                    chunk.replace(m_from, m_to);
+                    qToLittleEndian<quint32>(quint32(chunk.size()), chunk.data() + 4);
+                    ++swapped;
+                }
+                client->write(chunk);
+            }
+        });
+        connect(client, &QTcpSocket::disconnected, gateway, &QTcpSocket::disconnectFromHost);
+        connect(gateway, &QTcpSocket::disconnected, client, &QTcpSocket::disconnectFromHost);
     }
 
 private:
+    static QByteArray length(const QByteArray& bytes)
+    {
+        QByteArray prefix(4, '\0');
+        qToLittleEndian<quint32>(quint32(bytes.size()), prefix.data());
+        return prefix;
+    }
+
     quint16 m_target;
+    QByteArray m_from, m_to;
 };
 
 } // namespace
@@ -135,7 +175,10 @@ private slots:
         const QStringList expected =
             QString(
                 "servers urn:tarnopcua.server.application|endpoints None/1,Basic256Sha256/2,Basic256Sha256/3|"
-                "tags %1Const,%1Rand|read %1Const Good 3|changes true|call stopExchange Good|"
+                "tags %1Const,%1Rand|read %1Const Good 3|manage BadUserAccessDenied BadUserAccessDenied "
+                "BadUserAccessDenied BadUserAccessDenied|call editNode Good|read %1Const Good 3|unchanged "
+                "true|"
+                "changes true|call stopExchange Good|"
                 "call addNode Good|call editNode Good|call addNode BadNodeIdExists|call deleteNode Good|"
                 "call startExchange Good|tags 2|done")
                 .arg(g)
@@ -171,6 +214,34 @@ private slots:
         QCOMPARE(offThread([&] { return wrapper.disconnectToServer(); }), 0);
         QVERIFY(!relay.seen.contains(kPassword));
 
+        // A relay that shows a certificate of its own in the gateway's place gets
+        // no login: the client refuses the certificate its trust folder lacks
+        // before a session is asked for, on either endpoint.
+        const QString fake = m_dir.filePath("fake.der");
+        QVERIFY(GatewayProcess::makeCertificate("urn:tarnopcua.server.application", fake,
+                                                m_dir.filePath("fake.key")));
+        Relay thief(gateway.port());
+        QFile real(m_pki + "/gateway_cert.der"), forged(fake);
+        QVERIFY(real.open(QIODevice::ReadOnly) && forged.open(QIODevice::ReadOnly));
+        thief.swap(real.readAll(), forged.readAll());
+        for (const QString& endpoint : {kNone, kSecure}) {
+            QSignalSpy said(&wrapper, &OPCUAWrapper::signalSetLogDlgSearchDevice);
+            QCOMPARE(offThread([&] { return wrapper.findServers(thief.url()); }), 0);
+            QCOMPARE(offThread([&] {
+                         return wrapper.connectToServer(thief.url(), endpoint, true, 2, "оператор",
+                                                        QString::fromUtf8(kPassword));
+                     }),
+                     1);
+            QVERIFY2(
+                said.last().first().toString().startsWith("Сертификат сервера не найден среди доверенных"),
+                qPrintable(said.last().first().toString()));
+        }
+        // Swapped in every answer that carried it, and not one session asked for
+        // (an ActivateSession request is typed 01 00 D3 01 on the wire).
+        QVERIFY(thief.swapped >= 2);
+        QVERIFY(!thief.toGateway.contains(QByteArray::fromHex("0100d301")));
+        QVERIFY(!gateway.output().contains("Сессия отклонена"));
+
         // Any client may open an encrypted channel, but a certificate login needs the trust folder.
         QCOMPARE(wrapper.findServers(gateway.url()), 0);
         QCOMPARE(wrapper.connectToServer(gateway.url(), kNone, false, 3, "", ""), 1);
@@ -182,6 +253,32 @@ private slots:
         QCOMPARE(wrapper.connectToServer(gateway.url(), kSecure, false, 1, "", ""), 0);
         QCOMPARE(wrapper.disconnectToServer(), 0);
         OPCUAWrapper::SetCertificateChooser(nullptr);
+    }
+
+    // Monitoring started and stopped ten times leaves no subscription behind
+    // on the gateway, as the gateway itself counts them.
+    void monitoringCyclesLeaveNoSubscriptions()
+    {
+        GatewayProcess gateway;
+        QVERIFY2(gateway.start({m_config}), qPrintable(gateway.output()));
+        OPCUAWrapper wrapper;
+        QCOMPARE(wrapper.findServers(gateway.url()), 0);
+        QCOMPARE(wrapper.connectToServer(gateway.url(), kNone, true, 0, "", ""), 0);
+        const auto subscriptions = [this, &gateway] {
+            QProcess count;
+            return node(count, {gateway.url(), "count"}, "subscriptions").filter("subscriptions ");
+        };
+        // Three groups, as the program subscribes every group of its tree.
+        const QList<QString> group = {"Линия.Эмулятор.Быстрая.Const", "Линия.Эмулятор.Быстрая.Rand"};
+        for (int cycle = 0; cycle < 10; ++cycle) {
+            QMap<int, QList<QString>> rows;
+            QCOMPARE(wrapper.subscriptionTag({group, group, group}, 100, rows), 0);
+            if (cycle == 0)
+                QCOMPARE(subscriptions(), QStringList{"subscriptions 3"});
+            QCOMPARE(wrapper.deleteSubscriptionTag(), 0);
+        }
+        QCOMPARE(subscriptions(), QStringList{"subscriptions 0"});
+        QCOMPARE(wrapper.disconnectToServer(), 0);
     }
 
     void killedClientLeavesOthersServed()
@@ -198,6 +295,18 @@ private slots:
         // The session of the killed client ends with its timeout, its subscription with it.
         QTRY_VERIFY_WITH_TIMEOUT(gateway.output().count("Сессия закрыта") == 2, 20000);
         QVERIFY(gateway.running());
+
+        // Sessions made and never activated fill the gateway's table, but each is
+        // closed after five seconds: a new client is kept out for no longer.
+        QProcess flood, newcomer;
+        const QStringList flooded = node(flood, {gateway.url(), "flood"}, "flooded");
+        QVERIFY2(flooded.filter("flooded").value(0).section(' ', 1).toInt() >= 90,
+                 qPrintable(flooded.join('\n')));
+        const QStringList in = node(newcomer, {gateway.url(), "probe"}, "in ").filter("in ");
+        QVERIFY2(!in.isEmpty() && in.first().section(' ', 1).toInt() < 15000, qPrintable(in.join('\n')));
+        std::fprintf(stderr, "a new client got in %s ms after the flood\n",
+                     qPrintable(in.value(0).section(' ', 1)));
+        QVERIFY(gateway.output().contains("Сессия закрыта: вход не выполнен за 5 с"));
     }
 };
 

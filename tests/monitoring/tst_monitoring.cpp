@@ -343,6 +343,15 @@ void MonitoringTest::monitorLoseAndResume()
     QTRY_COMPARE_WITH_TIMEOUT(cell(w, 2, 2), QString("Good"), 10000);
     QVERIFY(MainWindowProbe::client(w)->callDeleteNode({"Channel_0.Device_0.Group_1"}));
 
+    // Started again, the tags the gateway no longer has are told and the others monitored.
+    action(w, "monitoring_action")->trigger();
+    s.watcher.answer(QMessageBox::Ok);
+    action(w, "monitoring_action")->trigger();
+    QVERIFY(s.watcher.seen().last().text.startsWith("Сервер отказал в мониторинге тегов (3), остальные"));
+    QVERIFY(s.watcher.seen().last().text.endsWith("\nChannel_0.Device_0.Group_1.Тег_3: BadNodeIdUnknown"));
+    QVERIFY(MainWindowProbe::monitoring(w));
+    QTRY_COMPARE_WITH_TIMEOUT(cell(w, 2, 2), QString("Good"), 10000);
+
     // Frozen, its connection still open: only its silence tells, within seconds as well.
     ::kill(pid_t(gateway.processId()), SIGSTOP);
     QTRY_VERIFY_WITH_TIMEOUT(!MainWindowProbe::monitoring(w), 5000);

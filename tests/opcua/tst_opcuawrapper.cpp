@@ -15,7 +15,6 @@
 #include "tests/common/testfiles.h"
 #include "tests/server/gatewayprocess.h"
 
-#include <open62541/plugin/create_certificate.h>
 #include <open62541/server.h>
 #include <open62541/server_config_default.h>
 
@@ -41,22 +40,6 @@ QStringList texts(const QSignalSpy& spy)
     for (const QList<QVariant>& args : spy)
         out << args.at(0).toString();
     return out;
-}
-
-bool makeCertificate(const QString& uri, const QString& der, const QString& key)
-{
-    const QByteArray alt = "URI:" + uri.toUtf8();
-    UA_String subject[] = {UA_STRING_STATIC("C=DE"), UA_STRING_STATIC("CN=velmora")};
-    UA_String altNames[] = {UA_STRING_STATIC("DNS:localhost"), UA_STRING(const_cast<char*>(alt.constData()))};
-    UA_ByteString outKey = UA_BYTESTRING_NULL, outCert = UA_BYTESTRING_NULL;
-    bool ok = UA_CreateCertificate(&g_quiet, subject, 2, altNames, 2, UA_CERTIFICATEFORMAT_DER, nullptr,
-                                   &outKey, &outCert) == UA_STATUSCODE_GOOD;
-    ok = ok &&
-         !writeFile(der, QByteArray(reinterpret_cast<char*>(outCert.data), int(outCert.length))).isEmpty() &&
-         !writeFile(key, QByteArray(reinterpret_cast<char*>(outKey.data), int(outKey.length))).isEmpty();
-    UA_ByteString_clear(&outKey);
-    UA_ByteString_clear(&outCert);
-    return ok;
 }
 
 // A server of the test's own, for value types and statuses the gateway never sends.
@@ -98,9 +81,11 @@ struct TypedServer
     }
     void start()
     {
-        // Small limits, so that browsing has to split its requests and follow continuation points.
+        // Small limits, so that browsing has to split its requests and follow continuation points,
+        // and a start that leaves a subscription behind finds no room for the next one.
         UA_Server_getConfig(server)->maxNodesPerBrowse = 3;
         UA_Server_getConfig(server)->maxReferencesPerNode = 4;
+        UA_Server_getConfig(server)->maxSubscriptionsPerSession = 2;
         UA_Server_run_startup(server);
         loop = std::thread([this] {
             while (running)
@@ -108,6 +93,17 @@ struct TypedServer
         });
     }
     QString url() const { return QString("opc.tcp://127.0.0.1:%1").arg(port); }
+    // As the server's diagnostics count them.
+    UA_UInt32 subscriptions()
+    {
+        UA_Variant count;
+        const UA_UInt32 id =
+            UA_NS0ID_SERVER_SERVERDIAGNOSTICS_SERVERDIAGNOSTICSSUMMARY_CURRENTSUBSCRIPTIONCOUNT;
+        UA_Server_readValue(server, UA_NODEID_NUMERIC(0, id), &count);
+        const UA_UInt32 n = *static_cast<UA_UInt32*>(count.data);
+        UA_Variant_clear(&count);
+        return n;
+    }
 
     quint16 port;
     UA_Server* server;
@@ -478,8 +474,8 @@ void TstOpcuaWrapper::encryptedConnections()
     QVERIFY(QDir().mkpath(serverTrust) && QDir().mkpath(clientTrust + "/sub"));
     const QString serverDer = clientTrust + "/sub/gateway.der", serverPem = m_dir.filePath("gateway.pem");
     const QString clientDer = serverTrust + "/client.der", clientPem = m_dir.filePath("client.pem");
-    QVERIFY(makeCertificate("urn:tarnopcua.server.application", serverDer, serverPem));
-    QVERIFY(makeCertificate("urn:open62541.server.application", clientDer, clientPem));
+    QVERIFY(GatewayProcess::makeCertificate("urn:tarnopcua.server.application", serverDer, serverPem));
+    QVERIFY(GatewayProcess::makeCertificate("urn:open62541.server.application", clientDer, clientPem));
 
     GatewayProcess::Options options(kConfig);
     options.certificate = serverDer;
@@ -515,7 +511,8 @@ void TstOpcuaWrapper::encryptedConnections()
     const QList<QStringList> failing = {
         {badKey, clientTrust, "Не удалось настроить шифрование"},
         {OPCUA_TEST_DATA "/encrypted_key.pem", clientTrust, "ключи с паролем не поддерживаются"},
-        {clientPem, otherTrust, "Код ошибки BadCertificateUntrusted"}};
+        {clientPem, otherTrust,
+         "Сертификат сервера не найден среди доверенных сертификатов каталога " + otherTrust}};
     for (const QStringList& setup : failing) {
         useChooser(clientDer, setup.at(0), setup.at(1));
         CapturedLog::take();
@@ -599,33 +596,38 @@ void TstOpcuaWrapper::subscriptions()
     QCOMPARE(latest["H.uncertain"].mid(1, 2), (QVariantList{42, QString("UncertainLastUsableValue")}));
     QCOMPARE(bare, QList<QVariantList>{{QString("BadNoCommunication")}});
 
-    // A deletion ends the subscription made last and drops every name; a refused one keeps them.
-    const UA_UInt32 lastId = wrapper->subscriptionId;
-    wrapper->subscriptionId = lastId + 1000;
-    QCOMPARE(wrapper->deleteSubscriptionTag(), 1);
-    QVERIFY(CapturedLog::take().last().startsWith(
-        "W Не удалось создать запрос на отмену подписки. Код ошибки Bad"));
-    QCOMPARE(wrapper->mapNodes.size(), 2);
-    wrapper->subscriptionId = lastId;
+    // A stop deletes the subscriptions of every group, so that the next start finds room.
+    QCOMPARE(s.subscriptions(), 2u);
     QCOMPARE(wrapper->deleteSubscriptionTag(), 0);
     QVERIFY(wrapper->mapNodes.isEmpty());
+    QCOMPARE(s.subscriptions(), 0u);
 
-    // An unknown node: every bad item is logged, the names stay, nothing is handed over.
-    QMap<int, QList<QString>> none;
-    QCOMPARE(wrapper->subscriptionTag({{"G.b"}, {"G.nope", "G.d", "G.gone"}}, 100, none), 2);
-    QVERIFY(none.isEmpty());
-    const QStringList log = CapturedLog::take();
-    QCOMPARE(log.filter("W Ошибка мониторинга ноды G.").size(), 2);
-    QVERIFY(log.contains("W Ошибка мониторинга ноды G.nope: BadNodeIdUnknown"));
-    QCOMPARE(log.last(), QString("W Операция создания подписки прервана, возникли ошибки мониторинга"));
-    QCOMPARE(wrapper->mapNodes.size(), 2);
-    // The server numbers only the items it made, so G.d is its item 1: the value must still be G.d's.
+    // Unknown nodes: each is logged and named, the other tags are monitored; G.d is the server's item 1
+    // of its subscription, and its value still comes under its name.
+    QMap<int, QList<QString>> some;
+    QCOMPARE(wrapper->subscriptionTag({{"G.b"}, {"G.nope", "G.d", "G.gone"}}, 100, some), 0);
+    QCOMPARE(wrapper->refusedNodes, QStringList({"G.nope: BadNodeIdUnknown", "G.gone: BadNodeIdUnknown"}));
+    QCOMPARE(CapturedLog::take().filter("W Ошибка мониторинга ноды G.").size(), 2);
+    QCOMPARE(some.size(), 2);
     latest.clear();
     iterateUntil([&] { return latest.contains("G.d"); });
     QVERIFY(latest["G.d"][0] == 1u && !latest.contains("G.nope"));
+    QCOMPARE(wrapper->deleteSubscriptionTag(), 0);
 
-    // Without a session the first subscription is refused.
+    // A start the server refuses half way (its limit is two) takes back what it had made.
+    QMap<int, QList<QString>> none;
+    QCOMPARE(wrapper->subscriptionTag({{"G.b"}, {"G.d"}, {"G.f"}}, 100, none), 1);
+    QVERIFY(none.isEmpty() && wrapper->mapNodes.isEmpty());
+    QVERIFY(!CapturedLog::take()
+                 .filter("W Не удалось создать запрос на подписку. Код ошибки BadTooManySubscriptions")
+                 .isEmpty());
+    QCOMPARE(s.subscriptions(), 0u);
+
+    // Without a session a deletion fails and keeps the names; no subscription can be made.
+    QCOMPARE(wrapper->subscriptionTag({{"G.b"}}, 100, some), 0);
     QCOMPARE(wrapper->disconnectToServer(), 0);
+    QVERIFY(wrapper->deleteSubscriptionTag() == 1 && wrapper->mapNodes.size() == 1);
+    wrapper->forgetSubscriptions();
     QCOMPARE(wrapper->subscriptionTag({{"G.b"}}, 100, none), 1);
     QVERIFY(CapturedLog::take().last().startsWith("W Не удалось создать запрос на подписку. Код ошибки Bad"));
 }

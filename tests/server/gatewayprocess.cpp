@@ -4,9 +4,11 @@
 
 #include <open62541/client_config_default.h>
 #include <open62541/client_highlevel.h>
+#include <open62541/plugin/create_certificate.h>
 #include <open62541/plugin/log_stdout.h>
 
 #include <QElapsedTimer>
+#include <QFile>
 #include <QTcpServer>
 
 #include <cmath>
@@ -110,6 +112,27 @@ UA_StatusCode GatewayProcess::call(UA_Client* client, const char* method, const 
                                             1, &in, &outSize, &out);
     UA_Array_delete(out, outSize, &UA_TYPES[UA_TYPES_VARIANT]);
     return rc;
+}
+
+bool GatewayProcess::makeCertificate(const QString& uri, const QString& der, const QString& key)
+{
+    const QByteArray alt = "URI:" + uri.toUtf8();
+    UA_String subject[] = {UA_STRING_STATIC("C=DE"), UA_STRING_STATIC("CN=velmora")};
+    UA_String altNames[] = {UA_STRING_STATIC("DNS:localhost"), UA_STRING(const_cast<char*>(alt.constData()))};
+    UA_ByteString outKey = UA_BYTESTRING_NULL, outCert = UA_BYTESTRING_NULL;
+    UA_Logger* quiet = UA_Log_Stdout_new(UA_LOGLEVEL_FATAL);
+    bool ok = UA_CreateCertificate(quiet, subject, 2, altNames, 2, UA_CERTIFICATEFORMAT_DER, nullptr, &outKey,
+                                   &outCert) == UA_STATUSCODE_GOOD;
+    quiet->clear(quiet);
+    for (const auto& [path, bytes] : {std::pair(der, &outCert), std::pair(key, &outKey)}) {
+        QFile file(path);
+        ok = ok && file.open(QIODevice::WriteOnly) &&
+             file.write(reinterpret_cast<const char*>(bytes->data), qint64(bytes->length)) ==
+                 qint64(bytes->length);
+    }
+    UA_ByteString_clear(&outKey);
+    UA_ByteString_clear(&outCert);
+    return ok;
 }
 
 QString GatewayProcess::url() const

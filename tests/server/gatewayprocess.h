@@ -69,6 +69,8 @@ public:
         UA_DateTime source = 0;
     };
     static Reading read(UA_Client* client, const QByteArray& utf8Id);
+    // A self-signed application certificate (DER) for `uri` and its key.
+    static bool makeCertificate(const QString& uri, const QString& der, const QString& key);
 
 private:
     QProcess m_process;

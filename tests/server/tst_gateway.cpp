@@ -127,6 +127,25 @@ private slots:
             const QString told = QString::fromUtf8(p.readAllStandardError());
             QVERIFY2(told.contains(QString::fromUtf8(reason)), qPrintable(told));
         }
+        // Certificate files that can't serve are refused at once, with the
+        // configuration-error status that the service unit doesn't restart on.
+        const QString der = m_dir.filePath("pair.der"), key = m_dir.filePath("pair.key");
+        const QString otherKey = m_dir.filePath("other.key");
+        QVERIFY(GatewayProcess::makeCertificate("urn:tarnopcua.server.application", der, key) &&
+                GatewayProcess::makeCertificate("urn:tarnopcua.server.application",
+                                                m_dir.filePath("other.der"), otherKey));
+        const std::tuple<QString, QString, QString> certificates[] = {
+            {m_dir.path(), key, "the certificate " + m_dir.path() + " is a folder"},
+            {"/dev/zero", key, "is not a regular file"},
+            {file("huge.der", QByteArray(100000, 'x')), key, "is larger than 64 KiB"},
+            {file("garbage.der", QByteArray(1000, 'x')), key, "is not an X.509 certificate"},
+            {der, m_dir.path(), "the private key " + m_dir.path() + " is a folder"},
+            {der, der, "is not a private key"},
+            {der, otherKey, "the private key does not belong to the certificate"}};
+        for (const auto& [certificate, privateKey, reason] : certificates) {
+            QCOMPARE(run({m_values, "4840", "info", "true", certificate, privateKey, ""}), 2);
+            QVERIFY2(QString::fromUtf8(p.readAllStandardError()).contains(reason), qPrintable(reason));
+        }
         QCOMPARE(run({QStringLiteral(VELMORA_TEST_DATA "/worked_example.cfg"), "4840", "info", "false", "",
                       "", ""}),
                  2);

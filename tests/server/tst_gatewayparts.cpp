@@ -1,5 +1,12 @@
+#include "config/csvimporter.h"
+#include "model/treeitemroot.h"
+#include "server/addressspace.h"
 #include "server/gatewayconfig.h"
 #include "server/tagruntime.h"
+#include "server/treeeditor.h"
+
+#include <open62541/plugin/log_stdout.h>
+#include <open62541/server_config_default.h>
 
 #include <QtTest>
 
@@ -99,6 +106,50 @@ private slots:
         QCOMPARE(*static_cast<UA_Byte*>(dv.value.data), UA_Byte(0));
         QVERIFY(!dv.hasSourceTimestamp);
         UA_DataValue_clear(&dv);
+    }
+
+    // A node gone under the tree (as a client's DeleteNodes once took it) makes
+    // edits below it refused, and a node the library refused is never left over
+    // a freed runtime: reading it under the sanitizers tells.
+    void editsWhereTheParentNodeIsGone()
+    {
+        CTreeItemRoot root;
+        QVERIFY(CCsvLoader(&root).Load(VELMORA_TEST_DATA "/worked_example.cfg", false));
+        UA_ServerConfig config{};
+        config.logging = UA_Log_Stdout_new(UA_LOGLEVEL_FATAL);
+        UA_ServerConfig_setDefault(&config);
+        UA_Server* server = UA_Server_newWithConfig(&config);
+        CExchangeClock clock;
+        auto space = std::make_unique<CAddressSpace>(server, &clock);
+        CTreeEditor editor(&root, space.get());
+        QCOMPARE(space->CreateRoot(), UA_STATUSCODE_GOOD);
+        QCOMPARE(space->Build(&root), UA_STATUSCODE_GOOD);
+        const std::string group = "Channel_0.Device_0.Group_0";
+        const std::string tag = group + ".Tag_0";
+        QCOMPARE(UA_Server_deleteNode(server, CAddressSpace::NodeId(group), true), UA_STATUSCODE_GOOD);
+
+        using M = CMethodArgument::Method;
+        const std::pair<M, std::string> calls[] = {{M::Edit, tag + ";4;Tag_0;3;40;5;0;1;1;0;2;0;0;0;0;0"},
+                                                   {M::Add, group + ";4;Новый;3;40;5;0;1;1;0;2;0;0;0;0;0"},
+                                                   {M::Delete, tag}};
+        for (const auto& [method, text] : calls) {
+            CMethodArgument argument;
+            std::string why;
+            QVERIFY2(CMethodArgument::Parse(method, text, argument, why), why.c_str());
+            const UA_StatusCode rc = method == M::Edit  ? editor.Edit(argument)
+                                     : method == M::Add ? editor.Add(argument)
+                                                        : editor.Delete(argument);
+            QVERIFY2(rc == UA_STATUSCODE_BADPARENTNODEIDINVALID, text.c_str());
+        }
+        CItem* item = editor.Find(tag);
+        QVERIFY(item && !editor.Find(group + ".Новый"));
+        QVERIFY(space->Build(item) != UA_STATUSCODE_GOOD);
+        UA_Variant value;
+        UA_Variant_init(&value);
+        QVERIFY(UA_Server_readValue(server, CAddressSpace::NodeId(tag), &value) != UA_STATUSCODE_GOOD);
+        UA_Variant_clear(&value);
+        UA_Server_delete(server);
+        space.reset();
     }
 
     void tailAndUsersBlock()
