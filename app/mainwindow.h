@@ -8,6 +8,7 @@
 #include <QMainWindow>
 #include <QMap>
 #include <QString>
+#include <QStringList>
 #include <QVariant>
 
 #include <functional>
@@ -20,10 +21,12 @@
 class CDATagInfo;
 class CGroupInfo;
 class QLabel;
+class QMenu;
 class QProcess;
 class QTimer;
 class QTreeWidgetItem;
 class OPCUAWrapper;
+struct TagAccess;
 class TableModelVariable;
 class TableModelMonitoring;
 class Ui_MainWindow;
@@ -73,6 +76,10 @@ public:
     // Worker body of the tag add: appends the tag and the rest of the series.
     void threadAddTags(CItem* group, CDATagInfo* tag);
     static QList<QString> findKeysContainingSubstring(std::map<QString, CItem*>& map, const QString& sub);
+    // The commands of the monitoring table for a row (and the rows selected
+    // with it): the trend and, for a writable tag, writing a value. Empty
+    // while not monitoring.
+    void fillMonitoringMenu(QMenu& menu, int row);
 
 signals:
     void signalCloseProgressBar(int err);
@@ -126,6 +133,9 @@ public slots:
     // The client's session died: monitoring ends and the user is told.
     void slotConnectionLost(QString status);
     void slotConnectionRestored();
+    void slotMonitoringMenu(const QPoint& pos);
+    // The gateway's answer to a value written from the monitoring table.
+    void slotWriteAnswered(QString fullName, QString value, QString status);
 
 private:
     // Runs work on a detached thread while the busy dialog waits for the
@@ -165,6 +175,12 @@ private:
     // The first selected tree row, and the node behind a row; null if none.
     QTreeWidgetItem* selectedRow() const;
     CItem* nodeOf(QTreeWidgetItem* row) const;
+    // The monitoring table's context menu.
+    void setupCommissioning();
+    // Full names of rows of the monitoring table, in the order given.
+    QStringList monitoredNames(const QList<int>& rows);
+    void showOnTrend(const QStringList& names);
+    void writeValueTo(const QString& fullName, const TagAccess& access, const QString& current);
 
     CTreeItemRoot m_root;
     std::map<QTreeWidgetItem*, CItem*> m_treeItems;
