@@ -8,7 +8,6 @@
 #include <QMainWindow>
 #include <QMap>
 #include <QString>
-#include <QStringList>
 #include <QVariant>
 
 #include <functional>
@@ -177,9 +176,9 @@ private:
     CItem* nodeOf(QTreeWidgetItem* row) const;
     // The monitoring table's context menu.
     void setupCommissioning();
-    // Full names of rows of the monitoring table, in the order given.
-    QStringList monitoredNames(const QList<int>& rows);
-    void showOnTrend(const QStringList& names);
+    // The full name of a row of the monitoring table; empty for none.
+    QString monitoredName(int row);
+    void showOnTrend(const QList<int>& rows);
     void writeValueTo(const QString& fullName, const TagAccess& access, const QString& current);
 
     CTreeItemRoot m_root;

@@ -9,6 +9,7 @@
 #include "views/tablemodelmonitoring.h"
 #include "views/trendview.h"
 
+#include <QDateTime>
 #include <QMenu>
 #include <QMessageBox>
 #include <QStatusBar>
@@ -39,20 +40,14 @@ void MainWindow::slotMonitoringMenu(const QPoint& pos)
         menu.exec(ui->tableView_2->viewport()->mapToGlobal(pos));
 }
 
-QStringList MainWindow::monitoredNames(const QList<int>& rows)
+QString MainWindow::monitoredName(int row)
 {
-    QStringList names;
     CItem* group = selectedGroup();
-    if (!group)
-        return names;
-    for (int row : rows) {
-        if (row < 0 || row >= int(group->size()))
-            continue;
-        std::string name;
-        std::next(group->begin(), row)->second->GetFullName(name);
-        names << QString::fromStdString(name);
-    }
-    return names;
+    if (!group || row < 0 || row >= int(group->size()))
+        return QString();
+    std::string name;
+    std::next(group->begin(), row)->second->GetFullName(name);
+    return QString::fromStdString(name);
 }
 
 void MainWindow::fillMonitoringMenu(QMenu& menu, int row)
@@ -68,9 +63,15 @@ void MainWindow::fillMonitoringMenu(QMenu& menu, int row)
     std::sort(rows.begin(), rows.end());
 
     TrendView* trend = ui->trendView;
-    QStringList toShow, toRemove;
-    for (const QString& name : monitoredNames(rows))
-        (trend->shows(name) ? toRemove : toShow) << name;
+    QList<int> toShow;
+    QStringList toRemove;
+    for (int r : rows) {
+        const QString name = monitoredName(r);
+        if (trend->shows(name))
+            toRemove << name;
+        else if (!name.isEmpty())
+            toShow << r;
+    }
     if (!toShow.isEmpty())
         menu.addAction("Показать на графике", this, [this, toShow] { showOnTrend(toShow); });
     if (!toRemove.isEmpty())
@@ -80,32 +81,48 @@ void MainWindow::fillMonitoringMenu(QMenu& menu, int row)
         });
 
     // Only a tag the gateway lets write, in a type that a value can be typed in.
-    const QStringList clicked = monitoredNames({row});
+    const QString clicked = monitoredName(row);
     if (clicked.isEmpty())
         return;
-    const TagAccess access = m_client->readTagAccess(clicked.first());
+    const TagAccess access = m_client->readTagAccess(clicked);
     if (access.status != QLatin1String("Good"))
-        VLOG_WARNING().noquote() << QStringLiteral("Не удалось прочитать доступ к тегу %1: %2")
-                                        .arg(clicked.first(), access.status);
+        VLOG_WARNING().noquote()
+            << QStringLiteral("Не удалось прочитать доступ к тегу %1: %2").arg(clicked, access.status);
     if (!access.writable || !access.type.isValid())
         return;
     const QString current = m_monitoringModel->data(m_monitoringModel->index(row, 1)).toString();
     menu.addSeparator();
     menu.addAction("Записать значение…", this,
-                   [this, name = clicked.first(), access, current] { writeValueTo(name, access, current); });
+                   [this, clicked, access, current] { writeValueTo(clicked, access, current); });
 }
 
-void MainWindow::showOnTrend(const QStringList& names)
+void MainWindow::showOnTrend(const QList<int>& rows)
 {
     TrendView* trend = ui->trendView;
     const bool appears = trend->isHidden();
-    for (const QString& name : names)
+    const auto cell = [this](int row, int column) {
+        return m_monitoringModel->data(m_monitoringModel->index(row, column)).toString();
+    };
+    for (int row : rows) {
+        const QString name = monitoredName(row);
         if (!trend->addSeries(name)) {
             QMessageBox::warning(
                 this, "Внимание",
                 QStringLiteral("На графике помещается не больше %1 тегов.").arg(TrendView::kMaxSeries));
             break;
         }
+        // The line starts with the value the table shows: a tag that seldom
+        // changes sends no other for a while.
+        const QString value = cell(row, 1);
+        bool number = true;
+        const double shown = value == QLatin1String("true")    ? 1
+                             : value == QLatin1String("false") ? 0
+                                                               : value.toDouble(&number);
+        const QDateTime taken =
+            QDateTime::fromString(cell(row, 3), QStringLiteral("yyyy-MM-dd hh:mm:ss.zzz"));
+        if (number && taken.isValid())
+            trend->addKnownValue(name, shown, cell(row, 2), taken.toMSecsSinceEpoch());
+    }
     if (appears && !trend->isHidden()) {
         const int height = ui->monitoringSplitter->height();
         const int plot = height * kPlotFifths / 5;

@@ -72,10 +72,14 @@ TrendView::TrendView(QWidget* parent) : QWidget(parent), ui(new Ui_TrendView)
     plot->xAxis->setTicker(ticker);
     plot->setInteractions(QCP::iRangeDrag | QCP::iRangeZoom);
     plot->setNoAntialiasingOnDrag(true);
-    // The legend stands right of the plot, out of the way of the lines.
-    plot->legend->setVisible(true);
-    plot->plotLayout()->addElement(0, 1, plot->legend);
+    // The legend stands right of the plot, out of the way of the lines, at the top.
+    auto* side = new QCPLayoutGrid;
+    plot->plotLayout()->addElement(0, 1, side);
     plot->plotLayout()->setColumnStretchFactor(1, 0.001);
+    side->addElement(0, 0, plot->legend);
+    side->addElement(1, 0, new QCPLayoutElement(plot));
+    side->setRowStretchFactor(0, 0.001);
+    plot->legend->setVisible(true);
     plot->legend->setBorderPen(Qt::NoPen);
     const qint64 now = QDateTime::currentMSecsSinceEpoch();
     plot->xAxis->setRange(seconds(now - spanMs()), seconds(now));
@@ -164,6 +168,17 @@ bool TrendView::addSeries(const QString& fullName)
     show();
     refresh(true);
     return true;
+}
+
+void TrendView::addKnownValue(const QString& fullName, double value, const QString& status, qint64 ms)
+{
+    Series* series = m_byName.value(fullName);
+    if (!series || series->buffer.size() > 0)
+        return;
+    series->buffer.add(ms, value, status);
+    plotNew(*series);
+    series->buffer.seal();
+    refresh(true);
 }
 
 void TrendView::removeSeries(const QString& fullName)

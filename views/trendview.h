@@ -36,6 +36,8 @@ public:
     bool shows(const QString& fullName) const { return m_byName.contains(fullName); }
     // False when the plot holds kMaxSeries tags already.
     bool addSeries(const QString& fullName);
+    // The value a new series starts with: the one shown before it came on the plot.
+    void addKnownValue(const QString& fullName, double value, const QString& status, qint64 ms);
     void removeSeries(const QString& fullName);
     QStringList names() const;
     // The points of a shown tag; null for any other.
