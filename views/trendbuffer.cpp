@@ -3,6 +3,7 @@
 #include <QDateTime>
 #include <QHash>
 #include <QIODevice>
+#include <QLocale>
 
 #include <algorithm>
 #include <cmath>
@@ -131,7 +132,8 @@ bool TrendBuffer::writeCsv(QIODevice& out, const QStringList& names,
                     .toString(QStringLiteral("yyyy-MM-dd hh:mm:ss.zzz"))
                     .toUtf8();
         text += ';' + names.at(row.series).toUtf8() + ';';
-        text += QByteArray::number(sample.value, 'g', 17) + ';' + statusName(sample.status).toUtf8() + '\n';
+        text += QByteArray::number(sample.value, 'g', QLocale::FloatingPointShortest) + ';' +
+                statusName(sample.status).toUtf8() + '\n';
         if (text.size() > (1 << 20)) {
             if (out.write(text) != text.size())
                 return false;
