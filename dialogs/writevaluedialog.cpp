@@ -8,6 +8,7 @@
 #include <cmath>
 #include <limits>
 #include <type_traits>
+#include <utility>
 
 namespace {
 
@@ -89,35 +90,26 @@ WriteValueDialog::~WriteValueDialog()
 
 QVariant WriteValueDialog::parse(const QString& text, QMetaType type, QString* rule)
 {
-    const QString trimmed = text.trimmed();
-    switch (type.id()) {
-    case QMetaType::Bool:
-        return boolean(trimmed, rule);
-    case QMetaType::SChar:
-        return integer<signed char>(trimmed, rule);
-    case QMetaType::UChar:
-        return integer<uchar>(trimmed, rule);
-    case QMetaType::Short:
-        return integer<short>(trimmed, rule);
-    case QMetaType::UShort:
-        return integer<ushort>(trimmed, rule);
-    case QMetaType::Int:
-        return integer<int>(trimmed, rule);
-    case QMetaType::UInt:
-        return integer<uint>(trimmed, rule);
-    case QMetaType::LongLong:
-        return integer<qlonglong>(trimmed, rule);
-    case QMetaType::ULongLong:
-        return integer<qulonglong>(trimmed, rule);
-    case QMetaType::Float:
-        return real<float>(trimmed, rule);
-    case QMetaType::Double:
-        return real<double>(trimmed, rule);
-    default:
-        if (rule)
-            *rule = QStringLiteral("Значения этого типа не записываются");
-        return QVariant();
-    }
+    using Parser = QVariant (*)(const QString&, QString*);
+    static const std::pair<int, Parser> parsers[] = {
+        {QMetaType::Bool, boolean},
+        {QMetaType::SChar, integer<signed char>},
+        {QMetaType::UChar, integer<uchar>},
+        {QMetaType::Short, integer<short>},
+        {QMetaType::UShort, integer<ushort>},
+        {QMetaType::Int, integer<int>},
+        {QMetaType::UInt, integer<uint>},
+        {QMetaType::LongLong, integer<qlonglong>},
+        {QMetaType::ULongLong, integer<qulonglong>},
+        {QMetaType::Float, real<float>},
+        {QMetaType::Double, real<double>},
+    };
+    for (const auto& [id, parser] : parsers)
+        if (type.id() == id)
+            return parser(text.trimmed(), rule);
+    if (rule)
+        *rule = QStringLiteral("Значения этого типа не записываются");
+    return QVariant();
 }
 
 void WriteValueDialog::on_valueEdit_textChanged(const QString& text)
