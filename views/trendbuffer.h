@@ -1,18 +1,18 @@
 #pragma once
 
 #include <QString>
+#include <QStringList>
 #include <QtGlobal>
 
 #include <vector>
 
-#include <QStringList>
-
 class QIODevice;
 
-// The recent values of one tag on the trend: a ring of fixed size that holds
-// the last hour at the monitoring's ten values a second. Values of one take
-// (the same time) make one point, unless the status changes; points older
-// than an hour or past the capacity are dropped, the oldest first.
+// The recent values of one tag on the trend: a ring, grown as points come up
+// to a fixed capacity, that holds the last hour at the monitoring's ten takes
+// a second. Values of one take (the same time) make one point, unless the
+// status changes; points older than an hour or past the capacity are dropped,
+// the oldest first.
 class TrendBuffer
 {
 public:
