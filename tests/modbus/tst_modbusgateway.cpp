@@ -339,6 +339,8 @@ private slots:
         command(3, "Записать значение…")->trigger();
         QCOMPARE(accepted, (QList<bool>{false, false, false, true}));
         QTRY_VERIFY(m_panel.read().contains("write 1 hr 1 64302\n"));
+        // The register holds it: polled back, the table shows it.
+        QTRY_COMPARE_WITH_TIMEOUT(table->model()->index(3, 1).data().toString(), QString("-1234"), 10000);
         const QString answer = "Запись значения -1234 в тег Пульт.Д.Г.setpoint: Good";
         QTRY_COMPARE(s.w.statusBar()->currentMessage(), answer);
         QVERIFY(CapturedLog::take().contains("I " + answer));
