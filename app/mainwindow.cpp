@@ -60,6 +60,7 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent), ui(new Ui_MainWin
     connect(ui->tableView, &QAbstractItemView::doubleClicked, this, &MainWindow::slotEditTagTableDoubleClick);
     connect(ui->tableWidget, &QAbstractItemView::doubleClicked, this,
             &MainWindow::slotEditItemTableDoubleClick);
+    setupCommissioning();
 
     // Widget-level shortcuts of the tree: actions of their own, untouched by
     // setEnabledToolbar, so they stay live while the menu commands are off.

@@ -21,10 +21,12 @@
 class CDATagInfo;
 class CGroupInfo;
 class QLabel;
+class QMenu;
 class QProcess;
 class QTimer;
 class QTreeWidgetItem;
 class OPCUAWrapper;
+struct TagAccess;
 class TableModelVariable;
 class TableModelMonitoring;
 class Ui_MainWindow;
@@ -81,6 +83,10 @@ public:
     static QList<QString> nextTagInfo(const QString& group, const CDATagInfo* tag);
     static QList<QString> pastedTagInfo(CItem* clone);
     static QList<QString> findKeysContainingSubstring(std::map<QString, CItem*>& map, const QString& sub);
+    // The commands of the monitoring table for a row (and the rows selected
+    // with it): the trend and, for a writable tag, writing a value. Empty
+    // while not monitoring.
+    void fillMonitoringMenu(QMenu& menu, int row);
 
 signals:
     void signalCloseProgressBar(int err);
@@ -134,6 +140,9 @@ public slots:
     // The client's session died: monitoring ends, the user is told, and the
     // program is no longer connected.
     void slotConnectionLost(QString status);
+    void slotMonitoringMenu(const QPoint& pos);
+    // The gateway's answer to a value written from the monitoring table.
+    void slotWriteAnswered(QString fullName, QString value, QString status);
 
 private:
     // Runs work on a detached thread while the busy dialog waits for the
@@ -176,6 +185,12 @@ private:
     // The first selected tree row, and the node behind a row; null if none.
     QTreeWidgetItem* selectedRow() const;
     CItem* nodeOf(QTreeWidgetItem* row) const;
+    // The monitoring table's context menu.
+    void setupCommissioning();
+    // The full name of a row of the monitoring table; empty for none.
+    QString monitoredName(int row);
+    void showOnTrend(const QList<int>& rows);
+    void writeValueTo(const QString& fullName, const TagAccess& access, const QString& current);
 
     CTreeItemRoot m_root;
     std::map<QTreeWidgetItem*, CItem*> m_treeItems;

@@ -9,6 +9,7 @@
 #include "opcua/searchopcuaserver.h"
 #include "ui_mainwindow.h"
 #include "views/tablemodelmonitoring.h"
+#include "views/trendview.h"
 
 #include <QDateTime>
 #include <QLabel>
@@ -193,10 +194,12 @@ void MainWindow::on_monitoring_action_triggered()
     const int interval = intervalMs(group);
 
     const int code = runSwitchStep([this, group, interval, name] { monitoringOn(group, interval, name); });
-    if (code == 0)
+    if (code == 0) {
+        ui->trendView->breakLines(QDateTime::currentMSecsSinceEpoch());
         m_monitoringTimer->start(100);
-    else
+    } else {
         dropArrived();
+    }
     ui->tabWidget->setCurrentIndex(2);
     m_monitoredTreeItem = ui->treeWidget->currentItem();
     // Tags the server refused are told; the others are monitored all the same.
@@ -352,6 +355,8 @@ void MainWindow::takeArrived()
         std::lock_guard<std::mutex> lock(m_arrivedMutex);
         batch.swap(m_arrived);
     }
+    // The trend takes the values of a refresh at the time the table gives them.
+    ui->trendView->record(batch, QDateTime::currentMSecsSinceEpoch());
     for (const QList<QVariant>& message : batch)
         slotDataChange(message);
 }

@@ -1,6 +1,7 @@
 // Live monitoring of 10,000 tags at 100 ms against the gateway, through the
 // program's own commands: subscription creation time, the program's CPU in the
-// steady state, and how late a value shows in the table.
+// steady state, how late a value shows in the table, and the program's CPU
+// with 16 of the tags on the trend.
 //
 //   QT_QPA_PLATFORM=offscreen bench_monitoring [seconds] [picture.png]
 //
@@ -18,11 +19,14 @@
 #include "opcua/opcuawrapper.h"
 #include "tests/common/modalwatcher.h"
 #include "views/tablemodelmonitoring.h"
+#include "views/trendview.h"
 
 #include <QAction>
 #include <QApplication>
 #include <QDateTime>
 #include <QElapsedTimer>
+#include <QMenu>
+#include <QTableView>
 #include <QTemporaryDir>
 #include <QTimer>
 #include <QTreeWidget>
@@ -42,6 +46,9 @@ constexpr int kDevices = 10;
 constexpr int kGroups = 10;
 constexpr int kTags = 100;
 constexpr int kProbes = 20;
+constexpr int kTrendTags = 16;
+// The desk with a trend open may take at most this share of what the gateway takes to serve it.
+constexpr double kTrendCpuRatio = 1.0;
 
 // Sine periods of the probe tags (the gateway allows 1 to 60 s).
 std::vector<int> probePeriods()
@@ -213,7 +220,7 @@ int main(int argc, char** argv)
     // Arrival of each probe value at the client, on the loop's thread.
     std::mutex arrivalsMutex;
     std::map<QString, qint64> arrivals;
-    QObject::connect(
+    const QMetaObject::Connection arrivalsSeen = QObject::connect(
         client, &OPCUAWrapper::signalDataChange, client,
         [&](QVariantList v) {
             if (v.size() == 5 && v.at(3).toString().contains("Период_")) {
@@ -226,7 +233,7 @@ int main(int argc, char** argv)
     auto* model = window.findChild<TableModelMonitoring*>();
     std::vector<QString> shown(kProbes);
     std::vector<double> sampleToTable, arrivalToTable;
-    QObject::connect(model, &QAbstractItemModel::dataChanged, [&] {
+    const QMetaObject::Connection shownSeen = QObject::connect(model, &QAbstractItemModel::dataChanged, [&] {
         const qint64 now = QDateTime::currentMSecsSinceEpoch();
         for (int row = 0; row < kProbes; ++row) {
             const QString value = model->data(model->index(row, 1)).toString();
@@ -251,6 +258,38 @@ int main(int argc, char** argv)
 
     // Then the latency, with the probes in place.
     runFor(seconds * 1000);
+
+    // The trend of 16 probe tags beside the table, put there by the table's
+    // command: the program's CPU against the gateway's on the same
+    // subscription in the same time, and the points that reached the plot.
+    // The latency probes are gone by then.
+    QObject::disconnect(arrivalsSeen);
+    QObject::disconnect(shownSeen);
+    auto* table = window.findChild<QTableView*>("tableView_2");
+    for (int row = 0; row < kTrendTags; ++row)
+        table->selectionModel()->select(model->index(row, 0),
+                                        QItemSelectionModel::Select | QItemSelectionModel::Rows);
+    QMenu menu;
+    window.fillMonitoringMenu(menu, 0);
+    menu.actions().first()->trigger();
+    auto* trend = window.findChild<TrendView*>();
+    runFor(2000);
+    const auto plotted = [&] {
+        long points = 0;
+        for (const QString& name : trend->names())
+            points += trend->buffer(name)->size();
+        return points;
+    };
+    const long points0 = plotted();
+    const double trendCpu0 = cpuMs();
+    const double trendGatewayCpu0 = BenchSupport::ProcessCpuMs(gateway.processId());
+    wait.restart();
+    runFor(seconds * 1000);
+    const double trendCpuPercent = (cpuMs() - trendCpu0) / double(wait.elapsed()) * 100.0;
+    const double trendGatewayCpuPercent =
+        (BenchSupport::ProcessCpuMs(gateway.processId()) - trendGatewayCpu0) / double(wait.elapsed()) * 100.0;
+    const double pointRate =
+        double(plotted() - points0) / trend->names().size() / (double(wait.elapsed()) / 1000);
 
     // Calls made on the GUI thread while the loop delivers this load.
     double slowestCall = 0;
@@ -294,6 +333,14 @@ int main(int argc, char** argv)
     BenchSupport::ReportAbsolute("gateway CPU, 10k tags monitored (% of a core)", gatewayCpuPercent, "%", 50);
     BenchSupport::ReportAbsolute("gateway sample to table, slowest value", percentile(sampleToTable, 1.0),
                                  "ms", 300);
+    std::printf(
+        "with a trend of %d tags:       program %.1f %%, gateway %.1f %% of one core, %zu tags on the "
+        "plot, %.1f points a tag and second\n",
+        kTrendTags, trendCpuPercent, trendGatewayCpuPercent, size_t(trend->names().size()), pointRate);
+    BenchSupport::ReportAbsolute("program CPU, 10k tags + trend of 16 (% of a core)", trendCpuPercent, "%",
+                                 15);
+    BenchSupport::ReportAgainstPeer("program CPU with trend of 16, vs gateway CPU", trendCpuPercent,
+                                    trendGatewayCpuPercent, "%", kTrendCpuRatio);
     client->disconnectToServer();
     return 0;
 }

@@ -3,6 +3,7 @@
 #include <QHash>
 #include <QList>
 #include <QMap>
+#include <QMetaType>
 #include <QObject>
 #include <QString>
 #include <QStringList>
@@ -26,6 +27,19 @@ struct CertificatePaths
     QString certificate;
     QString privateKey;
     QString trustDirectory;
+};
+
+// What the gateway says of one tag: whether it may be written and the type of its value.
+struct TagAccess
+{
+    // "Good", or why the attributes could not be read.
+    QString status;
+    bool writable = false;
+    // The Qt type that holds a value of the tag's data type; invalid unless it
+    // is a number or a boolean.
+    QMetaType type;
+    // The data type's name, e.g. "Float".
+    QString typeName;
 };
 
 // The one OPC UA client of the program.
@@ -79,6 +93,12 @@ public:
     // a new session starts without them.
     void forgetSubscriptions();
 
+    // Reads the access level and data type of a tag.
+    TagAccess readTagAccess(const QString& fullName);
+    // Sends a value to a tag in the OPC UA type of its Qt type; the answer
+    // comes as signalWriteAnswered, from the thread running the client.
+    void writeTagValue(const QString& fullName, const QVariant& value);
+
     // Also read by a worker that is adding tags while the session may be lost.
     std::atomic<bool> connected{false};
     bool autoConnecting = false;
@@ -110,6 +130,8 @@ signals:
     // The session died under the program (the server went away); `status`
     // names the reason. Comes from the thread that was inside the client.
     void signalConnectionLost(QString status);
+    // The answer to writeTagValue: "Good" or the status name.
+    void signalWriteAnswered(QString fullName, QString value, QString status);
 
 private:
     static OPCUAWrapper* _singleOPCUAWrapper;

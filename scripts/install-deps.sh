@@ -11,7 +11,7 @@ fi
 export DEBIAN_FRONTEND=noninteractive
 here=$(dirname "$0")
 
-PACKAGES=(cmake ninja-build g++ ccache qt6-base-dev qt6-base-dev-tools qt6-translations-l10n libgl-dev
+PACKAGES=(cmake ninja-build g++ ccache qt6-base-dev qt6-base-dev-tools qt6-translations-l10n libgl-dev libqcustomplot-dev
           xvfb xauth fonts-dejavu-core imagemagick
           libmodbus-dev python3-pymodbus python3-serial python3-serial-asyncio socat
           dpkg-dev file lintian desktop-file-utils appstream)

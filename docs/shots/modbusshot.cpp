@@ -1,7 +1,8 @@
 // Renders docs/modbus-monitoring.png: the monitoring tab showing the demo
-// simulator's live values through the bundled gateway.
+// simulator's live values through the bundled gateway; with a second path,
+// docs/trend.png: two of them on the trend, with a pause of the device.
 //   cmake --build build --target velmora_modbus_shot
-//   QT_QPA_PLATFORM=offscreen build/bin/velmora_modbus_shot docs/modbus-monitoring.png
+//   QT_QPA_PLATFORM=offscreen build/bin/velmora_modbus_shot docs/modbus-monitoring.png docs/trend.png
 #include "app/qttranslation.h"
 #include "config/scrambler.h"
 #include "gatewayprocess.h"
@@ -11,11 +12,14 @@
 #include <QApplication>
 #include <QEventLoop>
 #include <QFile>
+#include <QMenu>
 #include <QProcess>
+#include <QTableView>
 #include <QTemporaryDir>
 #include <QTimer>
 #include <QTreeWidget>
 
+#include <csignal>
 #include <cstdio>
 
 namespace {
@@ -33,8 +37,8 @@ int main(int argc, char** argv)
 {
     QApplication app(argc, argv);
     installQtTranslation(app);
-    if (argc != 2) {
-        std::fprintf(stderr, "usage: velmora_modbus_shot <picture.png>\n");
+    if (argc != 2 && argc != 3) {
+        std::fprintf(stderr, "usage: velmora_modbus_shot <picture.png> [trend.png]\n");
         return 2;
     }
     // The demo configuration, on a port of its own.
@@ -65,7 +69,24 @@ int main(int argc, char** argv)
     session.tree()->expandAll();
     session.w.findChild<QAction*>("monitoring_action")->trigger();
     runFor(3000);
-    const bool saved = session.w.grab().save(QString::fromLocal8Bit(argv[1]));
+    bool saved = session.w.grab().save(QString::fromLocal8Bit(argv[1]));
+    if (argc == 3) {
+        // Pressure and a flag on the plot; the device stops answering for a
+        // while (the gap and the crosses) and comes back.
+        auto* table = session.w.findChild<QTableView*>("tableView_2");
+        for (int row : {1, 4})
+            table->selectionModel()->select(table->model()->index(row, 0),
+                                            QItemSelectionModel::Select | QItemSelectionModel::Rows);
+        QMenu menu;
+        session.w.fillMonitoringMenu(menu, 1);
+        menu.actions().first()->trigger();
+        runFor(25000);
+        ::kill(pid_t(sim.processId()), SIGSTOP);
+        runFor(6000);
+        ::kill(pid_t(sim.processId()), SIGCONT);
+        runFor(20000);
+        saved = session.w.grab().save(QString::fromLocal8Bit(argv[2])) && saved;
+    }
     session.w.findChild<QAction*>("monitoring_action")->trigger();
     sim.kill();
     sim.waitForFinished(5000);

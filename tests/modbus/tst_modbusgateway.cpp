@@ -1,10 +1,17 @@
 #include "gatewayprocess.h"
 
 #include "config/scrambler.h"
+#include "server/modbus/livevalue.h"
+#include "tests/common/capturedlog.h"
+#include "tests/common/mainwindowprobe.h"
+#include "tests/common/session.h"
+#include "tests/common/testfiles.h"
+#include "views/trendview.h"
 
 #include <open62541/client_highlevel.h>
 
 #include <QtTest>
+#include <QtWidgets>
 
 #include <csignal>
 #include <memory>
@@ -148,13 +155,15 @@ QString WholeTags(QStringList& sets, QList<std::pair<QString, double>>& expected
 } // namespace
 
 // The gateway polling simulated devices: Modbus TCP and RTU, every value type
-// and byte order, writes, re-planning, outages and devices that misbehave.
+// and byte order, writes, re-planning, outages and devices that misbehave; and
+// the program watching and writing them.
 class TestModbusGateway : public QObject
 {
     Q_OBJECT
 
     QTemporaryDir m_dir;
-    Sim m_typed, m_outage, m_rtu, m_exceptions, m_garbage;
+    Sim m_typed, m_outage, m_rtu, m_exceptions, m_garbage, m_panel;
+    QString m_config;
     Process m_socat;
     GatewayProcess m_gateway;
     GatewayProcess::Client m_client{nullptr, nullptr};
@@ -175,12 +184,14 @@ private slots:
     void initTestCase()
     {
         QVERIFY(m_dir.isValid());
-        const int port = GatewayProcess::freePort(); // and the three above it
+        const int port = GatewayProcess::freePort(); // and the four above it
         m_typed.args = QStringList{"--tcp", QString::number(port), "--units", "1,2", "--silent-others"};
         const QString wholeTags = WholeTags(m_typed.args, m_expected);
         m_outage.args = QStringList{"--tcp", QString::number(port + 1), "--set", "1:hr:1=u16:AB:11"};
         m_exceptions.args = QStringList{"--tcp", QString::number(port + 2), "--size", "100"};
         m_garbage.args = QStringList{"--tcp", QString::number(port + 3), "--garbage"};
+        m_panel.args =
+            QStringList{"--tcp", QString::number(port + 4), "--clock", "1:1", "--set", "1:ir:3=u16:AB:7"};
 
         // A pty pair stands in for the serial line.
         const QString a = m_dir.filePath("ttyA"), b = m_dir.filePath("ttyB");
@@ -190,7 +201,7 @@ private slots:
             QString("--serial %1 --baud 19200 --units 3 --set 3:ir:7=f32:CDAB:-1.25 --set 3:co:2=bit:1")
                 .arg(b)
                 .split(' ');
-        for (Sim* sim : {&m_typed, &m_outage, &m_exceptions, &m_garbage, &m_rtu})
+        for (Sim* sim : {&m_typed, &m_outage, &m_exceptions, &m_garbage, &m_rtu, &m_panel})
             QVERIFY2(sim->start(), qPrintable(sim->output));
 
         const QString one =
@@ -210,8 +221,14 @@ private slots:
                    ";c;Выходное состояние;2;0;0;Да;Да;Одиночная;;;;;;;;Константа;0\n") +
             Device("Мёртвый", 4, "100;мс", dead) + Tcp("Исключения", port + 2, 300, 1) +
             QString(one).replace(";1;0;0;Да;", ";500;0;0;Да;") + Tcp("Мусор", port + 3, 300, 1) + one +
-            Serial("Нет_порта", 7) + one + Serial("Аскии", 8, "MODBUS ASCII") + one;
-        const QString path = m_dir.filePath("modbus.cfg");
+            Serial("Нет_порта", 7) + one + Serial("Аскии", 8, "MODBUS ASCII") + one +
+            Tcp("Пульт", port + 4, 500, 2) +
+            Device("Д", 1, "100;мс",
+                   ";clock;Входной регистр;1;0;0;Да;;;Цел32;AB CD;Нет;;;;;Константа;0\n"
+                   ";level;Входной регистр;3;0;0;Да;;;Цел16;AB;Нет;;;;;Константа;0\n"
+                   ";ratio;Выходной регистр;2;0;0;Да;Да;Групповая;Вещ32;AB CD;Нет;;;;;Константа;0\n"
+                   ";setpoint;Выходной регистр;1;0;0;Да;Да;Одиночная;Цел16(знак);AB;Нет;;;;;Константа;0\n");
+        const QString path = m_config = m_dir.filePath("modbus.cfg");
         QVERIFY(CScrambler::WriteFile(path, config));
         qputenv("VELMORA_COM_PORTS", QString("1=%1,7=/nonexistent/ttyX").arg(a).toUtf8());
         QVERIFY2(m_gateway.start(GatewayProcess::Options(path)), qPrintable(m_gateway.output()));
@@ -318,6 +335,89 @@ private slots:
         QTRY_VERIFY_WITH_TIMEOUT(Get("Линия.Д.Г.f").source > live.source, 5000);
     }
 
+    // The program on the same gateway: two tags on the trend, their points
+    // arriving and saved as CSV, and values written from the monitoring table.
+    void commissioningFromTheProgram()
+    {
+        // The program's log is read here, and printed again once the window is gone.
+        CapturedLog::install();
+        const std::shared_ptr<void> printAgain(nullptr, [](void*) { qInstallMessageHandler(nullptr); });
+        Session s(m_config);
+        s.watcher.answerConnect(m_gateway.url());
+        s.w.findChild<QAction*>("action")->trigger();
+        s.select(s.node("Пульт.Д.Г"));
+        s.w.findChild<QAction*>("monitoring_action")->trigger();
+        QVERIFY(MainWindowProbe::monitoring(s.w));
+        auto* table = requireChild<QTableView>(&s.w, "tableView_2");
+        QTRY_COMPARE_WITH_TIMEOUT(table->model()->index(1, 1).data().toString(), QString("7"), 10000);
+        QMenu menu;
+        // The command of that text in the table's menu for a row; null when not offered.
+        const auto command = [&](int row, const QString& text) -> QAction* {
+            menu.clear();
+            s.w.fillMonitoringMenu(menu, row);
+            for (QAction* action : menu.actions())
+                if (action->text() == text)
+                    return action;
+            return nullptr;
+        };
+
+        // Rows clock, level, ratio, setpoint: the first two onto the plot.
+        for (int row : {0, 1})
+            table->selectionModel()->select(table->model()->index(row, 0),
+                                            QItemSelectionModel::Select | QItemSelectionModel::Rows);
+        command(1, "Показать на графике")->trigger();
+        auto* trend = requireChild<TrendView>(&s.w, "trendView");
+        const QString clock = "Пульт.Д.Г.clock", level = "Пульт.Д.Г.level";
+        QCOMPARE(trend->names(), (QStringList{clock, level}));
+        QVERIFY(trend->isVisible() && command(0, "Убрать с графика"));
+        // The clock changes all the time, the level holds the value it showed.
+        QTRY_VERIFY_WITH_TIMEOUT(trend->buffer(clock)->size() >= 10, 10000);
+        QVERIFY(trend->buffer(level)->size() >= 1 && trend->buffer(level)->at(0).value == 7);
+
+        // Holding registers are written, the input register is not offered.
+        QVERIFY(!command(1, "Записать значение…"));
+        QList<bool> accepted;
+        s.watcher.answer([&accepted](QWidget* d) {
+            auto* ok = requireChild<QDialogButtonBox>(d, "buttonBox")->button(QDialogButtonBox::Ok);
+            for (const char* typed : {"70000", "12,5", "", "-1 234"}) {
+                requireChild<QLineEdit>(d, "valueEdit")->setText(QString::fromUtf8(typed));
+                accepted << ok->isEnabled();
+            }
+            ok->click();
+        });
+        command(3, "Записать значение…")->trigger();
+        QCOMPARE(accepted, (QList<bool>{false, false, false, true}));
+        QTRY_VERIFY(m_panel.read().contains("write 1 hr 1 64302\n"));
+        // The register holds it: polled back, the table shows it.
+        QTRY_COMPARE_WITH_TIMEOUT(table->model()->index(3, 1).data().toString(), QString("-1234"), 10000);
+        const QString answer = "Запись значения -1234 в тег Пульт.Д.Г.setpoint: Good";
+        QTRY_COMPARE(s.w.statusBar()->currentMessage(), answer);
+        QVERIFY(CapturedLog::take().contains("I " + answer));
+        s.accept([](QWidget* d) { requireChild<QLineEdit>(d, "valueEdit")->setText("1,5"); });
+        command(2, "Записать значение…")->trigger();
+        QTRY_VERIFY(m_panel.read().contains("write 1 hr 2 16320 0\n"));
+
+        // The plotted points as CSV; a file that can't be written loses none of them.
+        const QString csv = m_dir.filePath("trend.csv");
+        s.watcher.answerFile(csv);
+        requireChild<QPushButton>(trend, "exportButton")->click();
+        const QString text = QString::fromUtf8(readFile(csv));
+        QVERIFY2(text.startsWith("\uFEFFВремя;Тег;Значение;Качество\n") &&
+                     text.contains(";" + level + ";7;Good\n") && text.count(";" + clock + ";") >= 10,
+                 qPrintable(text.left(500)));
+        const int points = trend->buffer(clock)->size();
+        s.watcher.answerFile(m_dir.filePath("нет/trend.csv"));
+        s.watcher.answer(QMessageBox::Ok);
+        requireChild<QPushButton>(trend, "exportButton")->click();
+        QVERIFY(s.watcher.seen().last().text.startsWith("Не удалось сохранить график в файл"));
+        QVERIFY(trend->buffer(clock)->size() >= points);
+
+        // Not monitoring: the plot stays, the table offers nothing.
+        s.w.findChild<QAction*>("monitoring_action")->trigger();
+        QVERIFY(!command(0, "Убрать с графика") && menu.isEmpty() && trend->names().size() == 2);
+        QCOMPARE(s.watcher.pending(), 0);
+    }
+
     void outageTurnsTagsBadAndBack()
     {
         const QString tag = "Обрыв.Д.Г.t";
@@ -373,5 +473,5 @@ private slots:
     }
 };
 
-QTEST_GUILESS_MAIN(TestModbusGateway)
+QTEST_MAIN(TestModbusGateway)
 #include "tst_modbusgateway.moc"

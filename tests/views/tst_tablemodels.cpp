@@ -2,6 +2,7 @@
 #include "model/groupinfo.h"
 #include "views/tablemodelmonitoring.h"
 #include "views/tablemodelvariable.h"
+#include "views/trendbuffer.h"
 
 #include <QtTest>
 
@@ -24,6 +25,14 @@ QStringList column(const QAbstractItemModel& model, int col)
     QStringList out;
     for (int r = 0; r < model.rowCount(); ++r)
         out << model.index(r, col).data().toString();
+    return out;
+}
+
+QList<double> values(const TrendBuffer& buffer)
+{
+    QList<double> out;
+    for (int i = 0; i < buffer.size(); ++i)
+        out << buffer.at(i).value;
     return out;
 }
 
@@ -167,6 +176,53 @@ private slots:
         QCOMPARE(variable.rowCount(), 0);
         variable.setNameGroup(renamed);
         QCOMPARE(variable.rowCount(), 3);
+    }
+
+    // The trend's points: one a take unless the status changes, an hour at
+    // most and never past the capacity, in order also while the ring grows.
+    void trendKeepsABoundedHour()
+    {
+        const qint64 t0 = 1700000000000;
+        TrendBuffer small(4);
+        small.add(t0, 1, "Good");
+        small.add(t0, 2, "Good");
+        small.add(t0, 3, "UncertainLastUsableValue");
+        small.seal();
+        small.add(t0, 4, "UncertainLastUsableValue");
+        QCOMPARE(values(small), (QList<double>{2, 3, 4}));
+        QCOMPARE(small.at(1).quality, TrendBuffer::Uncertain);
+        for (int i = 5; i <= 9; ++i)
+            small.add(t0 + i, i, "BadTimeout");
+        QVERIFY(values(small) == (QList<double>{6, 7, 8, 9}) && small.added() == 8);
+        QCOMPARE(TrendBuffer::statusName(small.at(0).status), QString("BadTimeout"));
+        small.addBreak(t0 + 10);
+        small.addBreak(t0 + 11);
+        QVERIFY(small.size() == 4 && small.at(3).quality == TrendBuffer::Break);
+        small.add(t0 + TrendBuffer::kSpanMs + 9, 10, "Good");
+        // An hour later than the 9: the older ones go.
+        QVERIFY(small.size() == 3 && small.at(0).value == 9 && small.at(2).value == 10);
+
+        TrendBuffer growing(3000);
+        for (int i = 0; i < 2500; ++i)
+            growing.add(qint64(i) * 2000, i, "Good");
+        QVERIFY(growing.size() == 1801 && growing.at(0).value == 699 && growing.added() == 2500);
+        for (int i = 1; i < growing.size(); ++i)
+            QVERIFY(growing.at(i).ms > growing.at(i - 1).ms);
+
+        // CSV rows in order of time, the break left out.
+        TrendBuffer other;
+        other.add(t0 + 5, 0.1, "Good");
+        QBuffer csv;
+        csv.open(QIODevice::WriteOnly);
+        QVERIFY(TrendBuffer::writeCsv(csv, {"a.b", "c.d"}, {&small, &other}));
+        const QString time = QDateTime::fromMSecsSinceEpoch(t0 + 5).toString("yyyy-MM-dd hh:mm:ss.zzz");
+        const QStringList rows = QString::fromUtf8(csv.data()).split('\n');
+        QCOMPARE(rows.size(), 1 + 3 + 1);
+        QVERIFY2(csv.data().startsWith("\xEF\xBB\xBF") &&
+                     rows.at(0).endsWith("Время;Тег;Значение;Качество") &&
+                     rows.at(1) == time + ";c.d;0.1;Good" && rows.at(2).endsWith(";a.b;9;BadTimeout") &&
+                     rows.at(3).endsWith(";a.b;10;Good"),
+                 qPrintable(rows.join('\n')));
     }
 };
 
