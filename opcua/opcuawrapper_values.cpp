@@ -54,19 +54,22 @@ void writeAnswered(UA_Client*, void* userdata, UA_UInt32, UA_WriteResponse* resp
 TagAccess OPCUAWrapper::readTagAccess(const QString& fullName)
 {
     QByteArray id = fullName.toUtf8();
-    UA_ReadValueId items[2];
+    // The value too: a tag that takes any number has the abstract Number as its
+    // data type, and then the value's own type is the one to write in.
+    UA_ReadValueId items[3];
     for (UA_ReadValueId& item : items) {
         UA_ReadValueId_init(&item);
         item.nodeId = UA_NODEID_STRING(2, id.data());
     }
     items[0].attributeId = UA_ATTRIBUTEID_ACCESSLEVEL;
     items[1].attributeId = UA_ATTRIBUTEID_DATATYPE;
+    items[2].attributeId = UA_ATTRIBUTEID_VALUE;
     UA_ReadRequest request;
     UA_ReadRequest_init(&request);
     request.requestHeader.timeoutHint = kReadTimeoutMs;
     request.timestampsToReturn = UA_TIMESTAMPSTORETURN_NEITHER;
     request.nodesToRead = items;
-    request.nodesToReadSize = 2;
+    request.nodesToReadSize = 3;
 
     TagAccess access;
     auto lock = lockClient();
@@ -76,9 +79,10 @@ TagAccess OPCUAWrapper::readTagAccess(const QString& fullName)
     }
     UA_ReadResponse response = UA_Client_Service_read(client, request);
     UA_StatusCode status = response.responseHeader.serviceResult;
-    if (status == UA_STATUSCODE_GOOD && response.resultsSize != 2)
+    if (status == UA_STATUSCODE_GOOD && response.resultsSize != 3)
         status = UA_STATUSCODE_BADUNEXPECTEDERROR;
-    for (size_t i = 0; status == UA_STATUSCODE_GOOD && i < response.resultsSize; ++i)
+    // A bad value (the device is silent) still leaves its type to go by.
+    for (size_t i = 0; status == UA_STATUSCODE_GOOD && i < 2; ++i)
         if (response.results[i].hasStatus)
             status = response.results[i].status;
     access.status = statusName(status);
@@ -90,6 +94,14 @@ TagAccess OPCUAWrapper::readTagAccess(const QString& fullName)
         const UA_DataType* dataType = UA_Variant_hasScalarType(&type, &UA_TYPES[UA_TYPES_NODEID])
                                           ? UA_findDataType(static_cast<const UA_NodeId*>(type.data))
                                           : nullptr;
+        const UA_Variant& value = response.results[2].value;
+        if (!dataType && UA_Variant_isScalar(&value))
+            dataType = value.type;
+        else if (!dataType && UA_Variant_hasScalarType(&type, &UA_TYPES[UA_TYPES_NODEID])) {
+            const UA_NodeId number = UA_NODEID_NUMERIC(0, UA_NS0ID_NUMBER);
+            if (UA_NodeId_equal(static_cast<const UA_NodeId*>(type.data), &number))
+                dataType = &UA_TYPES[UA_TYPES_DOUBLE];
+        }
         if (dataType) {
             access.typeName = QString::fromLatin1(dataType->typeName);
             for (const TypePair& pair : kTypes)
