@@ -2,18 +2,21 @@
 // of silent devices in the tree, while connected.
 #include "app/mainwindow.h"
 
+#include "app/progressbar.h"
 #include "model/diagnosticnames.h"
 #include "opcua/diagnosticswatcher.h"
 #include "opcua/opcuawrapper.h"
 #include "ui_mainwindow.h"
 #include "views/diagnosticsview.h"
 
+#include <QApplication>
 #include <QPainter>
 #include <QTimer>
 
 namespace {
 
 const char* const kDeviceIcon = ":/res/images/res/device.png";
+const int kBusyRetryMs = 100;
 
 // A device's icon with a red sign on it.
 QIcon silentDeviceIcon()
@@ -43,7 +46,6 @@ void MainWindow::setupDiagnostics()
 {
     m_diagnosticsRefresh = new QTimer(this);
     m_diagnosticsRefresh->setSingleShot(true);
-    m_diagnosticsRefresh->setInterval(0);
     connect(m_diagnosticsRefresh, &QTimer::timeout, this, &MainWindow::updateDiagnostics);
     // Devices added, renamed or gone change what the tree's marks watch.
     QAbstractItemModel* rows = ui->treeWidget->model();
@@ -56,11 +58,16 @@ void MainWindow::setupDiagnostics()
 
 void MainWindow::refreshDiagnostics()
 {
-    m_diagnosticsRefresh->start();
+    m_diagnosticsRefresh->start(0);
 }
 
 void MainWindow::updateDiagnostics()
 {
+    // A worker behind the busy dialog has the tree to itself: later, then.
+    if (qobject_cast<ProgressBar*>(QApplication::activeModalWidget())) {
+        m_diagnosticsRefresh->start(kBusyRetryMs);
+        return;
+    }
     const bool live = m_connected && m_client;
     DiagnosticsView* view = ui->diagnosticsView;
     CItem* node = nodeOf(selectedRow());
@@ -75,7 +82,6 @@ void MainWindow::updateDiagnostics()
         m_noDiagnostics = false;
         view->showMessage("Нет подключения к серверу OPC UA: диагностика каналов и устройств видна, пока "
                           "программа подключена к серверу.");
-        view->setMaximumHeight(view->sizeHint().height());
         markDevices();
         return;
     }
@@ -86,13 +92,11 @@ void MainWindow::updateDiagnostics()
     connect(watcher, &DiagnosticsWatcher::signalAbsent, this, &MainWindow::slotNoDiagnostics, queuedOnce);
     if (m_noDiagnostics) {
         view->showMessage("Сервер не публикует диагностику каналов и устройств.");
-        view->setMaximumHeight(view->sizeHint().height());
     } else if (name != m_diagnosed) {
         // A new subscription for another item: its first values are all of them.
         m_diagnosed = name;
         if (shown)
             view->showItem(node->GetType() == itChannel, name);
-        view->setMaximumHeight(QWIDGETSIZE_MAX);
         watcher->watch(DiagnosticsWatcher::Selection, shown ? view->ids() : QStringList());
     }
 

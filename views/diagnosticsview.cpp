@@ -65,6 +65,7 @@ DiagnosticsView::DiagnosticsView(QWidget* parent)
     m_title->setObjectName("diagnosticsTitle");
     m_message->setObjectName("diagnosticsMessage");
     m_message->setWordWrap(true);
+    m_message->setAlignment(Qt::AlignLeft | Qt::AlignTop);
     m_table->setObjectName("diagnosticsTable");
     m_table->setColumnCount(2);
     m_table->setHorizontalHeaderLabels({QStringLiteral("Показатель"), QStringLiteral("Значение")});
@@ -98,7 +99,12 @@ void DiagnosticsView::showItem(bool channel, const QString& fullName)
         m_rows.insert(QString::fromLatin1(kVariables[v]), row);
     }
     ClipTooltipDelegate::fitColumns(m_table);
+    // Every row in sight: the splitter above gives the view no less.
+    m_table->setMinimumHeight(m_table->horizontalHeader()->sizeHint().height() +
+                              m_table->rowCount() * m_table->verticalHeader()->defaultSectionSize() +
+                              2 * m_table->frameWidth());
     m_table->show();
+    setMaximumHeight(QWIDGETSIZE_MAX);
 }
 
 void DiagnosticsView::showMessage(const QString& text)
@@ -109,6 +115,7 @@ void DiagnosticsView::showMessage(const QString& text)
     m_message->setText(text);
     m_message->show();
     m_table->hide();
+    setMaximumHeight(sizeHint().height());
 }
 
 QStringList DiagnosticsView::ids() const
