@@ -68,7 +68,8 @@ void MainWindow::updateDiagnostics()
         m_diagnosticsRefresh->start(kBusyRetryMs);
         return;
     }
-    const bool live = m_connected && m_client;
+    // The client's own word too: a find-server dialog can close the session and be cancelled.
+    const bool live = m_connected && m_client && m_client->connected;
     DiagnosticsView* view = ui->diagnosticsView;
     CItem* node = nodeOf(selectedRow());
     const bool shown = node && (node->GetType() == itChannel || node->GetType() == itDevice);
@@ -115,7 +116,7 @@ void MainWindow::updateDiagnostics()
 void MainWindow::slotDiagnostics(int watch, QString id, QVariant value, QString status)
 {
     // What a session sent before it ended is of no use.
-    if (!m_connected || !m_client)
+    if (!m_connected || !m_client || !m_client->connected)
         return;
     if (watch == DiagnosticsWatcher::Selection) {
         ui->diagnosticsView->setValue(id, value, status);
