@@ -1,6 +1,7 @@
 #include "server/gatewayserver.h"
 
 #include "server/addressspace.h"
+#include "server/diagnostics.h"
 #include "server/exitstatus.h"
 #include "server/gatewaycertificate.h"
 #include "server/methodargument.h"
@@ -408,8 +409,13 @@ bool CGatewayServer::Start(std::string& error)
     m_space->SetLiveSource([this](const CDATagInfo* tag, const std::string& fullName) {
         return m_modbus->LiveFor(tag, fullName);
     });
+    m_diagnostics = std::make_unique<CDiagnostics>(m_server, &m_clock);
     if (m_space->CreateRoot() != UA_STATUSCODE_GOOD || !AddMethods()) {
         error = "не удалось создать объект «Каналы» и его методы";
+        return false;
+    }
+    if (m_diagnostics->CreateRoot() != UA_STATUSCODE_GOOD) {
+        error = "не удалось создать объект «Диагностика»";
         return false;
     }
     const auto buildStarted = std::chrono::steady_clock::now();
@@ -424,6 +430,7 @@ bool CGatewayServer::Start(std::string& error)
         CServerLog::Write(CServerLog::Error,
                           std::string("Не все узлы созданы: ") + UA_StatusCode_name(built));
     m_modbus->Reconcile(&m_root);
+    m_diagnostics->Reconcile(&m_root, *m_modbus);
     const UA_StatusCode rc = UA_Server_run_startup(m_server);
     if (rc != UA_STATUSCODE_GOOD) {
         error = "не удалось открыть порт " + std::to_string(m_options.port) + ": " + UA_StatusCode_name(rc);
@@ -534,7 +541,9 @@ UA_StatusCode CGatewayServer::Call(const std::string& method, const std::string&
     }
     CServerLog::Write(rc == UA_STATUSCODE_GOOD ? CServerLog::Info : CServerLog::Warning,
                       "Метод " + method + ": " + UA_StatusCode_name(rc));
-    if (rc == UA_STATUSCODE_GOOD && method.back() == 'e')
-        m_modbus->Reconcile(&m_root); // addNode, editNode, deleteNode
+    if (rc == UA_STATUSCODE_GOOD && method.back() == 'e') { // addNode, editNode, deleteNode
+        m_modbus->Reconcile(&m_root);
+        m_diagnostics->Reconcile(&m_root, *m_modbus);
+    }
     return rc;
 }
