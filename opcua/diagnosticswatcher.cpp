@@ -57,6 +57,15 @@ struct PendingItems
 
 void ignoreAnswer(UA_Client*, void*, UA_UInt32, void*) {}
 
+// The library keeps what it allocated for an asynchronous request that it
+// cannot send, so requests go out only on a live session.
+bool sessionActive(UA_Client* client)
+{
+    UA_SessionState session = UA_SESSIONSTATE_CLOSED;
+    UA_Client_getState(client, nullptr, &session, nullptr);
+    return session == UA_SESSIONSTATE_ACTIVATED;
+}
+
 } // namespace
 
 DiagnosticsWatcher::DiagnosticsWatcher(QObject* parent) : QObject(parent), m_namespace(kUnknown)
@@ -92,6 +101,8 @@ void DiagnosticsWatcher::forget()
 
 void DiagnosticsWatcher::advance(UA_Client* client)
 {
+    if (!sessionActive(client))
+        return;
     QStringList wanted[kWatchCount];
     unsigned serials[kWatchCount];
     {
@@ -178,7 +189,8 @@ void DiagnosticsWatcher::addItems(UA_Client* client, Subscription& s)
 
 void DiagnosticsWatcher::drop(UA_Client* client, Subscription& s)
 {
-    if (s.id != 0) {
+    // A session that is gone took its subscriptions with it.
+    if (s.id != 0 && sessionActive(client)) {
         UA_DeleteSubscriptionsRequest request;
         UA_DeleteSubscriptionsRequest_init(&request);
         request.subscriptionIds = &s.id;
