@@ -169,13 +169,16 @@ bool CCsvLoader::Load(const std::string& path, bool plain)
     uint64_t fed = 0;
     bool result = true;
     bool reading = true;
-    std::wstring line;
+    // A line longer than the format allows is cut here, so that the buffer
+    // never grows; a plain array, since every character of the file passes.
+    std::vector<wchar_t> line(CRowSplitter::kMaxLineChars);
+    size_t lineLength = 0;
     bool lineCut = false;
     size_t sliceChars = 0;
     auto addLine = [&]() {
-        if (!splitter.AddLine(line.data(), line.size(), lineCut))
+        if (!splitter.AddLine(line.data(), lineLength, lineCut))
             return false;
-        sliceChars += line.size();
+        sliceChars += lineLength;
         if (splitter.Count() >= kRowsPerSlice || sliceChars >= kCharsPerSlice) {
             reading = Feed(splitter.Buffer().data(), splitter.Count(), fed, result);
             fed += splitter.Count();
@@ -244,12 +247,12 @@ bool CCsvLoader::Load(const std::string& path, bool plain)
                     stop = true;
                     break;
                 }
-                line.clear();
+                lineLength = 0;
                 lineCut = false;
             } else {
                 lineOpen = true;
-                if (line.size() < CRowSplitter::kMaxLineChars)
-                    line.push_back(static_cast<wchar_t>(c));
+                if (lineLength < CRowSplitter::kMaxLineChars)
+                    line[lineLength++] = static_cast<wchar_t>(c);
                 else
                     lineCut = true;
             }
