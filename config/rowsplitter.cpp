@@ -3,6 +3,22 @@
 #include <algorithm>
 #include <cwchar>
 
+namespace {
+
+// The text into the memory the cell already has: a column's cells are much
+// alike from row to row, so that this rarely asks for more.
+void Put(std::wstring& cell, const wchar_t* text, size_t length)
+{
+    const size_t kept = std::min(cell.size(), length);
+    std::copy(text, text + kept, cell.begin());
+    if (length <= cell.size())
+        cell.erase(length);
+    else
+        cell.append(text + kept, length - kept);
+}
+
+} // namespace
+
 bool CRowSplitter::AddLine(const wchar_t* line, size_t length, bool cut)
 {
     if (m_Stopped)
@@ -32,8 +48,7 @@ bool CRowSplitter::AddLine(const wchar_t* line, size_t length, bool cut)
         if (cells <= kMaxCells) {
             if (cells == row.size())
                 row.emplace_back();
-            // Within the string's capacity this copies without a reallocation.
-            row[cells++].assign(line + start, end - start);
+            Put(row[cells++], line + start, end - start);
         }
         start = end + 1;
     }
