@@ -4,6 +4,7 @@
 #include "config/fileldexception.h"
 #include "config/linedecoder.h"
 #include "config/rowsplitter.h"
+#include "config/rowtext.h"
 #include "config/scrambler.h"
 #include "model/cchannelinfo.h"
 #include "model/channeldata.h"
@@ -44,27 +45,6 @@ constexpr size_t kRowsPerSlice = 4096;
 constexpr size_t kCharsPerSlice = 1 << 20;
 // The file is read in pieces of this size.
 constexpr int kChunkBytes = 1 << 20;
-
-// A node name is stored as UTF-8; the file is written in wide characters.
-std::wstring Widen(const std::string& utf8)
-{
-    std::wstring out;
-    out.reserve(utf8.size());
-    const auto* p = reinterpret_cast<const unsigned char*>(utf8.data());
-    size_t left = utf8.size();
-    while (left) {
-        char32_t c = 0;
-        int len = CLineDecoder::DecodeUtf8(p, left, c);
-        if (len == 0) {
-            c = 0xFFFD;
-            len = 1;
-        }
-        out.push_back(static_cast<wchar_t>(c));
-        p += len;
-        left -= len;
-    }
-    return out;
-}
 
 // Cell n of a channel row; a row too short for its kind is a count failure
 // rather than a read past its end.
@@ -533,27 +513,29 @@ bool CCsvLoader::ExportChannel(std::wostream& out, CChannelInfo* node)
     if (!node)
         return false;
     const std::wstring& sep = Separator();
-    out << sep << Widen(node->GetName()) << sep
-        << GetArrStr(CChannelData::m_wszTypeChannel, node->TypeChannel) << sep
-        << GetArrStr(CChannelData::m_wszTypeProtocol, node->TypeProtocol) << sep << node->Timeout << sep
-        << static_cast<unsigned>(node->QuanRetry) << sep << node->TimeBusy;
+    CRowText row;
+    row << sep;
+    row.Name(node->GetName()) << sep << Entry(CChannelData::m_wszTypeChannel, node->TypeChannel) << sep
+                              << Entry(CChannelData::m_wszTypeProtocol, node->TypeProtocol) << sep
+                              << node->Timeout << sep << static_cast<unsigned>(node->QuanRetry) << sep
+                              << node->TimeBusy;
     if (node->TypeChannel == 0) {
         if (const auto* com = dynamic_cast<const CPortIO_COMInfo*>(node->Port)) {
-            out << sep << com->ComNo << sep << com->BaudRate << sep << static_cast<unsigned>(com->DataBits)
+            row << sep << com->ComNo << sep << com->BaudRate << sep << static_cast<unsigned>(com->DataBits)
                 << sep << static_cast<unsigned>(com->StopBits) << sep
-                << GetArrStr(CPortIO_Data_COM::m_wszParity, com->Parity) << sep
-                << GetArrStr(g_wszYesNo, com->bEcho) << sep
-                << GetArrStr(CPortIO_Data_COM::m_wszRtsControl, com->RtsControl) << sep
-                << GetArrStr(CPortIO_Data_COM::m_wszDtrControl, com->DtrControl);
+                << Entry(CPortIO_Data_COM::m_wszParity, com->Parity) << sep << Entry(g_wszYesNo, com->bEcho)
+                << sep << Entry(CPortIO_Data_COM::m_wszRtsControl, com->RtsControl) << sep
+                << Entry(CPortIO_Data_COM::m_wszDtrControl, com->DtrControl);
         }
     } else if (node->TypeChannel == 1) {
         if (const auto* tcp = dynamic_cast<const CPortIO_TCPInfo*>(node->Port)) {
-            out << sep << (tcp->IP & 0xFF) << L'.' << ((tcp->IP >> 8) & 0xFF) << L'.'
+            row << sep << (tcp->IP & 0xFF) << L'.' << ((tcp->IP >> 8) & 0xFF) << L'.'
                 << ((tcp->IP >> 16) & 0xFF) << L'.' << (tcp->IP >> 24) << sep << tcp->IP_Port << sep
                 << tcp->TimeoutConnect;
         }
     }
-    out << L'\n';
+    row << L'\n';
+    row.WriteTo(out);
     return true;
 }
 
@@ -562,10 +544,14 @@ bool CCsvLoader::ExportDevice(std::wostream& out, CDeviceInfo* node)
     if (!node)
         return false;
     const std::wstring& sep = Separator();
-    out << sep << Widen(node->GetName()) << sep << static_cast<unsigned>(node->Addr) << sep
-        << GetArrStr(g_wszYesNo, node->bEmulation) << sep << static_cast<unsigned>(node->MaxRegsInReqv) << sep
-        << node->MaxDiscretsInReqv << sep << static_cast<unsigned>(node->MaxFragmentation) << sep
-        << GetArrStr(g_wszYesNo, node->bExchange) << L'\n';
+    CRowText row;
+    row << sep;
+    row.Name(node->GetName()) << sep << static_cast<unsigned>(node->Addr) << sep
+                              << Entry(g_wszYesNo, node->bEmulation) << sep
+                              << static_cast<unsigned>(node->MaxRegsInReqv) << sep << node->MaxDiscretsInReqv
+                              << sep << static_cast<unsigned>(node->MaxFragmentation) << sep
+                              << Entry(g_wszYesNo, node->bExchange) << L'\n';
+    row.WriteTo(out);
     return true;
 }
 
@@ -574,8 +560,11 @@ bool CCsvLoader::ExportGroup(std::wostream& out, CGroupInfo* node)
     if (!node)
         return false;
     const std::wstring& sep = Separator();
-    out << sep << Widen(node->GetName()) << sep << node->UpdateRate << sep
-        << GetArrStr(CGroupData::m_wszMU_UpdateRate, node->MU_UpdateRate) << L'\n';
+    CRowText row;
+    row << sep;
+    row.Name(node->GetName()) << sep << node->UpdateRate << sep
+                              << Entry(CGroupData::m_wszMU_UpdateRate, node->MU_UpdateRate) << L'\n';
+    row.WriteTo(out);
     return true;
 }
 
@@ -587,48 +576,51 @@ bool CCsvLoader::ExportDATag(std::wostream& out, CDATagInfo* node)
     const bool output = node->RegType == MRT_Coil || node->RegType == MRT_HoldingRegister;
     const bool registers = node->RegType == MRT_InputRegister || node->RegType == MRT_HoldingRegister;
 
-    out << sep << Widen(node->GetName()) << sep << GetArrStr(g_wszModbusRegType, node->RegType) << sep
-        << node->Addr << sep << node->RegsInSegment << sep << node->SegmentPos << sep
-        << GetArrStr(g_wszYesNo, node->bRead);
-    out << sep;
+    CRowText row;
+    row << sep;
+    row.Name(node->GetName()) << sep << Entry(g_wszModbusRegType, node->RegType) << sep << node->Addr << sep
+                              << node->RegsInSegment << sep << node->SegmentPos << sep
+                              << Entry(g_wszYesNo, node->bRead);
+    row << sep;
     if (output)
-        out << GetArrStr(g_wszYesNo, node->bWrite);
-    out << sep;
+        row << Entry(g_wszYesNo, node->bWrite);
+    row << sep;
     if (output)
-        out << GetArrStr(CDATagData::m_wsz_bWriteGroup, node->bWriteGroup);
-    out << sep;
+        row << Entry(CDATagData::m_wsz_bWriteGroup, node->bWriteGroup);
+    row << sep;
     if (registers)
-        out << GetArrStr(g_wszModbusValType, node->ValType);
-    out << sep;
+        row << Entry(g_wszModbusValType, node->ValType);
+    row << sep;
     // A byte order of 255 names no text of its row and writes an empty field.
     if (registers && node->ValType <= MVT_Int32)
-        out << Entry(Entry(g_wszByteOrder, ModbusTypes::GetRegsCount(node->ValType)), node->ByteOrder);
-    out << sep;
+        row << Entry(Entry(g_wszByteOrder, ModbusTypes::GetRegsCount(node->ValType)), node->ByteOrder);
+    row << sep;
     if (registers && node->ValType <= MVT_HighByte && node->TransformType != -1)
-        out << Entry(g_wszTransformType, node->TransformType);
+        row << Entry(g_wszTransformType, node->TransformType);
 
     const auto* scale = dynamic_cast<const CTransform_LineScaleData*>(node->Transform);
     const auto* factor = dynamic_cast<const CTransform_FactorData*>(node->Transform);
     if (node->TransformType == TT_LineScale && scale) {
-        out << sep << static_cast<double>(scale->SrcMin) << sep << static_cast<double>(scale->SrcMax) << sep
+        row << sep << static_cast<double>(scale->SrcMin) << sep << static_cast<double>(scale->SrcMax) << sep
             << static_cast<double>(scale->DstMin) << sep << static_cast<double>(scale->DstMax);
     } else if (node->TransformType == TT_Factor && factor) {
-        out << sep << static_cast<double>(factor->Factor) << sep << sep << sep;
+        row << sep << static_cast<double>(factor->Factor) << sep << sep << sep;
     } else {
-        out << sep << sep << sep << sep;
+        row << sep << sep << sep << sep;
     }
 
-    out << sep << Entry(g_wszEmulType, node->EmulType);
+    row << sep << Entry(g_wszEmulType, node->EmulType);
     if (node->EmulType == ET_Const) {
         if (const auto* constant = dynamic_cast<const CEmulData_Const*>(node->Emul))
-            out << sep << static_cast<double>(static_cast<float>(constant->Const.dblVal));
+            row << sep << static_cast<double>(static_cast<float>(constant->Const.dblVal));
     } else if (node->EmulType == ET_Sin) {
         if (const auto* sine = dynamic_cast<const CEmulData_Sin*>(node->Emul))
-            out << sep << sine->Period;
+            row << sep << sine->Period;
     } else if (node->EmulType == -1) {
-        out << sep;
+        row << sep;
     }
-    out << L'\n';
+    row << L'\n';
+    row.WriteTo(out);
     return true;
 }
 
