@@ -61,6 +61,7 @@ MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent), ui(new Ui_MainWin
     connect(ui->tableWidget, &QAbstractItemView::doubleClicked, this,
             &MainWindow::slotEditItemTableDoubleClick);
     setupCommissioning();
+    setupDiagnostics();
 
     // Widget-level shortcuts of the tree: actions of their own, untouched by
     // setEnabledToolbar, so they stay live while the menu commands are off.

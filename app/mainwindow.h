@@ -9,6 +9,7 @@
 #include <QMainWindow>
 #include <QMap>
 #include <QString>
+#include <QStringList>
 #include <QVariant>
 
 #include <functional>
@@ -143,6 +144,10 @@ public slots:
     void slotMonitoringMenu(const QPoint& pos);
     // The gateway's answer to a value written from the monitoring table.
     void slotWriteAnswered(QString fullName, QString value, QString status);
+    // A value of the gateway's diagnostics, of the selected item or of the
+    // state of a device of the tree.
+    void slotDiagnostics(int watch, QString id, QVariant value, QString status);
+    void slotNoDiagnostics();
 
 private:
     // Runs work on a detached thread while the busy dialog waits for the
@@ -191,6 +196,13 @@ private:
     QString monitoredName(int row);
     void showOnTrend(const QList<int>& rows);
     void writeValueTo(const QString& fullName, const TagAccess& access, const QString& current);
+    void setupDiagnostics();
+    // Brings the diagnostics view and the tree's marks up to date with the
+    // selection, the tree and the connection, once the command in progress is done.
+    void refreshDiagnostics();
+    void updateDiagnostics();
+    // Device rows whose device is silent or cut off get a mark, the others lose it.
+    void markDevices();
 
     CTreeItemRoot m_root;
     std::map<QTreeWidgetItem*, CItem*> m_treeItems;
@@ -239,6 +251,13 @@ private:
     std::mutex m_arrivedMutex;
     QList<QList<QVariant>> m_arrived;
     bool m_collecting = false;
+    QTimer* m_diagnosticsRefresh = nullptr;
+    // The item whose diagnostics are watched, the state ids of the tree's
+    // devices that are watched, and the states they reported.
+    QString m_diagnosed;
+    QStringList m_watchedStates;
+    QHash<QString, QString> m_deviceStates;
+    bool m_noDiagnostics = false;
 
     // Tests read and set the state through this one door.
     friend struct MainWindowProbe;

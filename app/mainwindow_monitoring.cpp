@@ -85,7 +85,9 @@ void MainWindow::on_action_triggered()
                                : new SearchOPCUAServer(m_dialogConnected, this, {}, {}, nullptr);
     dialog->setPathCerts(m_derPath, m_pemPath, m_trustDir);
     connect(dialog, &SearchOPCUAServer::signalDisconnect, this, &MainWindow::slotDisconnect);
-    if (dialog->exec() != 1)
+    const int answer = dialog->exec();
+    refreshDiagnostics(); // after what the answer changes here
+    if (answer != 1)
         return;
 
     m_connected = m_dialogConnected = dialog->getFlagServer();
@@ -124,6 +126,7 @@ void MainWindow::slotConnectionLost(QString status)
     m_connected = false;
     m_dialogConnected = false;
     m_client = nullptr;
+    refreshDiagnostics();
 }
 
 void MainWindow::endLostMonitoring(const QString& status)

@@ -66,6 +66,7 @@ void MainWindow::on_run_server_action_triggered()
     m_foundEndpoints = search->getEndpointsDlg();
     const QString port = prepare.port();
     runBusy([search, port, this] { search->autoConnect(port, m_connected); }, search);
+    refreshDiagnostics();
 
     VLOG_INFO().noquote() << "Сервер успешно запущен! Настройки сохранены в файл " + arguments.value(0);
     // A gateway that died on its own left the loss on the status line; this
@@ -143,4 +144,5 @@ void MainWindow::on_stop_server_action_triggered()
     m_statusLabel->clear();
     m_statusLabel->setText(" Сервер не запущен");
     m_serverOutput.clear();
+    refreshDiagnostics();
 }

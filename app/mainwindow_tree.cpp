@@ -143,6 +143,7 @@ void MainWindow::showPropertiesOnly()
 
 void MainWindow::on_treeWidget_itemSelectionChanged()
 {
+    refreshDiagnostics();
     ui->tableWidget->clearContents();
     ui->tableWidget->verticalHeader()->setVisible(false);
     ui->tableWidget->horizontalHeader()->setSectionResizeMode(QHeaderView::ResizeToContents);

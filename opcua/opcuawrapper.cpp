@@ -1,6 +1,7 @@
 #include "opcua/opcuawrapper.h"
 
 #include "app/logging.h"
+#include "opcua/diagnosticswatcher.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -96,7 +97,8 @@ QString statusName(UA_StatusCode status)
 
 OPCUAWrapper* OPCUAWrapper::_singleOPCUAWrapper = nullptr;
 
-OPCUAWrapper::OPCUAWrapper(QObject* parent) : QObject(parent), m_sessionWatch(new QTimer(this))
+OPCUAWrapper::OPCUAWrapper(QObject* parent)
+    : QObject(parent), m_sessionWatch(new QTimer(this)), m_diagnostics(new DiagnosticsWatcher(this))
 {
     m_sessionWatch->setInterval(kIdleWatchMs);
     connect(m_sessionWatch, &QTimer::timeout, this, &OPCUAWrapper::watchIdleSession);
@@ -152,6 +154,7 @@ void OPCUAWrapper::deleteClient()
     UA_Client_getConfig(client)->clientContext = nullptr;
     UA_Client_delete(client);
     m_clientAlive = false;
+    m_diagnostics->forget();
 }
 
 void OPCUAWrapper::report(const QString& text, bool warning)
@@ -472,6 +475,8 @@ void OPCUAWrapper::iterate()
                 break;
             UA_Client_run_iterate(client, 10);
             watchSession();
+            if (connected)
+                m_diagnostics->advance(client);
         }
         // A caller waiting for the client goes before the next pass.
         while (m_clientWaiters > 0 && statusIterate)
@@ -495,6 +500,8 @@ void OPCUAWrapper::watchIdleSession()
     }
     UA_Client_run_iterate(client, 0);
     watchSession();
+    if (connected)
+        m_diagnostics->advance(client);
 }
 
 // Called by the library, inside the client, on every change of the channel or

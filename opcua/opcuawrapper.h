@@ -19,6 +19,7 @@
 #include <utility>
 #include <vector>
 
+class DiagnosticsWatcher;
 class QTimer;
 
 // The three files a secured connection needs, as the user chose them.
@@ -98,6 +99,9 @@ public:
     // Sends a value to a tag in the OPC UA type of its Qt type; the answer
     // comes as signalWriteAnswered, from the thread running the client.
     void writeTagValue(const QString& fullName, const QVariant& value);
+
+    // The gateway's statistics of channels and devices, beside monitoring.
+    DiagnosticsWatcher* diagnostics() const { return m_diagnostics; }
 
     // Also read by a worker that is adding tags while the session may be lost.
     std::atomic<bool> connected{false};
@@ -188,6 +192,7 @@ private:
     std::atomic<bool> m_sessionLost{false};
     std::atomic<bool> m_iterating{false};
     QTimer* m_sessionWatch = nullptr;
+    DiagnosticsWatcher* m_diagnostics = nullptr;
     // The iterate loop's question whether the server still answers.
     std::chrono::steady_clock::time_point m_aliveAsked;
     bool m_aliveAsking = false;

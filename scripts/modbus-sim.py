@@ -18,8 +18,9 @@ first being A (AB, BA, ABCD, CDAB, BADC, DCBA, ABCDEFGH, GHEFCDAB, ...).
 as u32 ABCD) at an input register, changed at uneven intervals, for latency
 measurements.
 
-It prints "ready" once it serves, "requests N" (reads answered so far) when
-that changes, and "write UNIT TABLE ADDR v1 v2 ..." for every write.
+It prints "ready" once it serves, "requests N" (requests answered so far,
+reads and writes) when that changes, and "write UNIT TABLE ADDR v1 v2 ..." for
+every write.
 """
 import argparse
 import asyncio
@@ -39,7 +40,7 @@ from pymodbus.transaction import ModbusSocketFramer
 FORMATS = {"u16": ">H", "i16": ">h", "u32": ">I", "i32": ">i", "f32": ">f", "f64": ">d"}
 TABLES = {"di": "d", "co": "c", "ir": "i", "hr": "h"}
 FUNCTION_TABLES = {1: "co", 2: "di", 3: "hr", 4: "ir", 5: "co", 6: "hr", 15: "co", 16: "hr"}
-reads = 0
+requests = 0
 
 
 def out(line):
@@ -47,7 +48,7 @@ def out(line):
 
 
 class Device(ModbusSlaveContext):
-    """Counts reads and reports writes; addresses as the configurator counts."""
+    """Counts requests and reports writes; addresses as the configurator counts."""
 
     def __init__(self, unit, size):
         blocks = {t: ModbusSequentialDataBlock(1, [0] * size) for t in TABLES}
@@ -55,12 +56,14 @@ class Device(ModbusSlaveContext):
         self.unit = unit
 
     def getValues(self, fc_as_hex, address, count=1):
-        global reads
-        if fc_as_hex in (1, 2, 3, 4):
-            reads += 1
+        global requests
+        if fc_as_hex in (1, 2, 3, 4):  # reads; a write is counted where it is stored
+            requests += 1
         return super().getValues(fc_as_hex, address, count)
 
     def setValues(self, fc_as_hex, address, values):
+        global requests
+        requests += 1
         super().setValues(fc_as_hex, address, values)
         words = " ".join(str(int(v)) for v in values)
         out(f"write {self.unit} {FUNCTION_TABLES.get(fc_as_hex, '?')} {address + 1} {words}")
@@ -110,9 +113,9 @@ async def clock(device, address):
 async def report():
     shown = -1
     while True:
-        if reads != shown:
-            shown = reads
-            out(f"requests {reads}")
+        if requests != shown:
+            shown = requests
+            out(f"requests {requests}")
         await asyncio.sleep(0.2)
 
 

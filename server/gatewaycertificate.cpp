@@ -138,7 +138,7 @@ bool CGatewayCertificate::Create(const std::string& applicationUri, std::string&
     logger->clear(logger);
     UA_KeyValueMap_delete(params);
     if (rc != UA_STATUSCODE_GOOD || !m_certificate.length || !m_key.length) {
-        error = std::string("cannot make the server certificate: ") + UA_StatusCode_name(rc);
+        error = std::string("не удалось создать сертификат сервера: ") + UA_StatusCode_name(rc);
         return false;
     }
     return true;
@@ -164,23 +164,23 @@ bool CGatewayCertificate::ReadFile(const std::string& path, UA_ByteString& out, 
     // Never blocks: a pipe or a device named as a certificate is refused, not waited on.
     const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
     if (fd < 0) {
-        why = std::string("cannot be opened (") + std::strerror(errno) + ")";
+        why = std::string("не открывается (") + std::strerror(errno) + ")";
         return false;
     }
     struct stat st;
     bool ok = false;
     if (::fstat(fd, &st) != 0)
-        why = std::string("cannot be examined (") + std::strerror(errno) + ")";
+        why = std::string("не удаётся проверить (") + std::strerror(errno) + ")";
     else if (S_ISDIR(st.st_mode))
-        why = "is a folder";
+        why = "это каталог";
     else if (!S_ISREG(st.st_mode))
-        why = "is not a regular file";
+        why = "это не обычный файл";
     else if (st.st_size == 0)
-        why = "is empty";
+        why = "пуст";
     else if (st.st_size > kMaxFileBytes)
-        why = "is larger than 64 KiB";
+        why = "больше 64 КиБ";
     else if (UA_ByteString_allocBuffer(&out, std::size_t(st.st_size)) != UA_STATUSCODE_GOOD)
-        why = "does not fit in memory";
+        why = "не помещается в памяти";
     else {
         std::size_t done = 0;
         while (done < out.length) {
@@ -191,7 +191,7 @@ bool CGatewayCertificate::ReadFile(const std::string& path, UA_ByteString& out, 
         }
         ok = done == out.length;
         if (!ok) {
-            why = "could not be read to its end";
+            why = "не читается до конца";
             UA_ByteString_clear(&out);
         }
     }
@@ -222,13 +222,13 @@ bool CGatewayCertificate::CheckPair(const UA_ByteString& certificate, const UA_B
     const auto u = [](const std::string& s) { return reinterpret_cast<const unsigned char*>(s.data()); };
     bool ok = false;
     if (mbedtls_ctr_drbg_seed(&drbg, mbedtls_entropy_func, &entropy, nullptr, 0) != 0)
-        why = "no random numbers to check the key with";
+        why = "нет случайных чисел для проверки ключа";
     else if (mbedtls_x509_crt_parse(&crt, u(cert), cert.size()) != 0)
-        why = "the certificate is not an X.509 certificate";
+        why = "сертификат не в формате X.509";
     else if (mbedtls_pk_parse_key(&pk, u(pem), pem.size(), nullptr, 0, mbedtls_ctr_drbg_random, &drbg) != 0)
-        why = "the private key is not a private key without a password";
+        why = "закрытый ключ не читается как ключ без пароля";
     else if (mbedtls_pk_check_pair(&crt.pk, &pk, mbedtls_ctr_drbg_random, &drbg) != 0)
-        why = "the private key does not belong to the certificate";
+        why = "закрытый ключ не подходит к сертификату";
     else
         ok = true;
     mbedtls_ctr_drbg_free(&drbg);

@@ -1,6 +1,7 @@
 #include "server/gatewayserver.h"
 
 #include "server/addressspace.h"
+#include "server/diagnostics.h"
 #include "server/exitstatus.h"
 #include "server/gatewaycertificate.h"
 #include "server/methodargument.h"
@@ -99,8 +100,8 @@ UA_StatusCode AcceptAnyApplicationUri(const UA_CertificateVerification* cv, cons
                                       const UA_String* applicationUri)
 {
     if (g_verifyUri && g_verifyUri(cv, certificate, applicationUri) != UA_STATUSCODE_GOOD)
-        CServerLog::Write(CServerLog::Warning, "Application URI \"" + Printable(Str(*applicationUri)) +
-                                                   "\" differs from the client certificate; accepted");
+        CServerLog::Write(CServerLog::Warning, "URI приложения \"" + Printable(Str(*applicationUri)) +
+                                                   "\" не совпадает с сертификатом клиента; принят");
     return UA_STATUSCODE_GOOD;
 }
 
@@ -290,13 +291,13 @@ bool CGatewayServer::LoadCredentials(CCredentials& c, std::string& error)
         for (int i = 0; i < 2; ++i) {
             const std::string& path = i == 0 ? m_options.certificatePath : m_options.privateKeyPath;
             if (!CGatewayCertificate::ReadFile(path, c.given[i], why)) {
-                error = std::string(i == 0 ? "the certificate " : "the private key ") + path + " " + why;
+                error = std::string(i == 0 ? "сертификат " : "закрытый ключ ") + path + ": " + why;
                 m_failureStatus = GatewayExit::kConfigurationError;
                 return false;
             }
         }
         if (!CGatewayCertificate::CheckPair(c.given[0], c.given[1], why)) {
-            error = "cannot use the certificate " + m_options.certificatePath + " with the private key " +
+            error = "сертификат " + m_options.certificatePath + " нельзя использовать с закрытым ключом " +
                     m_options.privateKeyPath + ": " + why;
             m_failureStatus = GatewayExit::kConfigurationError;
             return false;
@@ -337,9 +338,9 @@ bool CGatewayServer::ConfigureSecurity(UA_ServerConfig* config, const CCredentia
 {
     if (UA_ServerConfig_addSecurityPolicyNone(config, c.certificate) != UA_STATUSCODE_GOOD ||
         UA_ServerConfig_addSecurityPolicyBasic256Sha256(config, c.certificate, c.key) != UA_STATUSCODE_GOOD) {
-        error = m_options.Secure() ? "the certificate or the private key is not usable"
-                                   : "the server certificate in " + CGatewayCertificate::DefaultFolder() +
-                                         " is not usable; remove it to have a new one made";
+        error = m_options.Secure() ? "сертификат или закрытый ключ непригодны"
+                                   : "сертификат сервера в " + CGatewayCertificate::DefaultFolder() +
+                                         " непригоден; удалите его, и будет создан новый";
         return false;
     }
     // Without a trust folder any client may open an encrypted channel: who may
@@ -359,7 +360,7 @@ bool CGatewayServer::ConfigureSecurity(UA_ServerConfig* config, const CCredentia
         cv->verifyApplicationURI = AcceptAnyApplicationUri;
     }
     if (rc != UA_STATUSCODE_GOOD) {
-        error = "cannot set up certificate checks";
+        error = "не удалось настроить проверку сертификатов";
         return false;
     }
     config->allowNonePolicyPassword = false;
@@ -408,8 +409,13 @@ bool CGatewayServer::Start(std::string& error)
     m_space->SetLiveSource([this](const CDATagInfo* tag, const std::string& fullName) {
         return m_modbus->LiveFor(tag, fullName);
     });
+    m_diagnostics = std::make_unique<CDiagnostics>(m_server, &m_clock);
     if (m_space->CreateRoot() != UA_STATUSCODE_GOOD || !AddMethods()) {
         error = "не удалось создать объект «Каналы» и его методы";
+        return false;
+    }
+    if (m_diagnostics->CreateRoot() != UA_STATUSCODE_GOOD) {
+        error = "не удалось создать объект «Диагностика»";
         return false;
     }
     const auto buildStarted = std::chrono::steady_clock::now();
@@ -424,6 +430,7 @@ bool CGatewayServer::Start(std::string& error)
         CServerLog::Write(CServerLog::Error,
                           std::string("Не все узлы созданы: ") + UA_StatusCode_name(built));
     m_modbus->Reconcile(&m_root);
+    m_diagnostics->Reconcile(&m_root, *m_modbus);
     const UA_StatusCode rc = UA_Server_run_startup(m_server);
     if (rc != UA_STATUSCODE_GOOD) {
         error = "не удалось открыть порт " + std::to_string(m_options.port) + ": " + UA_StatusCode_name(rc);
@@ -534,7 +541,9 @@ UA_StatusCode CGatewayServer::Call(const std::string& method, const std::string&
     }
     CServerLog::Write(rc == UA_STATUSCODE_GOOD ? CServerLog::Info : CServerLog::Warning,
                       "Метод " + method + ": " + UA_StatusCode_name(rc));
-    if (rc == UA_STATUSCODE_GOOD && method.back() == 'e')
-        m_modbus->Reconcile(&m_root); // addNode, editNode, deleteNode
+    if (rc == UA_STATUSCODE_GOOD && method.back() == 'e') { // addNode, editNode, deleteNode
+        m_modbus->Reconcile(&m_root);
+        m_diagnostics->Reconcile(&m_root, *m_modbus);
+    }
     return rc;
 }

@@ -15,6 +15,7 @@
 #include <vector>
 
 class CAddressSpace;
+class CDiagnostics;
 class CModbusBridge;
 class CSessionGuard;
 class CTreeEditor;
@@ -77,6 +78,7 @@ private:
     bool m_running = false;
     int m_failureStatus = GatewayExit::kFailure;
     std::unique_ptr<CAddressSpace> m_space;
+    std::unique_ptr<CDiagnostics> m_diagnostics;
     std::unique_ptr<CTreeEditor> m_editor;
     std::unique_ptr<CModbusBridge> m_modbus;
     std::unique_ptr<CSessionGuard> m_sessions;

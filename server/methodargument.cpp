@@ -317,19 +317,44 @@ bool CMethodArgument::Parse(Method method, const std::string& text, CMethodArgum
         return true;
     }
 
-    std::vector<std::string> f = SplitFields(text);
-    if (ParseItem(f, out, error))
+    const std::vector<std::string> all = SplitFields(text);
+    if (ParseItem(all, out, error))
         return true;
     // A cancelled add (or a paste) leaves its path and kind in front of the
     // next command's list: the program sends them along, the last pair counts.
     std::string ignored;
+    std::vector<std::string> f = all;
     while (f.size() >= 4 && f[1] == f[3] && f[1].size() == 1 && f[1][0] >= '1' && f[1][0] <= '4') {
         f.erase(f.begin(), f.begin() + 2);
         out = CMethodArgument();
         if (ParseItem(f, out, ignored))
             return true;
     }
+    // An edit the gateway refused leaves its whole list in front of the next
+    // one of its kind. The last full list counts: it starts at the last place
+    // where a list of that kind fits in full to the end.
+    for (std::size_t k = all.size() - 1; k >= 2; --k) {
+        if (all[k - 1].empty() || all[k] != all[1] || all.size() - (k - 1) < FullSize(all, k - 1))
+            continue;
+        out = CMethodArgument();
+        if (ParseItem(std::vector<std::string>(all.begin() + long(k) - 1, all.end()), out, ignored))
+            return true;
+    }
     return false;
+}
+
+std::size_t CMethodArgument::FullSize(const std::vector<std::string>& f, std::size_t start)
+{
+    const std::string& kind = f[start + 1];
+    if (kind == "1") {
+        const bool tcp = start + 3 < f.size() && f[start + 3] == "1";
+        return 3 + (tcp ? std::size(kTcpChannel) : std::size(kSerialChannel));
+    }
+    if (kind == "2")
+        return 3 + std::size(kDevice);
+    if (kind == "3")
+        return 3 + std::size(kGroup);
+    return 3 + std::size(kTag);
 }
 
 bool CMethodArgument::ParseItem(const std::vector<std::string>& f, CMethodArgument& out, std::string& error)

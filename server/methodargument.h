@@ -106,6 +106,8 @@ public:
     }
 
 private:
+    // How many fields a full list of the item starting at `start` has.
+    static std::size_t FullSize(const std::vector<std::string>& fields, std::size_t start);
     // The fields of an add or an edit, path and kind first.
     static bool ParseItem(const std::vector<std::string>& fields, CMethodArgument& out, std::string& error);
 };

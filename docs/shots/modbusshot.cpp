@@ -1,8 +1,10 @@
 // Renders docs/modbus-monitoring.png: the monitoring tab showing the demo
 // simulator's live values through the bundled gateway; with a second path,
-// docs/trend.png: two of them on the trend, with a pause of the device.
+// docs/trend.png: two of them on the trend, with a pause of the device; with a
+// third, docs/diagnostics.png: the device's diagnostics while it is silent.
 //   cmake --build build --target velmora_modbus_shot
 //   QT_QPA_PLATFORM=offscreen build/bin/velmora_modbus_shot docs/modbus-monitoring.png docs/trend.png
+//       docs/diagnostics.png
 #include "app/qttranslation.h"
 #include "config/scrambler.h"
 #include "gatewayprocess.h"
@@ -37,8 +39,8 @@ int main(int argc, char** argv)
 {
     QApplication app(argc, argv);
     installQtTranslation(app);
-    if (argc != 2 && argc != 3) {
-        std::fprintf(stderr, "usage: velmora_modbus_shot <picture.png> [trend.png]\n");
+    if (argc < 2 || argc > 4) {
+        std::fprintf(stderr, "usage: velmora_modbus_shot <picture.png> [trend.png [diagnostics.png]]\n");
         return 2;
     }
     // The demo configuration, on a port of its own.
@@ -70,7 +72,7 @@ int main(int argc, char** argv)
     session.w.findChild<QAction*>("monitoring_action")->trigger();
     runFor(3000);
     bool saved = session.w.grab().save(QString::fromLocal8Bit(argv[1]));
-    if (argc == 3) {
+    if (argc >= 3) {
         // Pressure and a flag on the plot; the device stops answering for a
         // while (the gap and the crosses) and comes back.
         auto* table = session.w.findChild<QTableView*>("tableView_2");
@@ -86,6 +88,15 @@ int main(int argc, char** argv)
         ::kill(pid_t(sim.processId()), SIGCONT);
         runFor(20000);
         saved = session.w.grab().save(QString::fromLocal8Bit(argv[2])) && saved;
+    }
+    if (argc == 4) {
+        // The device stops answering again: its diagnostics, and its mark in the tree.
+        session.select(session.node("Стенд.Котёл"));
+        runFor(3000);
+        ::kill(pid_t(sim.processId()), SIGSTOP);
+        runFor(5000);
+        saved = session.w.grab().save(QString::fromLocal8Bit(argv[3])) && saved;
+        ::kill(pid_t(sim.processId()), SIGCONT);
     }
     session.w.findChild<QAction*>("monitoring_action")->trigger();
     sim.kill();

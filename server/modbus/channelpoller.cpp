@@ -111,15 +111,18 @@ void CChannelPoller::HoldAll()
                 point.live->Hold();
 }
 
-CChannelPoller::Mode CChannelPoller::DeviceMode(const std::string& key) const
+std::shared_ptr<const CChannelPoller::Health> CChannelPoller::HealthOf(const std::string& key) const
 {
     std::lock_guard<std::mutex> lock(m_mutex);
     const auto it = m_devices.find(key);
-    if (it == m_devices.end())
-        return Mode::Unknown;
-    if (!m_running)
-        return Mode::Stopped;
-    return it->second->health->demotionMs > 0 ? Mode::Demoted : Mode::Polled;
+    return it == m_devices.end() ? nullptr : it->second->health;
+}
+
+CChannelPoller::Mode CChannelPoller::ModeOf(const Health& health)
+{
+    if (health.silence == UA_STATUSCODE_BADNOCOMMUNICATION)
+        return Mode::NoLink;
+    return health.demotionMs > 0 ? Mode::Demoted : Mode::Polled;
 }
 
 std::string CChannelPoller::Where(const CPollDevice& device, const CPollPoint* point) const
@@ -250,11 +253,15 @@ bool CChannelPoller::Connected()
 {
     if (m_link.IsOpen())
         return true;
+    if (m_line->link == Link::Connected)
+        m_line->link = Link::Connecting; // it broke; tried again at once
     if (Clock::now() < m_reconnectAt)
         return false;
     std::string why;
     std::string notes;
     if (m_link.Open(why, notes)) {
+        m_line->link = Link::Connected;
+        m_linkWhy.clear();
         m_log(false, "Канал " + m_name + ": соединение с " + m_settings.Describe() + " установлено");
         if (!notes.empty())
             m_log(true,
@@ -265,8 +272,11 @@ bool CChannelPoller::Connected()
     }
     m_backoffMs = std::clamp(m_backoffMs * 2, kFirstBackoffMs, kLastBackoffMs);
     m_reconnectAt = Clock::now() + std::chrono::milliseconds(m_backoffMs);
+    m_linkWhy = "нет связи с " + m_settings.Describe() + ": " + why;
+    m_line->link = Link::PortError;
+    m_line->statistics.Fail(m_linkWhy, NowMs());
     if (!m_reportedDown)
-        m_log(true, "Канал " + m_name + ": нет связи с " + m_settings.Describe() + ": " + why);
+        m_log(true, "Канал " + m_name + ": " + m_linkWhy);
     m_reportedDown = true;
     return false;
 }
@@ -304,8 +314,25 @@ void CChannelPoller::Report(const std::string& what, CModbusLink::Result result,
     }
 }
 
+void CChannelPoller::Count(const DeviceState& device, CModbusLink::Result result, Clock::duration took,
+                           const std::string& why)
+{
+    const auto outcome = result == CModbusLink::Ok          ? CPollStatistics::Answer
+                         : result == CModbusLink::Exception ? CPollStatistics::Exception
+                         : result == CModbusLink::Timeout   ? CPollStatistics::Timeout
+                                                            : CPollStatistics::Failure;
+    const std::int64_t us = std::chrono::duration_cast<std::chrono::microseconds>(took).count();
+    device.health->statistics.Count(outcome, us);
+    m_line->statistics.Count(outcome, us);
+    if (result == CModbusLink::Ok)
+        return;
+    const std::int64_t now = NowMs();
+    device.health->statistics.Fail(why, now);
+    m_line->statistics.Fail("устройство " + device.config.name + ": " + why, now);
+}
+
 CModbusLink::Result CChannelPoller::Attempt(const std::function<CModbusLink::Result(std::string&)>& call,
-                                            int attempts, std::string& why)
+                                            int attempts, const DeviceState& device, std::string& why)
 {
     CModbusLink::Result result = CModbusLink::Lost;
     for (int attempt = 0; attempt < std::max(1, attempts); ++attempt) {
@@ -313,9 +340,12 @@ CModbusLink::Result CChannelPoller::Attempt(const std::function<CModbusLink::Res
             return CModbusLink::Lost;
         if (!Connected()) {
             why = "нет соединения";
+            device.health->statistics.Fail(m_linkWhy, NowMs());
             return CModbusLink::Lost;
         }
+        const Clock::time_point sent = Clock::now();
         result = call(why);
+        Count(device, result, Clock::now() - sent, why);
         if (result == CModbusLink::Ok || result == CModbusLink::Exception || result == CModbusLink::Lost)
             return result;
         m_link.Recover(result);
@@ -356,6 +386,7 @@ void CChannelPoller::Poll(const DeviceState& device, int group)
     const std::vector<CPollPoint>& points = device.config.groups[group].points;
     if (!Connected()) {
         device.health->silence = UA_STATUSCODE_BADNOCOMMUNICATION;
+        device.health->statistics.Fail(m_linkWhy, NowMs());
         FailGroup(device, group, UA_STATUSCODE_BADNOCOMMUNICATION);
         return;
     }
@@ -376,7 +407,7 @@ void CChannelPoller::Poll(const DeviceState& device, int group)
                 return m_link.Read(device.config.slave, request.table, request.start, request.count,
                                    words.data(), w);
             },
-            attempts, why);
+            attempts, device, why);
         const std::int64_t now = NowMs();
         // The common case, all well and nothing to recover from, costs no text.
         if (result != CModbusLink::Ok || !m_lastErrors.empty()) {
@@ -446,7 +477,7 @@ UA_StatusCode CChannelPoller::DoWrite(WriteJob& job)
     if (table == 3 && point.codec.PartOfRegister())
         result =
             Attempt([&](std::string& w) { return m_link.Read(device.slave, 3, address, 1, &current, w); },
-                    m_timing.attempts, why);
+                    m_timing.attempts, *job.device, why);
     std::vector<std::uint16_t> words;
     if (result == CModbusLink::Ok && !point.codec.Encode(job.value, current, words, why)) {
         m_log(true, Where(device, &point) + ": запись отклонена: " + why);
@@ -457,7 +488,7 @@ UA_StatusCode CChannelPoller::DoWrite(WriteJob& job)
             [&](std::string& w) {
                 return m_link.Write(device.slave, table, address, words, point.writeMultiple, w);
             },
-            m_timing.attempts, why);
+            m_timing.attempts, *job.device, why);
     if (result == CModbusLink::Timeout || result == CModbusLink::Lost)
         job.device->health->silence = StatusOf(result);
     if (result != CModbusLink::Ok) {

@@ -2,6 +2,7 @@
 
 #include "server/modbus/livevalue.h"
 #include "server/modbus/modbuslink.h"
+#include "server/modbus/pollstatistics.h"
 #include "server/modbus/requestplanner.h"
 #include "server/modbus/valuecodec.h"
 
@@ -58,13 +59,35 @@ public:
         int attempts = 3;
         int busyMs = 0;
     };
-    // How a device is being polled.
+    // How a device is being polled while the exchange runs.
     enum class Mode
     {
         Polled,  // at its groups' rates
         Demoted, // silent: asked once per demotion period
-        Stopped, // the exchange is stopped
-        Unknown  // no such device on this channel
+        NoLink   // the line to it is down
+    };
+    // What is known of a device's answers. Written on the channel thread,
+    // read anywhere; it outlives a re-plan of the device.
+    struct Health
+    {
+        // Good while the device answers, else why it doesn't: writes to a
+        // silent device fail at once instead of holding the server's loop.
+        std::atomic<UA_StatusCode> silence{UA_STATUSCODE_GOOD};
+        std::atomic<int> demotionMs{0}; // 0 while the device answers
+        std::atomic<std::int64_t> probeAtMs{0};
+        CPollStatistics statistics;
+    };
+    enum class Link
+    {
+        Connecting, // not tried yet, or trying again after the connection broke
+        Connected,
+        PortError // the last try to connect or open the port failed
+    };
+    // What is known of the line, with the statistics of all its devices.
+    struct Line
+    {
+        std::atomic<Link> link{Link::Connecting};
+        CPollStatistics statistics;
     };
     static constexpr int kFirstDemotionMs = 1000;
     static constexpr int kLastDemotionMs = 30000;
@@ -82,7 +105,10 @@ public:
     void SetRunning(bool running);
     // Writes one tag of a device and waits for the device's answer.
     UA_StatusCode Write(const std::string& key, int group, int point, double value);
-    Mode DeviceMode(const std::string& key) const;
+    // Null when the channel polls no device of that key.
+    std::shared_ptr<const Health> HealthOf(const std::string& key) const;
+    std::shared_ptr<const Line> LineHealth() const { return m_line; }
+    static Mode ModeOf(const Health& health);
 
     // Read requests sent so far, attempts included; for measurements.
     std::uint64_t Requests() const { return m_requests; }
@@ -94,16 +120,6 @@ private:
         std::vector<CPlannedRequest> plan;
         std::vector<int> piecesOf; // requests each point is spread over
         Clock::time_point due;
-    };
-    // What is known of a device's answers. Written on the channel thread,
-    // read anywhere; it outlives a re-plan of the device.
-    struct Health
-    {
-        // Good while the device answers, else why it doesn't: writes to a
-        // silent device fail at once instead of holding the server's loop.
-        std::atomic<UA_StatusCode> silence{UA_STATUSCODE_GOOD};
-        std::atomic<int> demotionMs{0}; // 0 while the device answers
-        std::atomic<std::int64_t> probeAtMs{0};
     };
     struct DeviceState
     {
@@ -133,8 +149,12 @@ private:
     Clock::time_point DueOf(const DeviceState& device, int group) const;
     void HoldAll();
     UA_StatusCode DoWrite(WriteJob& job);
+    // Tries a request up to `attempts` times; each one goes into the device's
+    // and the line's statistics.
     CModbusLink::Result Attempt(const std::function<CModbusLink::Result(std::string&)>& call, int attempts,
-                                std::string& why);
+                                const DeviceState& device, std::string& why);
+    void Count(const DeviceState& device, CModbusLink::Result result, Clock::duration took,
+               const std::string& why);
     // "Канал …, устройство …" and, for one value, ", тег …".
     std::string Where(const CPollDevice& device, const CPollPoint* point = nullptr) const;
     bool Pause(int ms);
@@ -160,8 +180,11 @@ private:
     Clock::time_point m_reconnectAt;
     int m_backoffMs = 0;
     bool m_reportedDown = false;
+    // Why the line is down, for the devices that could not be asked.
+    std::string m_linkWhy;
     std::map<std::string, std::string> m_lastErrors;
 
     std::atomic<std::uint64_t> m_requests{0};
+    const std::shared_ptr<Line> m_line = std::make_shared<Line>();
     std::thread m_thread;
 };

@@ -295,6 +295,25 @@ std::string CModbusBridge::OutOfBounds(const CDATagInfo* tag)
     return std::string();
 }
 
+std::shared_ptr<const CChannelPoller::Line> CModbusBridge::LineOf(const std::string& channel) const
+{
+    const auto it = m_channels.find(channel);
+    return it == m_channels.end() ? nullptr : it->second->poller->LineHealth();
+}
+
+std::shared_ptr<const CChannelPoller::Health> CModbusBridge::HealthOf(const std::string& channel,
+                                                                      const std::string& device) const
+{
+    const auto it = m_channels.find(channel);
+    return it == m_channels.end() ? nullptr : it->second->poller->HealthOf(device);
+}
+
+std::string CModbusBridge::RefusalOf(const std::string& channel) const
+{
+    const auto it = m_refused.find(channel);
+    return it == m_refused.end() ? std::string() : it->second;
+}
+
 void CModbusBridge::SetRunning(bool running)
 {
     m_running = running;

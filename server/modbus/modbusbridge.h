@@ -1,5 +1,6 @@
 #pragma once
 
+#include "server/modbus/channelpoller.h"
 #include "server/modbus/livevalue.h"
 #include "server/modbus/requestplanner.h"
 
@@ -10,7 +11,6 @@
 #include <unordered_map>
 
 class CChannelInfo;
-class CChannelPoller;
 class CDATagInfo;
 class CTreeItemRoot;
 
@@ -33,6 +33,14 @@ public:
     void Reconcile(CTreeItemRoot* root);
     // stopExchange / startExchange.
     void SetRunning(bool running);
+
+    // What the diagnostics read of a channel's line and of a device (by its
+    // full name); null for what no poller polls.
+    std::shared_ptr<const CChannelPoller::Line> LineOf(const std::string& channel) const;
+    std::shared_ptr<const CChannelPoller::Health> HealthOf(const std::string& channel,
+                                                           const std::string& device) const;
+    // Why a channel with devices to poll is not polled; empty otherwise.
+    std::string RefusalOf(const std::string& channel) const;
 
     // What of a tag's table is read together (the value, or its whole
     // segment) and where the value starts in it.

@@ -5,11 +5,14 @@
 //   node interop.js <url> count                  the server's count of subscriptions
 //   node interop.js <url> flood                  sessions never activated, as many as it takes, held
 //   node interop.js <url> probe                  tries to log in until it can; how long that took
+//   node interop.js <url> diagnostics <polled device> <emulated device>
+//                                                the statistics of both, and their objects through a
+//                                                rename and a deletion; leaves the exchange stopped
 const opcua = require("node-opcua-client");
 const types = require("node-opcua-types");
 const { AttributeIds, DataType, NodeClass, TimestampsToReturn, UserTokenType } = opcua;
 
-const [url, login, password] = process.argv.slice(2);
+const [url, login, password, other] = process.argv.slice(2);
 const say = (...words) => console.log("= " + words.join(" "));
 const ns2 = (id) => "ns=2;s=" + id;
 
@@ -105,6 +108,47 @@ async function call(session, method, argument) {
     say("call", method, result.statusCode.name);
 }
 
+// The statistics of a polled device on a channel of its own and of an emulated
+// one, read with the exchange stopped so that the counts hold still.
+async function diagnostics(session, device, emulated) {
+    const ns = (await session.readNamespaceArray()).indexOf("urn:velmora:diagnostics");
+    const id = (name) => "ns=" + ns + ";s=" + name;
+    const read = async (name) => {
+        const v = (await session.read({ nodeId: id(name), attributeId: AttributeIds.Value })).value;
+        const x = Array.isArray(v.value) ? v.value[0] * 4294967296 + v.value[1]
+            : v.value instanceof Date ? v.value.getUTCFullYear() : v.value;
+        return DataType[v.dataType] + " " + x;
+    };
+    // The objects below "Диагностика", as paths of their names.
+    const objects = async (nodeId = id("Диагностика"), path = "", found = []) => {
+        for (const ref of (await session.browse(nodeId)).references || []) {
+            if (ref.isForward && ref.nodeClass === NodeClass.Object) {
+                found.push(path + ref.browseName.name);
+                await objects(ref.nodeId, path + ref.browseName.name + "/", found);
+            }
+        }
+        return found.join(",");
+    };
+    const channel = device.split(".")[0];
+    say("diagnostics", await objects());
+    say("state", await read(device + ".State"), await read(emulated + ".State"), await read(channel + ".Link"));
+    await call(session, "stopExchange", "emul");
+    // A request under way at the stop is counted when its answer comes.
+    for (let last = ""; last !== (last = await read(device + ".Requests"));)
+        await new Promise((done) => setTimeout(done, 200));
+    for (const name of ["State", "Requests", "Answers", "Timeouts", "Exceptions", "MeanResponseMs", "LastError",
+        "LastErrorTime"])
+        say("device", name, await read(device + "." + name));
+    say("channel Requests", await read(channel + ".Requests"));
+    const written = await session.write({ nodeId: id(device + ".State"), attributeId: AttributeIds.Value,
+        value: { value: { dataType: DataType.String, value: "polled" } } });
+    say("write", written.name);
+    await call(session, "editNode", device + ";2;" + device.split(".")[1] + "2;\u0001;1;0;};\u07d0;\u0001");
+    say("diagnostics", await objects());
+    await call(session, "deleteNode", device + "2");
+    say("diagnostics", await objects());
+}
+
 (async () => {
     if (login === "probe") {
         await probe(url);
@@ -117,6 +161,11 @@ async function call(session, method, argument) {
     if (login === "flood") {
         say("flooded", await flood(client));
         return new Promise(() => {});
+    }
+    if (login === "diagnostics") {
+        await diagnostics(await client.createSession(), password, other);
+        say("done");
+        return process.exit(0);
     }
     if (login === "count") {
         const session = await client.createSession();

@@ -281,6 +281,61 @@ private slots:
         QCOMPARE(wrapper.disconnectToServer(), 0);
     }
 
+    // node-opcua reads the statistics of a polled device: the gateway counted as
+    // many requests as the simulator answered. They follow a rename and a
+    // deletion of the device, and nobody can write them.
+    void diagnosticsCountWhatTheDeviceAnswered()
+    {
+        const quint16 port = GatewayProcess::freePort();
+        QProcess sim;
+        sim.setProcessChannelMode(QProcess::MergedChannels);
+        sim.start("/usr/bin/python3", {VELMORA_MODBUS_SIM, "--tcp", QString::number(port)});
+        QString said;
+        const auto simRequests = [&] {
+            said += QString::fromUtf8(sim.readAll());
+            const int at = said.lastIndexOf("requests ");
+            return at < 0 ? -1 : said.mid(at + 9).section('\n', 0, 0).toInt();
+        };
+        QVERIFY(QTest::qWaitFor([&] { return simRequests() >= 0 && said.contains("ready"); }, 20000));
+        const QString device = "DEVICE;1;2;3;4;5;6;7\n;%1;%2;%3;125;2000;0;Да\nGROUP;1;2;3\n;Г;100;мс\n"
+                               "TAG;1;2;3;4;5;6;7;8;9;10;11;12;13;14;15;16;17\n"
+                               ";t;Входной регистр;1;0;0;Да;;;Цел16;AB;Нет;;;;;Константа;0\n";
+        const QString config = QString("CHANNEL;1;2;3;4;5;6;7;8;9;10;11;12;13;14\n"
+                                       ";Стенд;TCP-соединение;MODBUS TCP;500;3;0;127.0.0.1;%1;2000\n")
+                                   .arg(port) +
+                               device.arg("Котёл").arg(1).arg("Нет") +
+                               device.arg("Имитатор").arg(2).arg("Да");
+        const QString path = m_dir.filePath("diagnostics.cfg");
+        QVERIFY(CScrambler::WriteFile(path, config));
+        GatewayProcess gateway;
+        QVERIFY2(gateway.start({path}), qPrintable(gateway.output()));
+        QTRY_VERIFY_WITH_TIMEOUT(simRequests() >= 5, 10000);
+
+        QProcess process;
+        QStringList out = node(process, {gateway.url(), "diagnostics", "Стенд.Котёл", "Стенд.Имитатор"});
+        const QString requests = out.filter("device Requests UInt64 ").value(0).section(' ', 3);
+        QVERIFY2(requests.toInt() >= 5, qPrintable(out.join('\n')));
+        // The exchange stays stopped: the simulator's count is final.
+        QTRY_COMPARE(QString::number(simRequests()), requests);
+        const QString mean = out.filter("device MeanResponseMs Double ").value(0);
+        QVERIFY2(mean.section(' ', 3).toDouble() > 0, qPrintable(mean));
+        out.removeAll(mean);
+        const QStringList expected =
+            QString("diagnostics Стенд,Стенд/Имитатор,Стенд/Котёл|"
+                    "state String polled String emulated String connected|call stopExchange Good|"
+                    "device State String stopped|device Requests UInt64 %1|device Answers UInt64 %1|"
+                    "device Timeouts UInt64 0|device Exceptions UInt64 0|device LastError String |"
+                    "device LastErrorTime DateTime 1601|channel Requests UInt64 %1|write BadNotWritable|"
+                    "call editNode Good|diagnostics Стенд,Стенд/Имитатор,Стенд/Котёл2|call deleteNode Good|"
+                    "diagnostics Стенд,Стенд/Имитатор|done")
+                .arg(requests)
+                .split('|');
+        QVERIFY2(out == expected, qPrintable(out.join('\n')));
+        QCOMPARE(gateway.stop(), 0);
+        sim.kill();
+        sim.waitForFinished();
+    }
+
     void killedClientLeavesOthersServed()
     {
         GatewayProcess gateway;

@@ -6,6 +6,7 @@
 #include "tests/common/mainwindowprobe.h"
 #include "tests/common/session.h"
 #include "tests/common/testfiles.h"
+#include "views/diagnosticsview.h"
 #include "views/trendview.h"
 
 #include <open62541/client_highlevel.h>
@@ -336,13 +337,19 @@ private slots:
     }
 
     // The program on the same gateway: two tags on the trend, their points
-    // arriving and saved as CSV, and values written from the monitoring table.
+    // arriving and saved as CSV, values written from the monitoring table, and
+    // the device's diagnostics while it goes silent and comes back.
     void commissioningFromTheProgram()
     {
         // The program's log is read here, and printed again once the window is gone.
         CapturedLog::install();
         const std::shared_ptr<void> printAgain(nullptr, [](void*) { qInstallMessageHandler(nullptr); });
         Session s(m_config);
+        auto* view = requireChild<DiagnosticsView>(&s.w, "diagnosticsView");
+        s.select(s.node("Пульт.Д"));
+        QTRY_VERIFY(!view->isHidden() && requireChild<QLabel>(view, "diagnosticsMessage")
+                                             ->text()
+                                             .startsWith("Нет подключения к серверу OPC UA"));
         s.watcher.answerConnect(m_gateway.url());
         s.w.findChild<QAction*>("action")->trigger();
         s.select(s.node("Пульт.Д.Г"));
@@ -396,6 +403,28 @@ private slots:
         s.accept([](QWidget* d) { requireChild<QLineEdit>(d, "valueEdit")->setText("1,5"); });
         command(2, "Записать значение…")->trigger();
         QTRY_VERIFY(m_panel.read().contains("write 1 hr 2 16320 0\n"));
+
+        // The device stops answering: its state, counts and error, and its mark in the tree.
+        s.select(s.node("Пульт.Д"));
+        auto* diagnostics = requireChild<QTableWidget>(view, "diagnosticsTable");
+        const auto shown = [diagnostics](const QString& caption) {
+            for (int r = 0; r < diagnostics->rowCount(); ++r)
+                if (diagnostics->item(r, 0)->text() == caption)
+                    return diagnostics->item(r, 1)->text();
+            return QString();
+        };
+        QTRY_COMPARE_WITH_TIMEOUT(shown("Состояние"), QString("опрашивается"), 10000);
+        QTRY_VERIFY(shown("Ответов").toInt() > 0 && shown("Таймаутов") == "0");
+        QTreeWidgetItem* row = s.row(s.node("Пульт.Д"));
+        ::kill(pid_t(m_panel.process->processId()), SIGSTOP);
+        QTRY_COMPARE_WITH_TIMEOUT(shown("Состояние"), QString("не отвечает, опрашивается реже"), 10000);
+        QTRY_VERIFY(shown("Таймаутов").toInt() > 0 && shown("Последняя ошибка") == "нет ответа");
+        QTRY_COMPARE(row->toolTip(0), QString("Устройство не отвечает: опрашивается реже"));
+        ::kill(pid_t(m_panel.process->processId()), SIGCONT);
+        QTRY_COMPARE_WITH_TIMEOUT(shown("Состояние"), QString("опрашивается"), 20000);
+        QTRY_VERIFY(row->toolTip(0).isEmpty());
+        s.select(s.node("Пульт.Д.Г"));
+        QTRY_VERIFY(view->isHidden());
 
         // The plotted points as CSV; a file that can't be written loses none of them.
         const QString csv = m_dir.filePath("trend.csv");

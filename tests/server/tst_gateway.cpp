@@ -135,13 +135,13 @@ private slots:
                 GatewayProcess::makeCertificate("urn:tarnopcua.server.application",
                                                 m_dir.filePath("other.der"), otherKey));
         const std::tuple<QString, QString, QString> certificates[] = {
-            {m_dir.path(), key, "the certificate " + m_dir.path() + " is a folder"},
-            {"/dev/zero", key, "is not a regular file"},
-            {file("huge.der", QByteArray(100000, 'x')), key, "is larger than 64 KiB"},
-            {file("garbage.der", QByteArray(1000, 'x')), key, "is not an X.509 certificate"},
-            {der, m_dir.path(), "the private key " + m_dir.path() + " is a folder"},
-            {der, der, "is not a private key"},
-            {der, otherKey, "the private key does not belong to the certificate"}};
+            {m_dir.path(), key, "сертификат " + m_dir.path() + ": это каталог"},
+            {"/dev/zero", key, "это не обычный файл"},
+            {file("huge.der", QByteArray(100000, 'x')), key, "больше 64 КиБ"},
+            {file("garbage.der", QByteArray(1000, 'x')), key, "не в формате X.509"},
+            {der, m_dir.path(), "закрытый ключ " + m_dir.path() + ": это каталог"},
+            {der, der, "не читается как ключ без пароля"},
+            {der, otherKey, "закрытый ключ не подходит к сертификату"}};
         for (const auto& [certificate, privateKey, reason] : certificates) {
             QCOMPARE(run({m_values, "4840", "info", "true", certificate, privateKey, ""}), 2);
             QVERIFY2(QString::fromUtf8(p.readAllStandardError()).contains(reason), qPrintable(reason));

@@ -98,6 +98,17 @@ private slots:
         QCOMPARE(Parsed(A::Method::Add, "C.D.G.T1;4;C.D.G.T2;4").path, std::string("C.D.G.T2"));
         QCOMPARE(Parsed(A::Method::Add, "Каналы;1;Каналы;1;Л;0;500;3;0;0;7;19200;8;2;2;1;3;1").name,
                  std::string("Л"));
+
+        // An edit the gateway refused stays in front of the next edit of its kind: the last one counts.
+        const A group = Parsed(A::Method::Edit, "C.D.G;3;G2;25;3;C.D.G;3;G3;50;0");
+        QVERIFY(group.name == "G3" && group.Value(A::GrRate) == 50);
+        QCOMPARE(Parsed(A::Method::Edit, "Ch.Dev;2;D;A;1;0;};\xdf\x90;\x05;Ch.Dev;2;E;B;1;0;};\xdf\x90;\x05")
+                     .Value(A::DevAddr),
+                 66);
+        QCOMPARE(
+            Parsed(A::Method::Edit, "Ch;1;Ch;1;500;3;0;2;0;0;5000;Ch;1;Ch;1;500;3;0;2;167815360;502;5000")
+                .Value(A::ChIpPort),
+            502);
     }
 
     void malformedArgumentsAreRefused()
