@@ -56,7 +56,12 @@ void MainWindow::openCSVFile(QString path)
     // Nothing that leads to the old nodes may outlive them: the views read the
     // tree while this waits.
     GuiThread::run([this] { forgetNodes(); });
-    m_root.DeleteAllChildren();
+    // The tree being replaced is freed when this returns, after the busy
+    // dialog has been told to close: freeing a large tree takes a tenth of
+    // reading one, and the window need not wait for it. Both trees are held
+    // meanwhile. Nothing refers to the old nodes any more.
+    CTreeItemRoot replaced;
+    replaced.SwapChildren(m_root);
 
     CCsvLoader loader(&m_root);
     const bool loaded = loader.Load(m_configPath.toStdString(), m_plainFormat);

@@ -184,6 +184,15 @@ bool CItem::DeleteAllChildren()
     return true;
 }
 
+void CItem::SwapChildren(CItem& other)
+{
+    m_Children.swap(other.m_Children);
+    for (auto& entry : m_Children)
+        entry.second->m_pParent = this;
+    for (auto& entry : other.m_Children)
+        entry.second->m_pParent = &other;
+}
+
 bool CItem::PopChild(CItem* child)
 {
     for (auto it = m_Children.begin(); it != m_Children.end(); ++it) {
