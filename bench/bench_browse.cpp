@@ -40,22 +40,32 @@ double median(std::vector<double> v)
     return v[v.size() / 2];
 }
 
-// The string-id targets of one result not met before join the next level.
-void takeTargets(const UA_BrowseResult& result, std::unordered_set<std::string>& seen,
-                 std::vector<UA_NodeId>& next)
+// The string-id targets of the results not met before join the next level;
+// answers the continuation points of the results cut short.
+std::vector<UA_ByteString> takeTargets(const UA_BrowseResult* results, size_t count,
+                                       std::unordered_set<std::string>& seen, std::vector<UA_NodeId>& next)
 {
-    for (size_t j = 0; j < result.referencesSize; ++j) {
-        const UA_NodeId& target = result.references[j].nodeId.nodeId;
-        if (target.identifierType != UA_NODEIDTYPE_STRING)
-            continue;
-        const std::string key = std::to_string(target.namespaceIndex) + ":" +
-                                std::string(reinterpret_cast<const char*>(target.identifier.string.data),
-                                            target.identifier.string.length);
-        if (seen.insert(key).second) {
-            next.emplace_back();
-            UA_NodeId_copy(&target, &next.back());
+    std::vector<UA_ByteString> points;
+    for (size_t i = 0; i < count; ++i) {
+        const UA_BrowseResult& result = results[i];
+        for (size_t j = 0; j < result.referencesSize; ++j) {
+            const UA_NodeId& target = result.references[j].nodeId.nodeId;
+            if (target.identifierType != UA_NODEIDTYPE_STRING)
+                continue;
+            const std::string key = std::to_string(target.namespaceIndex) + ":" +
+                                    std::string(reinterpret_cast<const char*>(target.identifier.string.data),
+                                                target.identifier.string.length);
+            if (seen.insert(key).second) {
+                next.emplace_back();
+                UA_NodeId_copy(&target, &next.back());
+            }
+        }
+        if (result.continuationPoint.length > 0) {
+            points.emplace_back();
+            UA_ByteString_copy(&result.continuationPoint, &points.back());
         }
     }
+    return points;
 }
 
 // Connect and browse with the bare client, in ms; the nodes found in count.
@@ -88,14 +98,8 @@ double bareClientMs(const QString& url, size_t& count)
             request.nodesToBrowse = descriptions.data();
             request.nodesToBrowseSize = n;
             UA_BrowseResponse response = UA_Client_Service_browse(client, request);
-            std::vector<UA_ByteString> points;
-            for (size_t i = 0; i < response.resultsSize; ++i) {
-                takeTargets(response.results[i], seen, next);
-                if (response.results[i].continuationPoint.length > 0) {
-                    points.emplace_back();
-                    UA_ByteString_copy(&response.results[i].continuationPoint, &points.back());
-                }
-            }
+            std::vector<UA_ByteString> points =
+                takeTargets(response.results, response.resultsSize, seen, next);
             UA_BrowseResponse_clear(&response);
             while (!points.empty()) {
                 UA_BrowseNextRequest more;
@@ -103,14 +107,8 @@ double bareClientMs(const QString& url, size_t& count)
                 more.continuationPoints = points.data();
                 more.continuationPointsSize = points.size();
                 UA_BrowseNextResponse answer = UA_Client_Service_browseNext(client, more);
-                std::vector<UA_ByteString> further;
-                for (size_t i = 0; i < answer.resultsSize; ++i) {
-                    takeTargets(answer.results[i], seen, next);
-                    if (answer.results[i].continuationPoint.length > 0) {
-                        further.emplace_back();
-                        UA_ByteString_copy(&answer.results[i].continuationPoint, &further.back());
-                    }
-                }
+                std::vector<UA_ByteString> further =
+                    takeTargets(answer.results, answer.resultsSize, seen, next);
                 UA_BrowseNextResponse_clear(&answer);
                 for (UA_ByteString& point : points)
                     UA_ByteString_clear(&point);
