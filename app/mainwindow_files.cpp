@@ -15,12 +15,25 @@
 #include <QFileInfo>
 #include <QLabel>
 
+#include <cstdlib>
+
 namespace {
 
 QString fileFilter(bool plain)
 {
     return plain ? "Конфигурация OPC UA сервера MODBUS (*.csv);;Все файлы (*.*)"
                  : "Конфигурация OPC UA сервера MODBUS (*.cfg);;Все файлы (*.*)";
+}
+
+// Frees a tree nothing refers to any more, and has the allocator merge the
+// freed nodes at once: left on its lists of small blocks, they would be
+// merged by the next large allocation of this thread's heap, which is the
+// next open's reading.
+void freeTree(CTreeItemRoot& tree)
+{
+    tree.DeleteAllChildren();
+    void* volatile block = std::malloc(1 << 16);
+    std::free(block);
 }
 
 } // namespace
@@ -56,7 +69,12 @@ void MainWindow::openCSVFile(QString path)
     // Nothing that leads to the old nodes may outlive them: the views read the
     // tree while this waits.
     GuiThread::run([this] { forgetNodes(); });
-    m_root.DeleteAllChildren();
+    // The tree being replaced is freed at the end, after the busy dialog has
+    // been told to close: freeing a large tree takes a tenth of reading one,
+    // and the window need not wait for it. Both trees are held meanwhile.
+    // Nothing refers to the old nodes any more.
+    CTreeItemRoot replaced;
+    replaced.SwapChildren(m_root);
 
     CCsvLoader loader(&m_root);
     const bool loaded = loader.Load(m_configPath.toStdString(), m_plainFormat);
@@ -83,12 +101,10 @@ void MainWindow::openCSVFile(QString path)
     });
     // Nothing has been changed since: the file on disk is still the whole one.
     m_dirty = false;
-    if (!loaded) {
-        emit signalCloseProgressBar(7);
+    emit signalCloseProgressBar(loaded ? 0 : 7);
+    if (!loaded)
         VLOG_WARNING().noquote() << "Ошибка заполнения дерева, не верный формат файла";
-        return;
-    }
-    emit signalCloseProgressBar(0);
+    freeTree(replaced);
 }
 
 void MainWindow::forgetNodes()

@@ -141,7 +141,9 @@ void MainWindow::threadAddTags(CItem* group, CDATagInfo* tag)
         tag->IncrementName(group);
         tag->MakeNextSettings();
 
-        m_infoTag << nextTagInfo(groupName, tag);
+        // Only the gateway's add call reads the list.
+        if (client)
+            m_infoTag << nextTagInfo(groupName, tag);
     }
 }
 

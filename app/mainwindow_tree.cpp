@@ -57,7 +57,10 @@ void ItemInit(CItem* item)
 
 int MainWindow::CreateTreeItems(CItem* item, QTreeWidgetItem* parent)
 {
-    if (QTreeWidgetItem* row = addTreeRow(item, parent)) {
+    QTreeWidgetItem* row = addTreeRow(item, parent);
+    // A group's children are tags, which have no rows: a large tree would be
+    // walked through all of them for nothing.
+    if (row && item->GetType() != itGroup) {
         for (auto& child : *item)
             CreateTreeItems(child.second, row);
     }

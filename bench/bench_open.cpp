@@ -1,9 +1,11 @@
 // Opening the 100,000-tag configuration through the program's own open path
 // (worker thread, busy dialog, tree rebuild, selection of the root) against
-// the bare reader on the same file, in one run; the median of the repeats.
-// From the second repeat on, the program's open also frees the tree it had.
+// the bare reader on the same file, in turn; the median of the runs.
+// From the second repeat on, the program's open also replaces the tree it
+// had; its worker frees that tree after the dialog has closed, and the next
+// turn waits for it to end.
 //
-//   QT_QPA_PLATFORM=offscreen bench_open [repeats]
+//   QT_QPA_PLATFORM=offscreen bench_open
 #include "app/mainwindow.h"
 #include "app/progressbar.h"
 #include "bench/benchsupport.h"
@@ -18,6 +20,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <thread>
 #include <vector>
 
@@ -34,8 +37,19 @@ double bareLoadMs(const std::string& path)
     return t.nsecsElapsed() / 1e6;
 }
 
-// The steps of the open command after its file dialog.
-double programOpenMs(MainWindow& window, const QString& path)
+// The bare load's tree, freed after its time was taken, leaves its nodes on
+// the allocator's fast lists; the next large allocation merges them all, and
+// that would be the program's busy dialog in the next turn. A large block
+// taken and given back does it here, outside both measured spans.
+void settleHeap()
+{
+    void* volatile block = std::malloc(1 << 16);
+    std::free(block);
+}
+
+// The steps of the open command after its file dialog, until the dialog
+// closes; ended is the time until the worker has ended too.
+double programOpenMs(MainWindow& window, const QString& path, double& ended)
 {
     QElapsedTimer t;
     t.start();
@@ -45,9 +59,11 @@ double programOpenMs(MainWindow& window, const QString& path)
     QObject::connect(&window, &MainWindow::signalSetLabelProgressBar, &dialog,
                      &ProgressBar::slotSetLabelProgressBar);
     std::thread worker(&MainWindow::openCSVFile, &window, path);
-    worker.detach();
     dialog.exec();
-    return dialog.resultCode() == 0 ? t.nsecsElapsed() / 1e6 : -1;
+    const double ms = t.nsecsElapsed() / 1e6;
+    worker.join();
+    ended = t.nsecsElapsed() / 1e6;
+    return dialog.resultCode() == 0 ? ms : -1;
 }
 
 } // namespace
@@ -55,7 +71,6 @@ double programOpenMs(MainWindow& window, const QString& path)
 int main(int argc, char** argv)
 {
     QApplication app(argc, argv);
-    const int repeats = argc > 1 ? std::max(1, atoi(argv[1])) : 3;
     QTemporaryDir dir;
     const QString path = dir.filePath("large.cfg");
     if (!CScrambler::WriteFile(path, QString::fromStdString(BenchSupport::Generate()))) {
@@ -65,19 +80,21 @@ int main(int argc, char** argv)
 
     MainWindow window;
     window.show();
-    std::vector<double> bares, programs;
-    for (int i = 0; i < repeats; ++i) {
-        bares.push_back(bareLoadMs(path.toStdString()));
-        programs.push_back(programOpenMs(window, path));
-        app.processEvents();
-    }
-    auto median = [](std::vector<double> v) {
-        std::sort(v.begin(), v.end());
-        return v.front() < 0 ? -1 : v[v.size() / 2];
-    };
-    const double bare = median(bares);
-    const double program = median(programs);
-    if (bare < 0 || program < 0) {
+    BenchSupport::Runs ended;
+    const BenchSupport::Runs runs = BenchSupport::Runs::Alternate(
+        [&] {
+            double endedMs = -1;
+            const double ms = programOpenMs(window, path, endedMs);
+            ended.Add(endedMs);
+            app.processEvents();
+            return ms;
+        },
+        [&] {
+            const double ms = bareLoadMs(path.toStdString());
+            settleHeap();
+            return ms;
+        });
+    if (runs.Failed() || runs.Peer() < 0) {
         std::fprintf(stderr, "bench_open: the configuration did not load\n");
         return 1;
     }
@@ -85,13 +102,14 @@ int main(int argc, char** argv)
     std::printf(
         "configuration: %d tags, %d channel rows in the tree\n",
         BenchSupport::kChannels * BenchSupport::kDevices * BenchSupport::kGroups * BenchSupport::kTags, rows);
-    std::printf("bare Load:                 %7.1f ms\n", bare);
-    std::printf("open through the program:  %7.1f ms\n", program);
-    std::printf("ratio open / Load:          %5.2f   (target <= 1.3)\n", program / bare);
+    std::printf("bare Load:                 %7.1f ms\n", runs.Peer());
+    std::printf("open through the program:  %7.1f ms\n", runs.Ours());
+    std::printf("  and until its worker ended: %5.1f ms (the replaced tree freed)\n", ended.Ours());
+    std::printf("ratio open / Load:          %5.2f   (target <= 1.2)\n", runs.Ratio());
     std::printf("resident memory now:        %5.1f MB\n", BenchSupport::ResidentKb() / 1024.0);
-    BenchSupport::ReportAgainstPeer("open 100k tags in the program (peer: bare Load)", program, bare, "ms",
-                                    1.3);
-    BenchSupport::ReportAbsolute("resident memory, 100k-tag tree open", BenchSupport::ResidentKb() / 1024.0,
-                                 "MB", 300);
-    return program / bare <= 1.3 ? 0 : 1;
+    bool met =
+        BenchSupport::ReportAgainstPeer("open 100k tags in the program (peer: bare Load)", runs, "ms", 1.2);
+    met &= BenchSupport::ReportAbsolute("resident memory, 100k-tag tree open",
+                                        BenchSupport::ResidentKb() / 1024.0, "MB", 300);
+    return met ? 0 : 1;
 }

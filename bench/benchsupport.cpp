@@ -1,6 +1,8 @@
 #include "bench/benchsupport.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <sstream>
@@ -144,27 +146,145 @@ double ProcessCpuMs(long long pid)
     return double(utime + stime) * 1000.0 / double(sysconf(_SC_CLK_TCK));
 }
 
-void ReportAbsolute(const char* name, double value, const char* unit, double target)
+int RunCount()
 {
-    std::printf("BENCH\t%s\t%.1f %s\t-\t-\t<= %.0f %s\t%s\n", name, value, unit, target, unit,
-                value <= target ? "pass" : "FAIL");
-    std::fflush(stdout);
+    const char* runs = std::getenv("BENCH_RUNS");
+    return std::max(5, runs ? std::atoi(runs) : 0);
 }
 
-void ReportAgainstPeer(const char* name, double value, double peer, const char* unit, double maxRatio)
+void Runs::Add(double ours, double peer)
 {
-    const double ratio = value / peer;
-    std::printf("BENCH\t%s\t%.1f %s\t%.1f %s\t%.2f\t<= %.2f\t%s\n", name, value, unit, peer, unit, ratio,
-                maxRatio, ratio <= maxRatio ? "pass" : "FAIL");
-    std::fflush(stdout);
+    m_ours.push_back(ours);
+    m_peer.push_back(peer);
 }
 
-void ReportShareOfPeer(const char* name, double value, double peer, const char* unit, double minRatio)
+Runs Runs::Alternate(const std::function<double()>& ours, const std::function<double()>& peer)
 {
-    const double ratio = value / peer;
-    std::printf("BENCH\t%s\t%.1f %s\t%.1f %s\t%.2f\t>= %.2f\t%s\n", name, value, unit, peer, unit, ratio,
-                minRatio, ratio >= minRatio ? "pass" : "FAIL");
+    Runs runs;
+    for (int i = 0, n = RunCount(); i < n; ++i) {
+        const double o = ours();
+        runs.Add(o, peer());
+    }
+    return runs;
+}
+
+Runs Runs::Repeat(const std::function<double()>& ours)
+{
+    Runs runs;
+    for (int i = 0, n = RunCount(); i < n; ++i)
+        runs.Add(ours());
+    return runs;
+}
+
+Runs Runs::Once(double ours, double peer)
+{
+    Runs runs;
+    runs.Add(ours, peer);
+    return runs;
+}
+
+namespace {
+
+double Median(std::vector<double> v)
+{
+    if (v.empty())
+        return -1;
+    std::sort(v.begin(), v.end());
+    const size_t n = v.size();
+    return n % 2 ? v[n / 2] : (v[n / 2 - 1] + v[n / 2]) / 2;
+}
+
+std::string Format(const char* format, double a, double b)
+{
+    char text[64];
+    std::snprintf(text, sizeof text, format, a, b);
+    return text;
+}
+
+} // namespace
+
+bool Runs::Failed() const
+{
+    const auto bad = [](double x) { return x < 0; };
+    return m_ours.empty() || std::any_of(m_ours.begin(), m_ours.end(), bad);
+}
+
+double Runs::Ours() const
+{
+    return Median(m_ours);
+}
+
+double Runs::Peer() const
+{
+    return Median(m_peer);
+}
+
+double Runs::Ratio() const
+{
+    std::vector<double> ratios;
+    for (size_t i = 0; i < m_ours.size(); ++i)
+        if (m_peer[i] > 0)
+            ratios.push_back(m_ours[i] / m_peer[i]);
+    return Median(ratios);
+}
+
+std::string Runs::Spread() const
+{
+    std::vector<double> v;
+    for (size_t i = 0; i < m_ours.size(); ++i)
+        v.push_back(m_peer[i] > 0 ? m_ours[i] / m_peer[i] : m_ours[i]);
+    if (v.size() < 2)
+        return "-";
+    const auto [low, high] = std::minmax_element(v.begin(), v.end());
+    return Format(m_peer.front() > 0 ? "%.2f-%.2f" : "%.1f-%.1f", *low, *high) + " (" +
+           std::to_string(v.size()) + ")";
+}
+
+namespace {
+
+bool Row(const char* name, const std::string& ours, const std::string& peer, const std::string& ratio,
+         const std::string& spread, const std::string& target, bool met)
+{
+    std::printf("BENCH\t%s\t%s\t%s\t%s\t%s\t%s\t%s\n", name, ours.c_str(), peer.c_str(), ratio.c_str(),
+                spread.c_str(), target.c_str(), met ? "pass" : "FAIL");
     std::fflush(stdout);
+    return met;
+}
+
+std::string Figure(double value, const char* unit)
+{
+    char text[64];
+    std::snprintf(text, sizeof text, "%.1f %s", value, unit);
+    return text;
+}
+
+} // namespace
+
+bool ReportAbsolute(const char* name, double value, const char* unit, double target)
+{
+    return Row(name, Figure(value, unit), "-", "-", "-", "<= " + Figure(target, unit), value <= target);
+}
+
+bool ReportAbsolute(const char* name, const Runs& runs, const char* unit, double target)
+{
+    const double value = runs.Ours();
+    return Row(name, Figure(value, unit), "-", "-", runs.Spread(), "<= " + Figure(target, unit),
+               !runs.Failed() && value <= target);
+}
+
+bool ReportAgainstPeer(const char* name, const Runs& runs, const char* unit, double maxRatio)
+{
+    const double ratio = runs.Ratio();
+    return Row(name, Figure(runs.Ours(), unit), Figure(runs.Peer(), unit), Format("%.2f", ratio, 0),
+               runs.Spread(), Format("<= %.2f", maxRatio, 0),
+               !runs.Failed() && ratio >= 0 && ratio <= maxRatio);
+}
+
+bool ReportShareOfPeer(const char* name, const Runs& runs, const char* unit, double minRatio)
+{
+    const double ratio = runs.Ratio();
+    return Row(name, Figure(runs.Ours(), unit), Figure(runs.Peer(), unit), Format("%.2f", ratio, 0),
+               runs.Spread(), Format(">= %.2f", minRatio, 0), !runs.Failed() && ratio >= minRatio);
 }
 
 } // namespace BenchSupport

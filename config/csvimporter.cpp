@@ -2,7 +2,9 @@
 
 #include "config/fileldcountexception.h"
 #include "config/fileldexception.h"
+#include "config/linedecoder.h"
 #include "config/rowsplitter.h"
+#include "config/rowtext.h"
 #include "config/scrambler.h"
 #include "model/cchannelinfo.h"
 #include "model/channeldata.h"
@@ -43,65 +45,6 @@ constexpr size_t kRowsPerSlice = 4096;
 constexpr size_t kCharsPerSlice = 1 << 20;
 // The file is read in pieces of this size.
 constexpr int kChunkBytes = 1 << 20;
-
-// Length of the UTF-8 sequence led by b, 0 for a byte that can't lead one.
-int Utf8Length(unsigned char b)
-{
-    if (b < 0x80)
-        return 1;
-    if (b >= 0xC2 && b <= 0xDF)
-        return 2;
-    if (b >= 0xE0 && b <= 0xEF)
-        return 3;
-    if (b >= 0xF0 && b <= 0xF4)
-        return 4;
-    return 0;
-}
-
-// Decodes the UTF-8 sequence at p (n bytes left). Returns its length, or 0 for
-// a malformed, overlong or surrogate sequence or one above U+10FFFF.
-int DecodeUtf8(const unsigned char* p, size_t n, char32_t& out)
-{
-    const int len = Utf8Length(p[0]);
-    if (len == 0 || static_cast<size_t>(len) > n)
-        return 0;
-    if (len == 1) {
-        out = p[0];
-        return 1;
-    }
-    char32_t c = p[0] & (0x7F >> len);
-    for (int i = 1; i < len; ++i) {
-        if ((p[i] & 0xC0) != 0x80)
-            return 0;
-        c = (c << 6) | (p[i] & 0x3F);
-    }
-    static const char32_t kMin[] = {0, 0, 0x80, 0x800, 0x10000};
-    if (c < kMin[len] || c > 0x10FFFF || (c >= 0xD800 && c <= 0xDFFF))
-        return 0;
-    out = c;
-    return len;
-}
-
-// A node name is stored as UTF-8; the file is written in wide characters.
-std::wstring Widen(const std::string& utf8)
-{
-    std::wstring out;
-    out.reserve(utf8.size());
-    const auto* p = reinterpret_cast<const unsigned char*>(utf8.data());
-    size_t left = utf8.size();
-    while (left) {
-        char32_t c = 0;
-        int len = DecodeUtf8(p, left, c);
-        if (len == 0) {
-            c = 0xFFFD;
-            len = 1;
-        }
-        out.push_back(static_cast<wchar_t>(c));
-        p += len;
-        left -= len;
-    }
-    return out;
-}
 
 // Cell n of a channel row; a row too short for its kind is a count failure
 // rather than a read past its end.
@@ -169,13 +112,11 @@ bool CCsvLoader::Load(const std::string& path, bool plain)
     uint64_t fed = 0;
     bool result = true;
     bool reading = true;
-    std::wstring line;
-    bool lineCut = false;
     size_t sliceChars = 0;
-    auto addLine = [&]() {
-        if (!splitter.AddLine(line.data(), line.size(), lineCut))
+    CLineDecoder decoder(plain, [&](const wchar_t* line, size_t length, bool cut) {
+        if (!splitter.AddLine(line, length, cut))
             return false;
-        sliceChars += line.size();
+        sliceChars += length;
         if (splitter.Count() >= kRowsPerSlice || sliceChars >= kCharsPerSlice) {
             reading = Feed(splitter.Buffer().data(), splitter.Count(), fed, result);
             fed += splitter.Count();
@@ -183,91 +124,40 @@ bool CCsvLoader::Load(const std::string& path, bool plain)
             sliceChars = 0;
         }
         return reading;
-    };
+    });
 
-    // The file is read in chunks and never held whole, and a line keeps at
-    // most kMaxLineChars characters: memory stays bounded for any input.
-    // Lines are found in the clear text only: a scrambled LF is no LF byte.
-    // A plain file is read up to the first line that isn't UTF-8, which is
-    // dropped and makes the load false; in a .cfg such bytes read as
-    // replacement characters, as the rest of the program reads them.
-    bool complete = true;
-    bool lineOpen = false;
+    // The file is read in chunks and never held whole: memory stays bounded
+    // for any input. A plain file that isn't UTF-8 throughout makes the load
+    // false, and so does a file that can't be read to its end.
+    bool readFault = false;
     QByteArray chunk;
-    int carried = 0; // bytes of a sequence cut by the end of the last chunk
+    size_t carried = 0; // bytes of a character cut by the end of the last chunk
     bool more = true;
-    while (reading && more) {
-        chunk.resize(carried + kChunkBytes);
+    bool going = true;
+    while (going && more) {
+        chunk.resize(qsizetype(carried) + kChunkBytes);
         const qint64 got = file.read(chunk.data() + carried, kChunkBytes);
         if (got < 0) {
-            complete = false;
+            readFault = true;
             break;
         }
         more = got > 0;
-        chunk.resize(carried + int(got));
-        const auto* p = reinterpret_cast<const unsigned char*>(chunk.constData());
-        const auto* const end = p + chunk.size();
-        carried = 0;
-        bool stop = false;
-        while (p != end) {
-            char32_t c = *p;
-            if (c < 0x80) {
-                ++p;
-            } else if (c >= 0xC2 && c < 0xE0 && end - p > 1 && (p[1] & 0xC0) == 0x80) {
-                // Two bytes: every scrambled ASCII character, most Cyrillic.
-                c = ((c & 0x1F) << 6) | (p[1] & 0x3F);
-                p += 2;
-            } else {
-                int len = DecodeUtf8(p, end - p, c);
-                if (len == 0 && more && end - p < Utf8Length(*p)) {
-                    // The rest of this sequence is in the next chunk.
-                    carried = int(end - p);
-                    break;
-                }
-                if (len == 0 && plain) {
-                    complete = false;
-                    lineOpen = false;
-                    stop = true;
-                    break;
-                }
-                if (len == 0) {
-                    c = 0xFFFD;
-                    len = 1;
-                }
-                p += len;
-            }
-            if (!plain)
-                c = c <= 0xFFFF ? CScrambler::Char(c) : CScrambler::CharOfUtf16(c);
-            if (c == U'\n') {
-                lineOpen = false;
-                if (!addLine()) {
-                    stop = true;
-                    break;
-                }
-                line.clear();
-                lineCut = false;
-            } else {
-                lineOpen = true;
-                if (line.size() < CRowSplitter::kMaxLineChars)
-                    line.push_back(static_cast<wchar_t>(c));
-                else
-                    lineCut = true;
-            }
-        }
-        if (stop)
-            break;
-        if (carried)
-            std::memmove(chunk.data(), p, carried);
+        const size_t size = carried + size_t(got);
+        size_t used = 0;
+        going = decoder.Decode(chunk.constData(), size, more, used);
+        carried = size - used;
+        if (going && carried)
+            std::memmove(chunk.data(), chunk.constData() + used, carried);
     }
     file.close();
-    if (lineOpen && reading)
-        addLine();
+    if (reading)
+        decoder.Finish();
     if (reading)
         Feed(splitter.Buffer().data(), splitter.Count(), fed, result);
     fed += splitter.Count();
     if (fed == 0)
         return false;
-    return result && complete;
+    return result && !readFault && decoder.Complete();
 }
 
 bool CCsvLoader::Load(const Rows& rows)
@@ -530,27 +420,32 @@ bool CCsvLoader::AnalyseDATag(const Row& row, CDATagInfo* node)
                 Require(&CDATagData::Set_TransformType, data, row, 11, line, 11);
         }
 
+        // The record made for a type is of that type's class.
         delete node->Transform;
         node->Transform = CDATagInfo::New_Transform(node->TransformType, nullptr);
-        if (auto* scale = dynamic_cast<CTransform_LineScaleData*>(node->Transform)) {
+        if (node->TransformType == TT_LineScale) {
+            auto* scale = static_cast<CTransform_LineScaleData*>(node->Transform);
             scale->VarType = ModbusTypes::GetValueVT(node->RegType, node->ValType);
             Require(&CTransform_LineScaleData::Set_SrcMin, *scale, row, 12, line, 12);
             Require(&CTransform_LineScaleData::Set_SrcMax, *scale, row, 13, line, 13);
             Require(&CTransform_LineScaleData::Set_DstMin, *scale, row, 14, line, 14);
             Require(&CTransform_LineScaleData::Set_DstMax, *scale, row, 15, line, 15);
-        } else if (auto* factor = dynamic_cast<CTransform_FactorData*>(node->Transform)) {
+        } else if (node->TransformType == TT_Factor) {
+            auto* factor = static_cast<CTransform_FactorData*>(node->Transform);
             Require(&CTransform_FactorData::Set_Factor, *factor, row, 12, line, 12);
         }
 
         Require(&CDATagData::Set_EmulType, data, row, 16, line, 16);
         delete node->Emul;
         node->Emul = CDATagInfo::New_Emul(node->EmulType, nullptr);
-        if (auto* constant = dynamic_cast<CEmulData_Const*>(node->Emul)) {
+        if (node->EmulType == ET_Const) {
+            auto* constant = static_cast<CEmulData_Const*>(node->Emul);
             if (row.size() < 18)
                 throw CFileldCountException(line, static_cast<uint32_t>(row.size() - 1), 17);
             constant->Const.vt = ModbusTypes::GetValueVT(node->RegType, node->ValType);
             Require(&CEmulData_Const::Set_Const, *constant, row, 17, line, 17);
-        } else if (auto* sine = dynamic_cast<CEmulData_Sin*>(node->Emul)) {
+        } else if (node->EmulType == ET_Sin) {
+            auto* sine = static_cast<CEmulData_Sin*>(node->Emul);
             if (row.size() < 18)
                 throw CFileldCountException(line, static_cast<uint32_t>(row.size() - 1), 17);
             Require(&CEmulData_Sin::Set_Period, *sine, row, 17, line, 17);
@@ -618,27 +513,29 @@ bool CCsvLoader::ExportChannel(std::wostream& out, CChannelInfo* node)
     if (!node)
         return false;
     const std::wstring& sep = Separator();
-    out << sep << Widen(node->GetName()) << sep
-        << GetArrStr(CChannelData::m_wszTypeChannel, node->TypeChannel) << sep
-        << GetArrStr(CChannelData::m_wszTypeProtocol, node->TypeProtocol) << sep << node->Timeout << sep
-        << static_cast<unsigned>(node->QuanRetry) << sep << node->TimeBusy;
+    CRowText row;
+    row << sep;
+    row.Name(node->GetName()) << sep << Entry(CChannelData::m_wszTypeChannel, node->TypeChannel) << sep
+                              << Entry(CChannelData::m_wszTypeProtocol, node->TypeProtocol) << sep
+                              << node->Timeout << sep << static_cast<unsigned>(node->QuanRetry) << sep
+                              << node->TimeBusy;
     if (node->TypeChannel == 0) {
         if (const auto* com = dynamic_cast<const CPortIO_COMInfo*>(node->Port)) {
-            out << sep << com->ComNo << sep << com->BaudRate << sep << static_cast<unsigned>(com->DataBits)
+            row << sep << com->ComNo << sep << com->BaudRate << sep << static_cast<unsigned>(com->DataBits)
                 << sep << static_cast<unsigned>(com->StopBits) << sep
-                << GetArrStr(CPortIO_Data_COM::m_wszParity, com->Parity) << sep
-                << GetArrStr(g_wszYesNo, com->bEcho) << sep
-                << GetArrStr(CPortIO_Data_COM::m_wszRtsControl, com->RtsControl) << sep
-                << GetArrStr(CPortIO_Data_COM::m_wszDtrControl, com->DtrControl);
+                << Entry(CPortIO_Data_COM::m_wszParity, com->Parity) << sep << Entry(g_wszYesNo, com->bEcho)
+                << sep << Entry(CPortIO_Data_COM::m_wszRtsControl, com->RtsControl) << sep
+                << Entry(CPortIO_Data_COM::m_wszDtrControl, com->DtrControl);
         }
     } else if (node->TypeChannel == 1) {
         if (const auto* tcp = dynamic_cast<const CPortIO_TCPInfo*>(node->Port)) {
-            out << sep << (tcp->IP & 0xFF) << L'.' << ((tcp->IP >> 8) & 0xFF) << L'.'
+            row << sep << (tcp->IP & 0xFF) << L'.' << ((tcp->IP >> 8) & 0xFF) << L'.'
                 << ((tcp->IP >> 16) & 0xFF) << L'.' << (tcp->IP >> 24) << sep << tcp->IP_Port << sep
                 << tcp->TimeoutConnect;
         }
     }
-    out << L'\n';
+    row << L'\n';
+    row.WriteTo(out);
     return true;
 }
 
@@ -647,10 +544,14 @@ bool CCsvLoader::ExportDevice(std::wostream& out, CDeviceInfo* node)
     if (!node)
         return false;
     const std::wstring& sep = Separator();
-    out << sep << Widen(node->GetName()) << sep << static_cast<unsigned>(node->Addr) << sep
-        << GetArrStr(g_wszYesNo, node->bEmulation) << sep << static_cast<unsigned>(node->MaxRegsInReqv) << sep
-        << node->MaxDiscretsInReqv << sep << static_cast<unsigned>(node->MaxFragmentation) << sep
-        << GetArrStr(g_wszYesNo, node->bExchange) << L'\n';
+    CRowText row;
+    row << sep;
+    row.Name(node->GetName()) << sep << static_cast<unsigned>(node->Addr) << sep
+                              << Entry(g_wszYesNo, node->bEmulation) << sep
+                              << static_cast<unsigned>(node->MaxRegsInReqv) << sep << node->MaxDiscretsInReqv
+                              << sep << static_cast<unsigned>(node->MaxFragmentation) << sep
+                              << Entry(g_wszYesNo, node->bExchange) << L'\n';
+    row.WriteTo(out);
     return true;
 }
 
@@ -659,8 +560,11 @@ bool CCsvLoader::ExportGroup(std::wostream& out, CGroupInfo* node)
     if (!node)
         return false;
     const std::wstring& sep = Separator();
-    out << sep << Widen(node->GetName()) << sep << node->UpdateRate << sep
-        << GetArrStr(CGroupData::m_wszMU_UpdateRate, node->MU_UpdateRate) << L'\n';
+    CRowText row;
+    row << sep;
+    row.Name(node->GetName()) << sep << node->UpdateRate << sep
+                              << Entry(CGroupData::m_wszMU_UpdateRate, node->MU_UpdateRate) << L'\n';
+    row.WriteTo(out);
     return true;
 }
 
@@ -672,48 +576,51 @@ bool CCsvLoader::ExportDATag(std::wostream& out, CDATagInfo* node)
     const bool output = node->RegType == MRT_Coil || node->RegType == MRT_HoldingRegister;
     const bool registers = node->RegType == MRT_InputRegister || node->RegType == MRT_HoldingRegister;
 
-    out << sep << Widen(node->GetName()) << sep << GetArrStr(g_wszModbusRegType, node->RegType) << sep
-        << node->Addr << sep << node->RegsInSegment << sep << node->SegmentPos << sep
-        << GetArrStr(g_wszYesNo, node->bRead);
-    out << sep;
+    CRowText row;
+    row << sep;
+    row.Name(node->GetName()) << sep << Entry(g_wszModbusRegType, node->RegType) << sep << node->Addr << sep
+                              << node->RegsInSegment << sep << node->SegmentPos << sep
+                              << Entry(g_wszYesNo, node->bRead);
+    row << sep;
     if (output)
-        out << GetArrStr(g_wszYesNo, node->bWrite);
-    out << sep;
+        row << Entry(g_wszYesNo, node->bWrite);
+    row << sep;
     if (output)
-        out << GetArrStr(CDATagData::m_wsz_bWriteGroup, node->bWriteGroup);
-    out << sep;
+        row << Entry(CDATagData::m_wsz_bWriteGroup, node->bWriteGroup);
+    row << sep;
     if (registers)
-        out << GetArrStr(g_wszModbusValType, node->ValType);
-    out << sep;
+        row << Entry(g_wszModbusValType, node->ValType);
+    row << sep;
     // A byte order of 255 names no text of its row and writes an empty field.
     if (registers && node->ValType <= MVT_Int32)
-        out << Entry(Entry(g_wszByteOrder, ModbusTypes::GetRegsCount(node->ValType)), node->ByteOrder);
-    out << sep;
+        row << Entry(Entry(g_wszByteOrder, ModbusTypes::GetRegsCount(node->ValType)), node->ByteOrder);
+    row << sep;
     if (registers && node->ValType <= MVT_HighByte && node->TransformType != -1)
-        out << Entry(g_wszTransformType, node->TransformType);
+        row << Entry(g_wszTransformType, node->TransformType);
 
     const auto* scale = dynamic_cast<const CTransform_LineScaleData*>(node->Transform);
     const auto* factor = dynamic_cast<const CTransform_FactorData*>(node->Transform);
     if (node->TransformType == TT_LineScale && scale) {
-        out << sep << static_cast<double>(scale->SrcMin) << sep << static_cast<double>(scale->SrcMax) << sep
+        row << sep << static_cast<double>(scale->SrcMin) << sep << static_cast<double>(scale->SrcMax) << sep
             << static_cast<double>(scale->DstMin) << sep << static_cast<double>(scale->DstMax);
     } else if (node->TransformType == TT_Factor && factor) {
-        out << sep << static_cast<double>(factor->Factor) << sep << sep << sep;
+        row << sep << static_cast<double>(factor->Factor) << sep << sep << sep;
     } else {
-        out << sep << sep << sep << sep;
+        row << sep << sep << sep << sep;
     }
 
-    out << sep << Entry(g_wszEmulType, node->EmulType);
+    row << sep << Entry(g_wszEmulType, node->EmulType);
     if (node->EmulType == ET_Const) {
         if (const auto* constant = dynamic_cast<const CEmulData_Const*>(node->Emul))
-            out << sep << static_cast<double>(static_cast<float>(constant->Const.dblVal));
+            row << sep << static_cast<double>(static_cast<float>(constant->Const.dblVal));
     } else if (node->EmulType == ET_Sin) {
         if (const auto* sine = dynamic_cast<const CEmulData_Sin*>(node->Emul))
-            out << sep << sine->Period;
+            row << sep << sine->Period;
     } else if (node->EmulType == -1) {
-        out << sep;
+        row << sep;
     }
-    out << L'\n';
+    row << L'\n';
+    row.WriteTo(out);
     return true;
 }
 

@@ -3,6 +3,22 @@
 #include <algorithm>
 #include <cwchar>
 
+namespace {
+
+// The text into the memory the cell already has: a column's cells are much
+// alike from row to row, so that this rarely asks for more.
+void Put(std::wstring& cell, const wchar_t* text, size_t length)
+{
+    const size_t kept = std::min(cell.size(), length);
+    std::copy(text, text + kept, cell.begin());
+    if (length <= cell.size())
+        cell.erase(length);
+    else
+        cell.append(text + kept, length - kept);
+}
+
+} // namespace
+
 bool CRowSplitter::AddLine(const wchar_t* line, size_t length, bool cut)
 {
     if (m_Stopped)
@@ -31,27 +47,49 @@ bool CRowSplitter::AddLine(const wchar_t* line, size_t length, bool cut)
         // Cells past one too many aren't kept, only searched for stop words.
         if (cells <= kMaxCells) {
             if (cells == row.size())
-                row.emplace_back();
-            // Within the string's capacity this copies without a reallocation.
-            row[cells++].assign(line + start, end - start);
+                Grow(row);
+            Put(row[cells++], line + start, end - start);
         }
         start = end + 1;
     }
     // A line too long to be a row of the format is one cell too many.
-    if (cut)
+    if (cut) {
+        while (row.size() < kMaxCells + 1)
+            Grow(row).clear();
         cells = kMaxCells + 1;
-    row.resize(cells);
+    }
+    // Cells a shorter row doesn't take are kept with their memory.
+    while (row.size() > cells) {
+        m_Spare.push_back(std::move(row.back()));
+        row.pop_back();
+    }
     ++m_Count;
     return true;
+}
+
+std::wstring& CRowSplitter::Grow(Row& row)
+{
+    if (m_Spare.empty()) {
+        row.emplace_back();
+    } else {
+        row.push_back(std::move(m_Spare.back()));
+        m_Spare.pop_back();
+    }
+    return row.back();
 }
 
 void CRowSplitter::Clear()
 {
     // Capacity beyond a normal cell would add up over the whole buffer.
+    const auto release = [](std::wstring& cell) {
+        if (cell.capacity() > 256)
+            std::wstring().swap(cell);
+    };
     for (size_t i = 0; i < m_Count; ++i)
         for (std::wstring& cell : m_Rows[i])
-            if (cell.capacity() > 256)
-                std::wstring().swap(cell);
+            release(cell);
+    for (std::wstring& cell : m_Spare)
+        release(cell);
     m_Count = 0;
 }
 

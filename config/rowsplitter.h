@@ -14,8 +14,9 @@
 // cells, one too many, so that the reader refuses it as a row of the wrong
 // length: the memory for one line stays bounded whatever the file holds.
 //
-// Rows are kept in a buffer whose strings are reused after Clear(), so that a
-// large file is cut without an allocation for every cell.
+// Rows are kept in a buffer whose strings are reused after Clear(), and so are
+// the cells a shorter row leaves, so that a large file is cut without an
+// allocation for every cell.
 class CRowSplitter
 {
 public:
@@ -39,10 +40,14 @@ public:
 
 private:
     static bool IsStopWord(const wchar_t* cell, size_t length);
+    // Appends a cell to the row, with the memory of one a shorter row gave
+    // back where there is one; its text is whatever that cell held.
+    std::wstring& Grow(Row& row);
 
     bool m_Plain;
     bool m_Stopped = false;
     size_t m_Count = 0;
     Rows m_Rows;
+    std::vector<std::wstring> m_Spare;
     std::wstring m_Clean;
 };

@@ -1,8 +1,7 @@
 #pragma once
 
-#include <QByteArray>
-
 #include <streambuf>
+#include <vector>
 
 class QIODevice;
 
@@ -25,11 +24,12 @@ protected:
     int sync() override;
 
 private:
-    void put(char32_t c);
     bool flushBuffer();
 
     QIODevice* m_device;
     bool m_scramble;
     bool m_failed = false;
-    QByteArray m_buffer;
+    // Encoded bytes not yet written; room is kept for one more character.
+    std::vector<char> m_buffer;
+    size_t m_used = 0;
 };

@@ -9,18 +9,35 @@
 
 namespace DataConversion {
 
-std::string wstringtoUTF8(const std::wstring& text)
-{
-    std::vector<char> bytes(text.size() * sizeof(uint32_t));
-    for (size_t i = 0; i < text.size(); ++i) {
-        const uint32_t cp = static_cast<uint32_t>(text[i]);
-        for (size_t b = 0; b < 4; ++b)
-            bytes[i * 4 + b] = static_cast<char>((cp >> (8 * b)) & 0xFF);
-    }
-    return UTF32LEtoUTF8(bytes);
-}
-
 namespace {
+
+// The common text, with no NUL, surrogate or value beyond U+10FFFF, encoded
+// directly; false for any other, which is left to the conversion engine.
+bool EncodeValid(const std::wstring& text, std::string& out)
+{
+    out.reserve(text.size() * 2);
+    for (const wchar_t w : text) {
+        const uint32_t c = static_cast<uint32_t>(w);
+        if (c == 0 || (c >= 0xD800 && c <= 0xDFFF) || c > 0x10FFFF)
+            return false;
+        if (c < 0x80) {
+            out.push_back(static_cast<char>(c));
+        } else if (c < 0x800) {
+            out.push_back(static_cast<char>(0xC0 | (c >> 6)));
+            out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+        } else if (c < 0x10000) {
+            out.push_back(static_cast<char>(0xE0 | (c >> 12)));
+            out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
+            out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+        } else {
+            out.push_back(static_cast<char>(0xF0 | (c >> 18)));
+            out.push_back(static_cast<char>(0x80 | ((c >> 12) & 0x3F)));
+            out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
+            out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+        }
+    }
+    return true;
+}
 
 // One conversion engine per thread, opened at first use and closed when the
 // thread ends: opening one per name dominated the loading of large files.
@@ -50,6 +67,21 @@ private:
 };
 
 } // namespace
+
+std::string wstringtoUTF8(const std::wstring& text)
+{
+    // Every name of a file goes through here: the engine is kept for the rest.
+    std::string direct;
+    if (EncodeValid(text, direct))
+        return direct;
+    std::vector<char> bytes(text.size() * sizeof(uint32_t));
+    for (size_t i = 0; i < text.size(); ++i) {
+        const uint32_t cp = static_cast<uint32_t>(text[i]);
+        for (size_t b = 0; b < 4; ++b)
+            bytes[i * 4 + b] = static_cast<char>((cp >> (8 * b)) & 0xFF);
+    }
+    return UTF32LEtoUTF8(bytes);
+}
 
 std::string UTF32LEtoUTF8(std::vector<char>& bytes)
 {

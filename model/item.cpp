@@ -148,7 +148,9 @@ bool CItem::AppendChild(CItem* child)
         return false;
     child->m_pParent = this;
     // A taken key keeps its old entry; the caller still owns the child then.
-    m_Children.emplace(child->m_Name, child);
+    // Children mostly come in their order, as a file holds them: the end is
+    // the first place tried.
+    m_Children.emplace_hint(m_Children.end(), child->m_Name, child);
     return true;
 }
 
@@ -180,6 +182,15 @@ bool CItem::DeleteAllChildren()
     for (auto& entry : children)
         delete entry.second;
     return true;
+}
+
+void CItem::SwapChildren(CItem& other)
+{
+    m_Children.swap(other.m_Children);
+    for (auto& entry : m_Children)
+        entry.second->m_pParent = this;
+    for (auto& entry : other.m_Children)
+        entry.second->m_pParent = &other;
 }
 
 bool CItem::PopChild(CItem* child)

@@ -73,6 +73,8 @@ public:
     bool DeleteChild(CItem* child);
     bool Delete();
     bool DeleteAllChildren();
+    // Exchanges the children of two nodes; each child's parent follows.
+    void SwapChildren(CItem& other);
     bool PopChild(CItem* child);
     int PopChildren(std::list<CItem*>& items);
     bool InsertChildren(std::list<CItem*>& items, iterator position);

@@ -2,7 +2,69 @@
 
 #include "model/modbus_types.h"
 
+#include <charconv>
+
 namespace RangeValidate {
+
+namespace {
+
+bool IsDigit(wchar_t c)
+{
+    return c >= L'0' && c <= L'9';
+}
+
+// -?digits(.digits)? in full, copied to narrow characters for from_chars,
+// which rounds as the stream's strtod does and knows no locale.
+template <typename T> bool ReadPlainReal(const std::wstring& text, T& value)
+{
+    const size_t n = text.size();
+    const size_t first = n > 0 && text[0] == L'-' ? 1 : 0;
+    if (n == first || n > 40 || !IsDigit(text[first]))
+        return false;
+    char narrow[40];
+    bool point = false;
+    for (size_t i = 0; i < n; ++i) {
+        const wchar_t c = text[i];
+        if (c == L'.' && !point && i + 1 < n && IsDigit(text[i - 1]))
+            point = true;
+        else if (!IsDigit(c) && i >= first)
+            return false;
+        narrow[i] = static_cast<char>(c);
+    }
+    T v = 0;
+    const auto [end, error] = std::from_chars(narrow, narrow + n, v);
+    if (error != std::errc() || end != narrow + n)
+        return false;
+    value = v;
+    return true;
+}
+
+} // namespace
+
+bool ReadPlain(const std::wstring& text, uint64_t& value)
+{
+    const size_t n = text.size();
+    if (n == 0 || n > 19)
+        return false;
+    uint64_t v = 0;
+    for (const wchar_t c : text) {
+        if (!IsDigit(c))
+            return false;
+        v = v * 10 + static_cast<uint64_t>(c - L'0');
+    }
+    value = v;
+    return true;
+}
+
+bool ReadPlain(const std::wstring& text, double& value)
+{
+    return ReadPlainReal(text, value);
+}
+
+bool ReadPlain(const std::wstring& text, float& value)
+{
+    return ReadPlainReal(text, value);
+}
 
 int64_t GetTypeMin(unsigned short vt)
 {

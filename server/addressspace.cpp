@@ -91,12 +91,18 @@ UA_StatusCode CAddressSpace::Build(CItem* item)
 {
     if (item->GetType() == itRoot) {
         m_tags.reserve(m_tags.size() + item->GetItemsCount(itTag));
+        // A whole tree is built before the server runs, when nothing else
+        // touches the node store; a lifecycle of the library's own (none is
+        // set here) would have to be called for each node.
+        const UA_ServerConfig* config = UA_Server_getConfig(m_server);
+        m_direct = !config->nodeLifecycle.constructor;
         UA_StatusCode rc = UA_STATUSCODE_GOOD;
         for (auto& child : *item) {
             const UA_StatusCode childRc = BuildUnder(child.second, kChannelsId);
             if (rc == UA_STATUSCODE_GOOD)
                 rc = childRc;
         }
+        m_direct = false;
         return rc;
     }
     std::string parentId = kChannelsId;
@@ -162,9 +168,12 @@ UA_StatusCode CAddressSpace::BuildUnder(CItem* item, const std::string& parentId
         UA_DataSource source;
         source.read = &CAddressSpace::ReadTag;
         source.write = writable ? &CAddressSpace::WriteTag : nullptr;
-        const UA_StatusCode rc = UA_Server_addDataSourceVariableNode(
-            m_server, NodeId(id), parent, hasComponent, Browse(name.c_str()),
-            UA_NODEID_NUMERIC(0, UA_NS0ID_BASEDATAVARIABLETYPE), attr, source, tag.get(), nullptr);
+        const UA_StatusCode rc =
+            m_direct
+                ? InsertTag(NodeId(id), parent, Browse(name.c_str()), attr, source, tag.get())
+                : UA_Server_addDataSourceVariableNode(
+                      m_server, NodeId(id), parent, hasComponent, Browse(name.c_str()),
+                      UA_NODEID_NUMERIC(0, UA_NS0ID_BASEDATAVARIABLETYPE), attr, source, tag.get(), nullptr);
         if (rc == UA_STATUSCODE_GOOD) {
             tag->ready = true;
             m_tags[id] = std::move(tag);
@@ -196,6 +205,84 @@ UA_StatusCode CAddressSpace::BuildUnder(CItem* item, const std::string& parentId
         if (rc == UA_STATUSCODE_GOOD)
             rc = childRc;
     }
+    return rc;
+}
+
+// The node the library's AddNodes makes for a data source variable under a
+// parent with HasComponent, of type BaseDataVariableType, put into the node
+// store as it stands: the same attributes, the references in the same order
+// with the same name hashes on both sides, dynamic and constructed. The
+// library's checks (the type hierarchy walked and the new node browsed several
+// times) cost some fifty thousand instructions a node and were most of a start.
+UA_StatusCode CAddressSpace::InsertTag(const UA_NodeId& id, const UA_NodeId& parentId,
+                                       const UA_QualifiedName& browseName, const UA_VariableAttributes& attr,
+                                       const UA_DataSource& source, void* context)
+{
+    UA_Nodestore& store = UA_Server_getConfig(m_server)->nodestore;
+    const UA_NodeId typeId = UA_NODEID_NUMERIC(0, UA_NS0ID_BASEDATAVARIABLETYPE);
+    // Taken as the library edits nodes: in place.
+    auto* parent = const_cast<UA_Node*>(store.getNode(store.context, &parentId, UA_NODEATTRIBUTESMASK_ALL,
+                                                      UA_REFERENCETYPESET_ALL, UA_BROWSEDIRECTION_BOTH));
+    auto* type = const_cast<UA_Node*>(store.getNode(store.context, &typeId, UA_NODEATTRIBUTESMASK_ALL,
+                                                    UA_REFERENCETYPESET_ALL, UA_BROWSEDIRECTION_BOTH));
+    const auto release = [&store, parent, type] {
+        if (parent)
+            store.releaseNode(store.context, parent);
+        if (type)
+            store.releaseNode(store.context, type);
+    };
+    if (!parent || !type) {
+        release();
+        return parent ? UA_STATUSCODE_BADTYPEDEFINITIONINVALID : UA_STATUSCODE_BADPARENTNODEIDINVALID;
+    }
+
+    UA_Node* node = store.newNode(store.context, UA_NODECLASS_VARIABLE);
+    if (!node) {
+        release();
+        return UA_STATUSCODE_BADOUTOFMEMORY;
+    }
+    node->head.context = context;
+    UA_StatusCode rc = UA_NodeId_copy(&id, &node->head.nodeId);
+    rc |= UA_QualifiedName_copy(&browseName, &node->head.browseName);
+    rc |= UA_Node_setAttributes(node, &attr, &UA_TYPES[UA_TYPES_VARIABLEATTRIBUTES]);
+    UA_VariableNode& variable = node->variableNode;
+    UA_DataValue_clear(&variable.value.data.value);
+    variable.value.dataSource = source;
+    variable.valueSource = UA_VALUESOURCE_DATASOURCE;
+    variable.isDynamic = true;
+    node->head.constructed = true;
+
+    UA_ExpandedNodeId toParent;
+    UA_ExpandedNodeId_init(&toParent);
+    toParent.nodeId = parentId;
+    UA_ExpandedNodeId toType;
+    UA_ExpandedNodeId_init(&toType);
+    toType.nodeId = typeId;
+    UA_ExpandedNodeId toNode;
+    UA_ExpandedNodeId_init(&toNode);
+    toNode.nodeId = id;
+    const UA_UInt32 nodeHash = UA_QualifiedName_hash(&browseName);
+    if (rc == UA_STATUSCODE_GOOD)
+        rc = UA_Node_addReference(node, UA_REFERENCETYPEINDEX_HASCOMPONENT, false, &toParent,
+                                  UA_QualifiedName_hash(&parent->head.browseName));
+    if (rc == UA_STATUSCODE_GOOD)
+        rc = UA_Node_addReference(node, UA_REFERENCETYPEINDEX_HASTYPEDEFINITION, true, &toType,
+                                  UA_QualifiedName_hash(&type->head.browseName));
+    if (rc != UA_STATUSCODE_GOOD) {
+        store.deleteNode(store.context, node);
+        release();
+        return rc;
+    }
+    // The store takes the node, also when it refuses it (a taken id).
+    UA_NodeId added;
+    UA_NodeId_init(&added);
+    rc = store.insertNode(store.context, node, &added);
+    UA_NodeId_clear(&added);
+    if (rc == UA_STATUSCODE_GOOD)
+        rc = UA_Node_addReference(parent, UA_REFERENCETYPEINDEX_HASCOMPONENT, true, &toNode, nodeHash);
+    if (rc == UA_STATUSCODE_GOOD)
+        rc = UA_Node_addReference(type, UA_REFERENCETYPEINDEX_HASTYPEDEFINITION, false, &toNode, nodeHash);
+    release();
     return rc;
 }
 

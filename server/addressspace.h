@@ -35,7 +35,8 @@ public:
     // Adds the nodes of `item` and of everything below it. The parent's node
     // has to exist already. For an item it is all or nothing: on failure the
     // nodes it made are gone again and nothing else was touched. For the root
-    // (the whole tree at start) every node that can be made stays.
+    // (the whole tree at start, before the server runs) every node that can be
+    // made stays, and the tags go into the node store directly.
     UA_StatusCode Build(CItem* item);
     // True when no node has any of the ids that `item` and everything below it
     // would have under the full name `fullName`.
@@ -55,6 +56,9 @@ private:
     // The value settings of one tag as taken from the tree.
     static void Describe(const CDATagInfo* tag, CTagRuntime& rt);
     UA_StatusCode BuildUnder(CItem* item, const std::string& parentId);
+    UA_StatusCode InsertTag(const UA_NodeId& id, const UA_NodeId& parentId,
+                            const UA_QualifiedName& browseName, const UA_VariableAttributes& attr,
+                            const UA_DataSource& source, void* context);
     void RemoveUnder(CItem* item, const std::string& fullName);
     static UA_StatusCode ReadTag(UA_Server* server, const UA_NodeId* sessionId, void* sessionContext,
                                  const UA_NodeId* nodeId, void* nodeContext, UA_Boolean sourceTimestamp,
@@ -79,4 +83,6 @@ private:
     std::unordered_map<std::string, std::unique_ptr<Tag>> m_tags;
     // Ids made by the item build under way, to be undone if it fails.
     std::vector<std::string>* m_made = nullptr;
+    // The tree build at start puts tags into the node store itself.
+    bool m_direct = false;
 };

@@ -11,7 +11,9 @@
 #include <QtTest>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
+#include <functional>
 
 class TestGatewayParts : public QObject
 {
@@ -150,6 +152,114 @@ private slots:
         UA_Variant_clear(&value);
         UA_Server_delete(server);
         space.reset();
+    }
+
+    // The tree built at start goes into the node store directly; a client must
+    // find every node as the library's AddNodes makes it for a single item:
+    // attributes, references both ways (the type's too), the node's own flags.
+    void startNodesAsAddNodesMakesThem()
+    {
+        CTreeItemRoot root;
+        QVERIFY(CCsvLoader(&root).Load(VELMORA_TEST_DATA "/worked_example.cfg", false));
+        CExchangeClock clock;
+        const auto fingerprint = [&root, &clock](bool whole) {
+            UA_ServerConfig config{};
+            config.logging = UA_Log_Stdout_new(UA_LOGLEVEL_FATAL);
+            UA_ServerConfig_setDefault(&config);
+            UA_Server* server = UA_Server_newWithConfig(&config);
+            CAddressSpace space(server, &clock);
+            space.CreateRoot();
+            if (whole)
+                space.Build(&root);
+            for (auto& channel : root)
+                if (!whole)
+                    space.Build(channel.second);
+            // Full name and name of each node, then of its parent; BaseDataVariableType first.
+            std::vector<std::array<std::string, 4>> nodes{{"i=63", "", "", ""}};
+            std::function<void(CItem*, const std::string&, const std::string&)> collect =
+                [&](CItem* item, const std::string& parent, const std::string& parentName) {
+                    const std::string id = parent == CAddressSpace::kChannelsId
+                                               ? item->GetName()
+                                               : parent + "." + item->GetName();
+                    nodes.push_back({id, item->GetName(), parent, parentName});
+                    for (auto& child : *item)
+                        collect(child.second, id, item->GetName());
+                };
+            for (auto& channel : root)
+                collect(channel.second, CAddressSpace::kChannelsId, CAddressSpace::kChannelsId);
+            QString text;
+            const auto print = [&text](const void* p, const UA_DataType* type) {
+                UA_String out = UA_STRING_NULL;
+                UA_print(p, type, &out);
+                text += QString::fromUtf8(reinterpret_cast<const char*>(out.data), int(out.length)) + "\n";
+                UA_String_clear(&out);
+            };
+            UA_Nodestore& store = UA_Server_getConfig(server)->nodestore;
+            for (const auto& [id, name, parent, parentName] : nodes) {
+                const UA_NodeId nodeId = name.empty() ? UA_NODEID_NUMERIC(0, UA_NS0ID_BASEDATAVARIABLETYPE)
+                                                      : CAddressSpace::NodeId(id);
+                // Found by name from the parent, and the parent by name from the node.
+                for (bool up : {false, true}) {
+                    if (name.empty())
+                        break;
+                    UA_RelativePathElement step;
+                    UA_RelativePathElement_init(&step);
+                    step.referenceTypeId = UA_NODEID_NUMERIC(0, UA_NS0ID_HASCOMPONENT);
+                    step.isInverse = up;
+                    step.targetName =
+                        UA_QUALIFIEDNAME(2, const_cast<char*>((up ? parentName : name).c_str()));
+                    UA_BrowsePath path;
+                    UA_BrowsePath_init(&path);
+                    path.startingNode = up ? nodeId : CAddressSpace::NodeId(parent);
+                    path.relativePath.elements = &step;
+                    path.relativePath.elementsSize = 1;
+                    UA_BrowsePathResult found = UA_Server_translateBrowsePathToNodeIds(server, &path);
+                    print(&found, &UA_TYPES[UA_TYPES_BROWSEPATHRESULT]);
+                    UA_BrowsePathResult_clear(&found);
+                }
+                for (UA_UInt32 attribute = UA_ATTRIBUTEID_NODEID; attribute <= UA_ATTRIBUTEID_ACCESSLEVELEX;
+                     ++attribute) {
+                    UA_ReadValueId item;
+                    UA_ReadValueId_init(&item);
+                    item.nodeId = nodeId;
+                    item.attributeId = attribute;
+                    UA_DataValue value = UA_Server_read(server, &item, UA_TIMESTAMPSTORETURN_NEITHER);
+                    // A tag's value moves with the time it is read at.
+                    if (attribute == UA_ATTRIBUTEID_VALUE && value.value.type)
+                        text += QString::number(value.value.type->typeId.identifier.numeric) + "\n";
+                    else
+                        print(&value, &UA_TYPES[UA_TYPES_DATAVALUE]);
+                    UA_DataValue_clear(&value);
+                }
+                UA_BrowseDescription browse;
+                UA_BrowseDescription_init(&browse);
+                browse.nodeId = nodeId;
+                browse.browseDirection = UA_BROWSEDIRECTION_BOTH;
+                browse.includeSubtypes = true;
+                browse.resultMask = UA_BROWSERESULTMASK_ALL;
+                UA_BrowseResult result = UA_Server_browse(server, 0, &browse);
+                print(&result, &UA_TYPES[UA_TYPES_BROWSERESULT]);
+                UA_BrowseResult_clear(&result);
+                const UA_Node* node = store.getNode(store.context, &nodeId, UA_NODEATTRIBUTESMASK_ALL,
+                                                    UA_REFERENCETYPESET_ALL, UA_BROWSEDIRECTION_BOTH);
+                text += QString("constructed %1 context %2")
+                            .arg(node->head.constructed)
+                            .arg(!!node->head.context);
+                if (node->head.nodeClass == UA_NODECLASS_VARIABLE)
+                    text += QString(" dynamic %1 source %2 %3 %4")
+                                .arg(node->variableNode.isDynamic)
+                                .arg(node->variableNode.valueSource)
+                                .arg(!!node->variableNode.value.dataSource.read)
+                                .arg(!!node->variableNode.value.dataSource.write);
+                text += "\n";
+                store.releaseNode(store.context, node);
+            }
+            UA_Server_delete(server);
+            return text;
+        };
+        const QString direct = fingerprint(true);
+        QVERIFY(direct.contains("Tag_2") && direct.contains("dynamic 1 source 1 1 0"));
+        QCOMPARE(direct, fingerprint(false));
     }
 
     void tailAndUsersBlock()
