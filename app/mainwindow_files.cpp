@@ -15,7 +15,7 @@
 #include <QFileInfo>
 #include <QLabel>
 
-#include <cstdlib>
+#include <malloc.h>
 
 namespace {
 
@@ -25,15 +25,13 @@ QString fileFilter(bool plain)
                  : "Конфигурация OPC UA сервера MODBUS (*.cfg);;Все файлы (*.*)";
 }
 
-// Frees a tree nothing refers to any more, and has the allocator merge the
-// freed nodes at once: left on its lists of small blocks, they would be
-// merged by the next large allocation of this thread's heap, which is the
-// next open's reading.
+// Frees a tree nothing refers to any more and gives its memory back to the
+// system: a large tree's nodes would otherwise stay with this process, to be
+// sorted out by the next open's reading.
 void freeTree(CTreeItemRoot& tree)
 {
     tree.DeleteAllChildren();
-    void* volatile block = std::malloc(1 << 16);
-    std::free(block);
+    malloc_trim(0);
 }
 
 } // namespace
