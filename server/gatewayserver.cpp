@@ -419,6 +419,7 @@ bool CGatewayServer::Start(std::string& error)
         return false;
     }
     const auto buildStarted = std::chrono::steady_clock::now();
+    m_modbus->Expect(m_root.GetItemsCount(itTag));
     const UA_StatusCode built = m_space->Build(&m_root);
     CServerLog::Write(CServerLog::Debug,
                       "Узлы созданы за " +

@@ -124,6 +124,11 @@ std::shared_ptr<CLiveValue> CModbusBridge::LiveFor(const CDATagInfo* tag, const 
     return live;
 }
 
+void CModbusBridge::Expect(std::size_t tags)
+{
+    m_live.reserve(tags);
+}
+
 void CModbusBridge::Reconcile(CTreeItemRoot* root)
 {
     std::map<std::string, std::unique_ptr<Channel>> kept;
@@ -209,6 +214,7 @@ void CModbusBridge::ReconcileChannel(CChannelInfo* channel)
             const int unit = group->MU_UpdateRate >= 0 && group->MU_UpdateRate < 4 ? group->MU_UpdateRate : 0;
             pollGroup.periodMs = std::int64_t(group->UpdateRate) * kUnitMs[unit];
             AppendRaw(sig, 'G', pollGroup.periodMs);
+            pollGroup.points.reserve(group->size());
             for (auto& t : *group) {
                 auto* tag = static_cast<CDATagInfo*>(t.second);
                 std::string tagName;

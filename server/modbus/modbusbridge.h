@@ -28,6 +28,8 @@ public:
     // The live value of a polled tag, null for an emulated or idle one. A tag
     // built again under the same name keeps its value.
     std::shared_ptr<CLiveValue> LiveFor(const CDATagInfo* tag, const std::string& fullName);
+    // Room for the live values of this many tags, made at once by a whole tree's build.
+    void Expect(std::size_t tags);
     // Starts, replans or ends pollers where the tree differs from what they
     // poll; devices that did not change go on undisturbed.
     void Reconcile(CTreeItemRoot* root);
