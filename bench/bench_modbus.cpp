@@ -40,7 +40,7 @@ const int kPeriodMs = 100;
 const int kShort = 500;
 const int kLong = 250;
 // The gateway polling may take this share of the CPU the simulator takes to answer it.
-const double kCpuRatio = 0.5;
+const double kCpuRatio = 0.75;
 // A change reaches a client within this many poll periods (95 % of them).
 const double kLatencyPeriods = 1.2;
 
