@@ -59,6 +59,8 @@ private:
     UA_StatusCode InsertTag(const UA_NodeId& id, const UA_NodeId& parentId,
                             const UA_QualifiedName& browseName, const UA_VariableAttributes& attr,
                             const UA_DataSource& source, void* context);
+    // What AddNodes answered for the tag `id`; a tag it made loses the reference from its type.
+    UA_StatusCode TagAdded(UA_StatusCode added, const std::string& id);
     void RemoveUnder(CItem* item, const std::string& fullName);
     static UA_StatusCode ReadTag(UA_Server* server, const UA_NodeId* sessionId, void* sessionContext,
                                  const UA_NodeId* nodeId, void* nodeContext, UA_Boolean sourceTimestamp,

@@ -10,6 +10,8 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QTcpServer>
+#include <QTcpSocket>
+#include <QUrl>
 
 #include <cmath>
 #include <csignal>
@@ -55,6 +57,14 @@ UA_Client* newClient(UA_UInt32 timeoutMs)
 
 bool GatewayProcess::answers(const QString& url)
 {
+    // The library's client waits out its whole timeout on a refused
+    // connection; a port nobody listens on yet is told at once this way.
+    const QUrl parsed(url);
+    QTcpSocket probe;
+    probe.connectToHost(parsed.host(), quint16(parsed.port()));
+    if (!probe.waitForConnected(1000))
+        return false;
+    probe.abort();
     const Client client(newClient(1000), UA_Client_delete);
     size_t size = 0;
     UA_EndpointDescription* endpoints = nullptr;
