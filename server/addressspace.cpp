@@ -110,14 +110,14 @@ UA_StatusCode CAddressSpace::Build(CItem* item)
         parentId.clear();
         item->GetParent()->GetFullName(parentId);
     }
-    std::vector<std::string> made;
+    std::vector<std::pair<std::string, const CItem*>> made;
     m_made = &made;
     const UA_StatusCode rc = BuildUnder(item, parentId);
     m_made = nullptr;
     if (rc != UA_STATUSCODE_GOOD) {
-        for (auto id = made.rbegin(); id != made.rend(); ++id) {
-            UA_Server_deleteNode(m_server, NodeId(*id), true);
-            m_tags.erase(*id);
+        for (auto it = made.rbegin(); it != made.rend(); ++it) {
+            UA_Server_deleteNode(m_server, NodeId(it->first), true);
+            m_tags.erase(it->second);
         }
     }
     return rc;
@@ -177,9 +177,9 @@ UA_StatusCode CAddressSpace::BuildUnder(CItem* item, const std::string& parentId
                                 id);
         if (rc == UA_STATUSCODE_GOOD) {
             tag->ready = true;
-            m_tags[id] = std::move(tag);
+            m_tags[item] = std::move(tag);
             if (m_made)
-                m_made->push_back(id);
+                m_made->emplace_back(id, item);
         } else {
             // The library may keep a node it then refused; it would read the
             // runtime that goes with `tag` now.
@@ -199,7 +199,7 @@ UA_StatusCode CAddressSpace::BuildUnder(CItem* item, const std::string& parentId
     if (rc != UA_STATUSCODE_GOOD)
         return rc;
     if (m_made)
-        m_made->push_back(id);
+        m_made->emplace_back(id, item);
     // One node that cannot be made doesn't cost its siblings theirs.
     for (auto& child : *item) {
         const UA_StatusCode childRc = BuildUnder(child.second, id);
@@ -330,7 +330,7 @@ void CAddressSpace::RemoveUnder(CItem* item, const std::string& fullName)
     for (auto& child : *item)
         RemoveUnder(child.second, fullName + "." + child.second->GetName());
     UA_Server_deleteNode(m_server, NodeId(fullName), true);
-    m_tags.erase(fullName);
+    m_tags.erase(item);
 }
 
 UA_StatusCode CAddressSpace::ReadTag(UA_Server*, const UA_NodeId*, void*, const UA_NodeId*, void* nodeContext,

@@ -9,6 +9,7 @@
 #include <memory>
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 class CItem;
@@ -82,9 +83,10 @@ private:
     UA_Server* m_server;
     const CExchangeClock* m_clock;
     LiveSource m_liveSource;
-    std::unordered_map<std::string, std::unique_ptr<Tag>> m_tags;
-    // Ids made by the item build under way, to be undone if it fails.
-    std::vector<std::string>* m_made = nullptr;
+    // By the tree's item: the tree names the node, and the item outlives it.
+    std::unordered_map<const CItem*, std::unique_ptr<Tag>> m_tags;
+    // Ids made by the item build under way, with their items, to be undone if it fails.
+    std::vector<std::pair<std::string, const CItem*>>* m_made = nullptr;
     // The tree build at start puts tags into the node store itself.
     bool m_direct = false;
 };

@@ -15,6 +15,7 @@
 #include "model/treeitemroot.h"
 
 #include <cstdlib>
+#include <functional>
 #include <sstream>
 
 namespace {
@@ -115,11 +116,13 @@ std::shared_ptr<CLiveValue> CModbusBridge::LiveFor(const CDATagInfo* tag, const 
     const UA_DataType* type =
         CTagRuntime::TypeOf(CTagRuntime::PublishedKind(tag->RegType, tag->ValType, tag->TransformType));
     const bool writable = (tag->RegType == MRT_Coil || tag->RegType == MRT_HoldingRegister) && tag->bWrite;
-    std::weak_ptr<CLiveValue>& slot = m_live[fullName];
-    std::shared_ptr<CLiveValue> live = slot.lock();
+    const std::size_t nameHash = std::hash<std::string>()(fullName);
+    Slot& slot = m_live[tag];
+    std::shared_ptr<CLiveValue> live = slot.nameHash == nameHash ? slot.live.lock() : nullptr;
     if (!live || live->Type() != type || live->Writable() != writable) {
         live = std::make_shared<CLiveValue>(type, writable);
-        slot = live;
+        slot.live = live;
+        slot.nameHash = nameHash;
     }
     return live;
 }
@@ -151,7 +154,7 @@ void CModbusBridge::Reconcile(CTreeItemRoot* root)
         Retire(std::move(gone.second));
     m_channels = std::move(kept);
     for (auto it = m_live.begin(); it != m_live.end();)
-        it = it->second.expired() ? m_live.erase(it) : std::next(it);
+        it = it->second.live.expired() ? m_live.erase(it) : std::next(it);
 }
 
 void CModbusBridge::ReconcileChannel(CChannelInfo* channel)
@@ -213,14 +216,15 @@ void CModbusBridge::ReconcileChannel(CChannelInfo* channel)
             CPollGroup pollGroup;
             const int unit = group->MU_UpdateRate >= 0 && group->MU_UpdateRate < 4 ? group->MU_UpdateRate : 0;
             pollGroup.periodMs = std::int64_t(group->UpdateRate) * kUnitMs[unit];
-            AppendRaw(sig, 'G', pollGroup.periodMs);
+            AppendRaw(sig, 'G', pollGroup.periodMs, group->GetName().size());
+            sig += group->GetName();
+            const std::string groupName = key + "." + group->GetName() + ".";
             pollGroup.points.reserve(group->size());
             for (auto& t : *group) {
                 auto* tag = static_cast<CDATagInfo*>(t.second);
-                std::string tagName;
-                tag->GetFullName(tagName);
-                const auto found = m_live.find(tagName);
-                std::shared_ptr<CLiveValue> live = found == m_live.end() ? nullptr : found->second.lock();
+                const auto found = m_live.find(tag);
+                std::shared_ptr<CLiveValue> live =
+                    found == m_live.end() ? nullptr : found->second.live.lock();
                 if (!live)
                     continue;
                 CValueCodec::Scale scale;
@@ -232,13 +236,13 @@ void CModbusBridge::ReconcileChannel(CChannelInfo* channel)
                 }
                 CPollPoint point;
                 point.live = live;
-                point.name = tagName;
+                point.name = groupName + tag->GetName();
                 point.codec = CValueCodec(tag->RegType, tag->ValType, tag->ByteOrder, scale);
                 point.span = SpanOf(tag, point.offset);
                 point.read = tag->bRead;
                 point.writeMultiple = tag->bWriteGroup;
-                AppendRaw(sig, 'T', tagName.size());
-                sig += tagName;
+                AppendRaw(sig, 'T', tag->GetName().size());
+                sig += tag->GetName();
                 AppendRaw(sig, live.get(), tag->RegType, tag->Addr, tag->RegsInSegment, tag->SegmentPos,
                           tag->ValType, tag->ByteOrder, tag->bRead, tag->bWriteGroup, scale.kind,
                           scale.srcMin, scale.srcMax, scale.dstMin, scale.dstMax, scale.factor);

@@ -64,7 +64,16 @@ private:
     std::map<unsigned, std::string> m_comPaths;
     std::map<std::string, std::unique_ptr<Channel>> m_channels;
     std::map<std::string, std::string> m_refused;
-    std::unordered_map<std::string, std::weak_ptr<CLiveValue>> m_live;
+    struct Slot
+    {
+        std::weak_ptr<CLiveValue> live;
+        // The name it was made for: an item that comes back under another
+        // name, or a new one in a gone one's memory, gets a value of its own.
+        std::size_t nameHash = 0;
+    };
+    // By the tree's item, which the reconciling walks; full names are made
+    // only for the poller's log.
+    std::unordered_map<const CDATagInfo*, Slot> m_live;
     bool m_running = true;
     std::vector<std::future<void>> m_retiring;
 };
