@@ -216,7 +216,7 @@ bool CGatewayServer::LoadConfiguration(std::string& error)
     CUserNotifier::Install([](const QString& title, const QString& text) {
         CServerLog::Write(CServerLog::Warning, (title + ": " + text).toStdString());
     });
-    if (!m_config.Read(m_options.configPath, &m_root, error))
+    if (!m_config.Read(m_options.configPath, error) || !m_config.ReadTree(&m_root, error))
         return false;
     CServerLog::Write(CServerLog::Debug,
                       "Конфигурация прочитана за " +

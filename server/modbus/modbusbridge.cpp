@@ -294,7 +294,7 @@ std::string CModbusBridge::OutOfBounds(const CDATagInfo* tag)
     int offset = 0;
     const CPlanItem span = SpanOf(tag, offset);
     const long last = long(tag->Addr) + span.count - 1;
-    const std::string what = bits ? "состояния " : "регистры ";
+    const char* const what = bits ? "состояния " : "регистры ";
     if (last > 65535)
         return what + std::to_string(tag->Addr) + "–" + std::to_string(last) + " выходят за адрес 65535";
     const int limit = CRequestPlanner::ProtocolLimit(span.table);
