@@ -87,23 +87,45 @@ void CAddressSpace::Describe(const CDATagInfo* tag, CTagRuntime& rt)
     }
 }
 
+void CAddressSpace::SetLiveSource(LiveSource source, PollingOf polling)
+{
+    m_liveSource = std::move(source);
+    m_polling = std::move(polling);
+}
+
+UA_StatusCode CAddressSpace::BuildAtStart(const std::function<CItem*()>& nextChannel, std::size_t tags)
+{
+    m_tags.reserve(m_tags.size() + tags);
+    // Nothing else touches the node store before the server runs; a
+    // lifecycle of the library's own (none is set here) would have to be
+    // called for each node.
+    const UA_ServerConfig* config = UA_Server_getConfig(m_server);
+    m_direct = !config->nodeLifecycle.constructor;
+    m_atStart = true;
+    UA_StatusCode rc = UA_STATUSCODE_GOOD;
+    while (CItem* channel = nextChannel()) {
+        const UA_StatusCode channelRc = BuildUnder(channel, kChannelsId);
+        if (rc == UA_STATUSCODE_GOOD)
+            rc = channelRc;
+    }
+    m_atStart = false;
+    m_direct = false;
+    return rc;
+}
+
+void CAddressSpace::AttachLive(const LiveOf& liveOf)
+{
+    for (auto& tag : m_tags)
+        tag.second->live = liveOf(tag.second->item);
+}
+
 UA_StatusCode CAddressSpace::Build(CItem* item)
 {
     if (item->GetType() == itRoot) {
-        m_tags.reserve(m_tags.size() + item->GetItemsCount(itTag));
-        // A whole tree is built before the server runs, when nothing else
-        // touches the node store; a lifecycle of the library's own (none is
-        // set here) would have to be called for each node.
-        const UA_ServerConfig* config = UA_Server_getConfig(m_server);
-        m_direct = !config->nodeLifecycle.constructor;
-        UA_StatusCode rc = UA_STATUSCODE_GOOD;
-        for (auto& child : *item) {
-            const UA_StatusCode childRc = BuildUnder(child.second, kChannelsId);
-            if (rc == UA_STATUSCODE_GOOD)
-                rc = childRc;
-        }
-        m_direct = false;
-        return rc;
+        auto child = item->begin();
+        return BuildAtStart(
+            [item, &child]() -> CItem* { return child == item->end() ? nullptr : (child++)->second; },
+            item->GetItemsCount(itTag));
     }
     std::string parentId = kChannelsId;
     if (item->GetType() != itChannel) {
@@ -143,13 +165,18 @@ UA_StatusCode CAddressSpace::BuildUnder(CItem* item, const std::string& parentId
     const UA_NodeId hasComponent = UA_NODEID_NUMERIC(0, UA_NS0ID_HASCOMPONENT);
 
     if (item->GetType() == itTag) {
+        const auto* info = static_cast<const CDATagInfo*>(item);
         auto tag = std::make_unique<Tag>();
+        tag->item = info;
         tag->clock = m_clock;
-        Describe(static_cast<CDATagInfo*>(item), tag->runtime);
+        Describe(info, tag->runtime);
         tag->runtime.SetSeed(id);
-        if (m_liveSource)
-            tag->live = m_liveSource(static_cast<CDATagInfo*>(item), id);
-        const bool writable = tag->live && tag->live->Writable();
+        if (m_liveSource && !m_atStart)
+            tag->live = m_liveSource(info, id);
+        const Polling polling = !m_atStart ? Polling{tag->live != nullptr, tag->live && tag->live->Writable()}
+                                : m_polling ? m_polling(info)
+                                            : Polling{};
+        const bool writable = polling.writable;
 
         const CTagRuntime::DataKind kind = tag->runtime.Published();
         UA_VariableAttributes attr = UA_VariableAttributes_default;
@@ -164,7 +191,7 @@ UA_StatusCode CAddressSpace::BuildUnder(CItem* item, const std::string& parentId
         attr.userAccessLevel = attr.accessLevel;
         // A polled value is read from memory: it may be sampled as fast as the
         // server samples at all, so that a change waits for its poll alone.
-        attr.minimumSamplingInterval = tag->live ? 10.0 : double(tag->runtime.updateMs);
+        attr.minimumSamplingInterval = polling.polled ? 10.0 : double(tag->runtime.updateMs);
         UA_DataSource source;
         source.read = &CAddressSpace::ReadTag;
         source.write = writable ? &CAddressSpace::WriteTag : nullptr;

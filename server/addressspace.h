@@ -25,6 +25,15 @@ public:
     static const char* const kChannelsId;
     // Gives the polled value of a tag, or null when the tag is emulated.
     using LiveSource = std::function<std::shared_ptr<CLiveValue>(const CDATagInfo*, const std::string&)>;
+    // Whether a tag has a polled value, and whether it may be written, told
+    // before the value itself exists.
+    struct Polling
+    {
+        bool polled = false;
+        bool writable = false;
+    };
+    using PollingOf = std::function<Polling(const CDATagInfo*)>;
+    using LiveOf = std::function<std::shared_ptr<CLiveValue>(const CDATagInfo*)>;
 
     CAddressSpace(UA_Server* server, const CExchangeClock* clock);
     ~CAddressSpace();
@@ -36,9 +45,15 @@ public:
     // Adds the nodes of `item` and of everything below it. The parent's node
     // has to exist already. For an item it is all or nothing: on failure the
     // nodes it made are gone again and nothing else was touched. For the root
-    // (the whole tree at start, before the server runs) every node that can be
-    // made stays, and the tags go into the node store directly.
+    // it is BuildAtStart of its channels.
     UA_StatusCode Build(CItem* item);
+    // The whole tree at start, before the server runs, a channel at a time as
+    // `nextChannel` gives them (null: no more). Every node that can be made
+    // stays, and the tags go into the node store directly. Tags get no polled
+    // value here, so that the pollers can be planned meanwhile: AttachLive
+    // gives them theirs. Room is made for `tags` tags at once.
+    UA_StatusCode BuildAtStart(const std::function<CItem*()>& nextChannel, std::size_t tags);
+    void AttachLive(const LiveOf& liveOf);
     // True when no node has any of the ids that `item` and everything below it
     // would have under the full name `fullName`.
     bool Free(const CItem* item, const std::string& fullName) const;
@@ -48,7 +63,7 @@ public:
     // True when the node of `item` (the root: "Каналы") is in the address space.
     bool Has(CItem* item) const;
 
-    void SetLiveSource(LiveSource source) { m_liveSource = std::move(source); }
+    void SetLiveSource(LiveSource source, PollingOf polling);
 
     static UA_NodeId NodeId(const std::string& fullName);
     std::size_t TagCount() const { return m_tags.size(); }
@@ -72,6 +87,7 @@ private:
 
     struct Tag
     {
+        const CDATagInfo* item = nullptr;
         CTagRuntime runtime;
         const CExchangeClock* clock = nullptr;
         // Off while the node is being added: the library reads the value then
@@ -83,10 +99,13 @@ private:
     UA_Server* m_server;
     const CExchangeClock* m_clock;
     LiveSource m_liveSource;
+    PollingOf m_polling;
     // By the tree's item: the tree names the node, and the item outlives it.
     std::unordered_map<const CItem*, std::unique_ptr<Tag>> m_tags;
     // Ids made by the item build under way, with their items, to be undone if it fails.
     std::vector<std::pair<std::string, const CItem*>>* m_made = nullptr;
-    // The tree build at start puts tags into the node store itself.
+    // The tree build at start leaves the polled values for AttachLive ...
+    bool m_atStart = false;
+    // ... and puts tags into the node store itself.
     bool m_direct = false;
 };

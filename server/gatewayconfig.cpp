@@ -56,16 +56,18 @@ bool CGatewayConfig::Read(const std::string& path, std::string& error)
     return true;
 }
 
-bool CGatewayConfig::ReadTree(CTreeItemRoot* root, std::string& error)
+bool CGatewayConfig::ReadTree(CTreeItemRoot* root, std::string& error,
+                              const std::function<void(CItem*)>& channelRead)
 {
-    const bool read = ReadRows(root, error);
+    const bool read = ReadRows(root, error, channelRead);
     m_bytes = QByteArray();
     if (!read)
         error = "конфигурация " + m_path + " не загружается: " + error;
     return read;
 }
 
-bool CGatewayConfig::ReadRows(CTreeItemRoot* root, std::string& error) const
+bool CGatewayConfig::ReadRows(CTreeItemRoot* root, std::string& error,
+                              const std::function<void(CItem*)>& channelRead) const
 {
     if (m_bytes.isEmpty()) {
         error = "файл пуст";
@@ -75,6 +77,8 @@ bool CGatewayConfig::ReadRows(CTreeItemRoot* root, std::string& error) const
     CRowSplitter splitter(false);
     std::uint64_t rows = 0;
     bool good = true;
+    // Rows go to the channel read last: the one before it is complete.
+    CItem* channel = nullptr;
     // Lines are counted as an editor counts them.
     const auto fail = [&](const std::string& why) {
         error = "Строка " + std::to_string(rows + 1) + ": " + why;
@@ -97,6 +101,11 @@ bool CGatewayConfig::ReadRows(CTreeItemRoot* root, std::string& error) const
             const std::string why = dataRow ? Refusal(loader) : std::string();
             if (!why.empty())
                 return fail(why);
+            if (dataRow && loader.m_Section == 1) {
+                if (channel && channelRead)
+                    channelRead(channel);
+                channel = loader.m_CurChannel;
+            }
             ++rows;
             return true;
         }
@@ -124,7 +133,14 @@ bool CGatewayConfig::ReadRows(CTreeItemRoot* root, std::string& error) const
         error = "нет строк конфигурации";
         return false;
     }
+    if (good && channel && channelRead)
+        channelRead(channel);
     return good;
+}
+
+std::size_t CGatewayConfig::TagsAtMost() const
+{
+    return std::size_t(m_bytes.count(CScrambler::Encode(QStringLiteral("\n")))) + 1;
 }
 
 std::size_t CGatewayConfig::SemicolonsOfLine(std::uint64_t number) const

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <map>
 #include <string>
 #include <utility>
@@ -10,6 +11,7 @@
 #include <cstdint>
 
 class CCsvLoader;
+class CItem;
 class CTreeItemRoot;
 
 // What the gateway reads from its configuration file: the tree, the run
@@ -24,7 +26,11 @@ public:
     // Fills the tree under `root` from the file Read took. False, with the
     // first bad row and its reason, unless every row loads: the gateway never
     // runs on half a configuration. The file's bytes are let go either way.
-    bool ReadTree(CTreeItemRoot* root, std::string& error);
+    // `channelRead` is given each channel once every row below it is read.
+    bool ReadTree(CTreeItemRoot* root, std::string& error,
+                  const std::function<void(CItem*)>& channelRead = nullptr);
+    // No more tags than this can be in the tree Read took.
+    std::size_t TagsAtMost() const;
     // Takes the tail and users of an already clear text (tests, plain files).
     void Parse(const std::string& clearText);
 
@@ -36,7 +42,8 @@ public:
 private:
     // Rows are read one at a time, as the program's reader decodes them, so
     // that a bad row is known by its number; false at the first bad one.
-    bool ReadRows(CTreeItemRoot* root, std::string& error) const;
+    bool ReadRows(CTreeItemRoot* root, std::string& error,
+                  const std::function<void(CItem*)>& channelRead) const;
     // Why the item of a data row the reader took cannot run, empty when it can.
     static std::string Refusal(const CCsvLoader& loader);
     // The ';' of line `number` (from 1) counted in the file's bytes: a line

@@ -99,23 +99,43 @@ std::string CModbusBridge::Refusal(const CChannelInfo* channel) const
             return "контроль чётности «Маркер» и «Пробел» не поддерживается";
         if (com->bEcho)
             return "порт с эхом не поддерживается";
-        if (SerialPath(com->ComNo).empty())
+        const auto mapped = m_comPaths.find(com->ComNo);
+        if (mapped == m_comPaths.end() ? com->ComNo == 0 : mapped->second.empty())
             return "COM-порт 0 не сопоставлен устройству (" + std::string(kComPathsVariable) + ")";
         return std::string();
     }
     return dynamic_cast<const CPortIO_TCPInfo*>(channel->Port) ? std::string() : "нет настроек порта";
 }
 
-std::shared_ptr<CLiveValue> CModbusBridge::LiveFor(const CDATagInfo* tag, const std::string& fullName)
+bool CModbusBridge::Polls(const CDATagInfo* tag) const
 {
     const CItem* group = tag->GetParent();
     const auto* device = group ? dynamic_cast<const CDeviceInfo*>(group->GetParent()) : nullptr;
     const auto* channel = device ? dynamic_cast<const CChannelInfo*>(device->GetParent()) : nullptr;
-    if (!Polled(device) || !channel || !Refusal(channel).empty())
-        return nullptr;
+    return Polled(device) && channel && Refusal(channel).empty();
+}
+
+bool CModbusBridge::Writes(const CDATagInfo* tag)
+{
+    return (tag->RegType == MRT_Coil || tag->RegType == MRT_HoldingRegister) && tag->bWrite;
+}
+
+std::shared_ptr<CLiveValue> CModbusBridge::LiveOf(const CDATagInfo* tag) const
+{
+    const auto found = m_live.find(tag);
+    return found == m_live.end() ? nullptr : found->second.live.lock();
+}
+
+std::shared_ptr<CLiveValue> CModbusBridge::LiveFor(const CDATagInfo* tag, const std::string& fullName)
+{
+    return Polls(tag) ? Live(tag, fullName) : nullptr;
+}
+
+std::shared_ptr<CLiveValue> CModbusBridge::Live(const CDATagInfo* tag, const std::string& fullName)
+{
     const UA_DataType* type =
         CTagRuntime::TypeOf(CTagRuntime::PublishedKind(tag->RegType, tag->ValType, tag->TransformType));
-    const bool writable = (tag->RegType == MRT_Coil || tag->RegType == MRT_HoldingRegister) && tag->bWrite;
+    const bool writable = Writes(tag);
     const std::size_t nameHash = std::hash<std::string>()(fullName);
     Slot& slot = m_live[tag];
     std::shared_ptr<CLiveValue> live = slot.nameHash == nameHash ? slot.live.lock() : nullptr;
@@ -222,11 +242,8 @@ void CModbusBridge::ReconcileChannel(CChannelInfo* channel)
             pollGroup.points.reserve(group->size());
             for (auto& t : *group) {
                 auto* tag = static_cast<CDATagInfo*>(t.second);
-                const auto found = m_live.find(tag);
-                std::shared_ptr<CLiveValue> live =
-                    found == m_live.end() ? nullptr : found->second.live.lock();
-                if (!live)
-                    continue;
+                std::string name = groupName + tag->GetName();
+                const std::shared_ptr<CLiveValue> live = Live(tag, name);
                 CValueCodec::Scale scale;
                 if (const auto* l = dynamic_cast<const CTransform_LineScaleData*>(tag->Transform)) {
                     scale = {1, l->SrcMin, l->SrcMax, l->DstMin, l->DstMax, 1};
@@ -236,7 +253,7 @@ void CModbusBridge::ReconcileChannel(CChannelInfo* channel)
                 }
                 CPollPoint point;
                 point.live = live;
-                point.name = groupName + tag->GetName();
+                point.name = std::move(name);
                 point.codec = CValueCodec(tag->RegType, tag->ValType, tag->ByteOrder, scale);
                 point.span = SpanOf(tag, point.offset);
                 point.read = tag->bRead;

@@ -1,0 +1,30 @@
+#include "server/channelfeed.h"
+
+void CChannelFeed::Put(CItem* channel)
+{
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_channels.push_back(channel);
+    }
+    m_changed.notify_one();
+}
+
+void CChannelFeed::Close()
+{
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_closed = true;
+    }
+    m_changed.notify_one();
+}
+
+CItem* CChannelFeed::Next()
+{
+    std::unique_lock<std::mutex> lock(m_mutex);
+    m_changed.wait(lock, [this] { return m_closed || !m_channels.empty(); });
+    if (m_channels.empty())
+        return nullptr;
+    CItem* channel = m_channels.front();
+    m_channels.pop_front();
+    return channel;
+}
