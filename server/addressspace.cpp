@@ -93,9 +93,8 @@ void CAddressSpace::SetLiveSource(LiveSource source, PollingOf polling)
     m_polling = std::move(polling);
 }
 
-UA_StatusCode CAddressSpace::BuildAtStart(const std::function<CItem*()>& nextChannel, std::size_t tags)
+UA_StatusCode CAddressSpace::BuildAtStart(const std::function<CItem*()>& nextChannel)
 {
-    m_tags.reserve(m_tags.size() + tags);
     // Nothing else touches the node store before the server runs; a
     // lifecycle of the library's own (none is set here) would have to be
     // called for each node.
@@ -116,7 +115,7 @@ UA_StatusCode CAddressSpace::BuildAtStart(const std::function<CItem*()>& nextCha
 void CAddressSpace::AttachLive(const LiveOf& liveOf)
 {
     for (auto& tag : m_tags)
-        tag.second->live = liveOf(tag.second->item);
+        tag->live = liveOf(tag->item);
 }
 
 UA_StatusCode CAddressSpace::Build(CItem* item)
@@ -124,23 +123,20 @@ UA_StatusCode CAddressSpace::Build(CItem* item)
     if (item->GetType() == itRoot) {
         auto child = item->begin();
         return BuildAtStart(
-            [item, &child]() -> CItem* { return child == item->end() ? nullptr : (child++)->second; },
-            item->GetItemsCount(itTag));
+            [item, &child]() -> CItem* { return child == item->end() ? nullptr : (child++)->second; });
     }
     std::string parentId = kChannelsId;
     if (item->GetType() != itChannel) {
         parentId.clear();
         item->GetParent()->GetFullName(parentId);
     }
-    std::vector<std::pair<std::string, const CItem*>> made;
+    std::vector<std::string> made;
     m_made = &made;
     const UA_StatusCode rc = BuildUnder(item, parentId);
     m_made = nullptr;
     if (rc != UA_STATUSCODE_GOOD) {
-        for (auto it = made.rbegin(); it != made.rend(); ++it) {
-            UA_Server_deleteNode(m_server, NodeId(it->first), true);
-            m_tags.erase(it->second);
-        }
+        for (auto id = made.rbegin(); id != made.rend(); ++id)
+            DeleteNode(*id);
     }
     return rc;
 }
@@ -204,9 +200,10 @@ UA_StatusCode CAddressSpace::BuildUnder(CItem* item, const std::string& parentId
                                 id);
         if (rc == UA_STATUSCODE_GOOD) {
             tag->ready = true;
-            m_tags[item] = std::move(tag);
+            tag->index = m_tags.size();
+            m_tags.push_back(std::move(tag));
             if (m_made)
-                m_made->emplace_back(id, item);
+                m_made->push_back(id);
         } else {
             // The library may keep a node it then refused; it would read the
             // runtime that goes with `tag` now.
@@ -226,7 +223,7 @@ UA_StatusCode CAddressSpace::BuildUnder(CItem* item, const std::string& parentId
     if (rc != UA_STATUSCODE_GOOD)
         return rc;
     if (m_made)
-        m_made->emplace_back(id, item);
+        m_made->push_back(id);
     // One node that cannot be made doesn't cost its siblings theirs.
     for (auto& child : *item) {
         const UA_StatusCode childRc = BuildUnder(child.second, id);
@@ -356,8 +353,25 @@ void CAddressSpace::RemoveUnder(CItem* item, const std::string& fullName)
 {
     for (auto& child : *item)
         RemoveUnder(child.second, fullName + "." + child.second->GetName());
-    UA_Server_deleteNode(m_server, NodeId(fullName), true);
-    m_tags.erase(item);
+    DeleteNode(fullName);
+}
+
+void CAddressSpace::DeleteNode(const std::string& id)
+{
+    void* context = nullptr;
+    UA_NodeClass nodeClass = UA_NODECLASS_UNSPECIFIED;
+    const bool tag = UA_Server_readNodeClass(m_server, NodeId(id), &nodeClass) == UA_STATUSCODE_GOOD &&
+                     nodeClass == UA_NODECLASS_VARIABLE &&
+                     UA_Server_getNodeContext(m_server, NodeId(id), &context) == UA_STATUSCODE_GOOD &&
+                     context;
+    UA_Server_deleteNode(m_server, NodeId(id), true);
+    if (!tag)
+        return;
+    // The last Tag takes the place of the one that goes.
+    const std::size_t index = static_cast<Tag*>(context)->index;
+    m_tags[index] = std::move(m_tags.back());
+    m_tags[index]->index = index;
+    m_tags.pop_back();
 }
 
 UA_StatusCode CAddressSpace::ReadTag(UA_Server*, const UA_NodeId*, void*, const UA_NodeId*, void* nodeContext,

@@ -8,8 +8,6 @@
 #include <functional>
 #include <memory>
 #include <string>
-#include <unordered_map>
-#include <utility>
 #include <vector>
 
 class CItem;
@@ -51,8 +49,8 @@ public:
     // `nextChannel` gives them (null: no more). Every node that can be made
     // stays, and the tags go into the node store directly. Tags get no polled
     // value here, so that the pollers can be planned meanwhile: AttachLive
-    // gives them theirs. Room is made for `tags` tags at once.
-    UA_StatusCode BuildAtStart(const std::function<CItem*()>& nextChannel, std::size_t tags);
+    // gives them theirs.
+    UA_StatusCode BuildAtStart(const std::function<CItem*()>& nextChannel);
     void AttachLive(const LiveOf& liveOf);
     // True when no node has any of the ids that `item` and everything below it
     // would have under the full name `fullName`.
@@ -78,6 +76,8 @@ private:
     // What AddNodes answered for the tag `id`; a tag it made loses the reference from its type.
     UA_StatusCode TagAdded(UA_StatusCode added, const std::string& id);
     void RemoveUnder(CItem* item, const std::string& fullName);
+    // Deletes the node `id` and, when it is a tag's, its Tag.
+    void DeleteNode(const std::string& id);
     static UA_StatusCode ReadTag(UA_Server* server, const UA_NodeId* sessionId, void* sessionContext,
                                  const UA_NodeId* nodeId, void* nodeContext, UA_Boolean sourceTimestamp,
                                  const UA_NumericRange* range, UA_DataValue* value);
@@ -88,6 +88,7 @@ private:
     struct Tag
     {
         const CDATagInfo* item = nullptr;
+        std::size_t index = 0; // in m_tags
         CTagRuntime runtime;
         const CExchangeClock* clock = nullptr;
         // Off while the node is being added: the library reads the value then
@@ -100,10 +101,10 @@ private:
     const CExchangeClock* m_clock;
     LiveSource m_liveSource;
     PollingOf m_polling;
-    // By the tree's item: the tree names the node, and the item outlives it.
-    std::unordered_map<const CItem*, std::unique_ptr<Tag>> m_tags;
-    // Ids made by the item build under way, with their items, to be undone if it fails.
-    std::vector<std::pair<std::string, const CItem*>>* m_made = nullptr;
+    // Each tag's node has its Tag as context, which tells its place here.
+    std::vector<std::unique_ptr<Tag>> m_tags;
+    // Ids made by the item build under way, to be undone if it fails.
+    std::vector<std::string>* m_made = nullptr;
     // The tree build at start leaves the polled values for AttachLive ...
     bool m_atStart = false;
     // ... and puts tags into the node store itself.

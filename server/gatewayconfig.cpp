@@ -138,11 +138,6 @@ bool CGatewayConfig::ReadRows(CTreeItemRoot* root, std::string& error,
     return good;
 }
 
-std::size_t CGatewayConfig::TagsAtMost() const
-{
-    return std::size_t(m_bytes.count(CScrambler::Encode(QStringLiteral("\n")))) + 1;
-}
-
 std::size_t CGatewayConfig::SemicolonsOfLine(std::uint64_t number) const
 {
     const QByteArray lf = CScrambler::Encode(QStringLiteral("\n"));

@@ -29,8 +29,6 @@ public:
     // `channelRead` is given each channel once every row below it is read.
     bool ReadTree(CTreeItemRoot* root, std::string& error,
                   const std::function<void(CItem*)>& channelRead = nullptr);
-    // No more tags than this can be in the tree Read took.
-    std::size_t TagsAtMost() const;
     // Takes the tail and users of an already clear text (tests, plain files).
     void Parse(const std::string& clearText);
 

@@ -391,7 +391,6 @@ bool CGatewayServer::Start(std::string& error)
     }
     // The tree is read, and its pollers planned, on a thread of its own while
     // this one makes the server and the nodes of each channel read so far.
-    const std::size_t tags = m_config.TagsAtMost();
     m_modbus = std::make_unique<CModbusBridge>();
     CReading reading;
     std::thread reader(&CGatewayServer::ReadTree, this, std::ref(reading));
@@ -399,8 +398,7 @@ bool CGatewayServer::Start(std::string& error)
     reading.serverMade.set_value(made);
     const auto buildStarted = std::chrono::steady_clock::now();
     const UA_StatusCode built =
-        made ? m_space->BuildAtStart([&reading] { return reading.channels.Next(); }, tags)
-             : UA_STATUSCODE_GOOD;
+        made ? m_space->BuildAtStart([&reading] { return reading.channels.Next(); }) : UA_STATUSCODE_GOOD;
     reader.join();
     if (!reading.read) {
         // A bad file is what is told, whatever else failed.
