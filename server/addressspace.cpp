@@ -93,7 +93,7 @@ void CAddressSpace::SetLiveSource(LiveSource source, PollingOf polling)
     m_polling = std::move(polling);
 }
 
-UA_StatusCode CAddressSpace::BuildAtStart(const std::function<CItem*()>& nextChannel)
+UA_StatusCode CAddressSpace::BuildAtStart(const std::function<CItem*(Prepared&)>& nextChannel)
 {
     // Nothing else touches the node store before the server runs; a
     // lifecycle of the library's own (none is set here) would have to be
@@ -102,14 +102,61 @@ UA_StatusCode CAddressSpace::BuildAtStart(const std::function<CItem*()>& nextCha
     m_direct = !config->nodeLifecycle.constructor;
     m_atStart = true;
     UA_StatusCode rc = UA_STATUSCODE_GOOD;
-    while (CItem* channel = nextChannel()) {
+    Prepared prepared;
+    m_prepared = &prepared;
+    while (CItem* channel = nextChannel(prepared)) {
+        m_preparedAt = 0;
         const UA_StatusCode channelRc = BuildUnder(channel, kChannelsId);
         if (rc == UA_STATUSCODE_GOOD)
             rc = channelRc;
+        prepared.clear();
     }
+    m_prepared = nullptr;
     m_atStart = false;
     m_direct = false;
     return rc;
+}
+
+std::unique_ptr<CAddressSpace::Tag> CAddressSpace::MakeTag(const CDATagInfo* info,
+                                                           const std::string& id) const
+{
+    auto tag = std::make_unique<Tag>();
+    tag->item = info;
+    tag->clock = m_clock;
+    Describe(info, tag->runtime);
+    tag->runtime.SetSeed(id);
+    if (m_polling)
+        tag->polling = m_polling(info);
+    return tag;
+}
+
+CAddressSpace::Prepared CAddressSpace::Prepare(const CItem* channel) const
+{
+    Prepared tags;
+    PrepareUnder(channel, channel->GetName(), tags);
+    return tags;
+}
+
+// In the order BuildUnder walks the tree.
+void CAddressSpace::PrepareUnder(const CItem* item, const std::string& id, Prepared& tags) const
+{
+    if (item->GetType() == itTag) {
+        tags.push_back(MakeTag(static_cast<const CDATagInfo*>(item), id));
+        return;
+    }
+    for (const auto& child : *item)
+        PrepareUnder(child.second, id + "." + child.second->GetName(), tags);
+}
+
+std::unique_ptr<CAddressSpace::Tag> CAddressSpace::TakePrepared(const CDATagInfo* info)
+{
+    // Tags below a node that could not be made are passed over.
+    while (m_prepared && m_preparedAt < m_prepared->size()) {
+        std::unique_ptr<Tag>& tag = (*m_prepared)[m_preparedAt++];
+        if (tag->item == info)
+            return std::move(tag);
+    }
+    return nullptr;
 }
 
 void CAddressSpace::AttachLive(const LiveOf& liveOf)
@@ -122,8 +169,9 @@ UA_StatusCode CAddressSpace::Build(CItem* item)
 {
     if (item->GetType() == itRoot) {
         auto child = item->begin();
-        return BuildAtStart(
-            [item, &child]() -> CItem* { return child == item->end() ? nullptr : (child++)->second; });
+        return BuildAtStart([item, &child](Prepared&) -> CItem* {
+            return child == item->end() ? nullptr : (child++)->second;
+        });
     }
     std::string parentId = kChannelsId;
     if (item->GetType() != itChannel) {
@@ -162,16 +210,14 @@ UA_StatusCode CAddressSpace::BuildUnder(CItem* item, const std::string& parentId
 
     if (item->GetType() == itTag) {
         const auto* info = static_cast<const CDATagInfo*>(item);
-        auto tag = std::make_unique<Tag>();
-        tag->item = info;
-        tag->clock = m_clock;
-        Describe(info, tag->runtime);
-        tag->runtime.SetSeed(id);
-        if (m_liveSource && !m_atStart)
+        std::unique_ptr<Tag> tag = TakePrepared(info);
+        if (!tag)
+            tag = MakeTag(info, id);
+        if (m_liveSource && !m_atStart) {
             tag->live = m_liveSource(info, id);
-        const Polling polling = !m_atStart ? Polling{tag->live != nullptr, tag->live && tag->live->Writable()}
-                                : m_polling ? m_polling(info)
-                                            : Polling{};
+            tag->polling = {tag->live != nullptr, tag->live && tag->live->Writable()};
+        }
+        const Polling polling = tag->polling;
         const bool writable = polling.writable;
 
         const CTagRuntime::DataKind kind = tag->runtime.Published();

@@ -32,6 +32,10 @@ public:
     };
     using PollingOf = std::function<Polling(const CDATagInfo*)>;
     using LiveOf = std::function<std::shared_ptr<CLiveValue>(const CDATagInfo*)>;
+    // What a tag's node reads; known outside only by name.
+    struct Tag;
+    // The tags below one channel made ready for BuildAtStart, in its order.
+    using Prepared = std::vector<std::unique_ptr<Tag>>;
 
     CAddressSpace(UA_Server* server, const CExchangeClock* clock);
     ~CAddressSpace();
@@ -49,8 +53,12 @@ public:
     // `nextChannel` gives them (null: no more). Every node that can be made
     // stays, and the tags go into the node store directly. Tags get no polled
     // value here, so that the pollers can be planned meanwhile: AttachLive
-    // gives them theirs.
-    UA_StatusCode BuildAtStart(const std::function<CItem*()>& nextChannel);
+    // gives them theirs. `nextChannel` may hand its tags over already
+    // prepared.
+    UA_StatusCode BuildAtStart(const std::function<CItem*(Prepared&)>& nextChannel);
+    // The tags below `channel` made ready away from the node store, so on any
+    // thread while another builds the channels before it.
+    Prepared Prepare(const CItem* channel) const;
     void AttachLive(const LiveOf& liveOf);
     // True when no node has any of the ids that `item` and everything below it
     // would have under the full name `fullName`.
@@ -85,9 +93,17 @@ private:
                                   const UA_NodeId* nodeId, void* nodeContext, const UA_NumericRange* range,
                                   const UA_DataValue* value);
 
+    // A tag's value settings, its polling told by PollingOf.
+    std::unique_ptr<Tag> MakeTag(const CDATagInfo* info, const std::string& id) const;
+    void PrepareUnder(const CItem* item, const std::string& id, Prepared& tags) const;
+    // The prepared tag of `info` where the build under way has one.
+    std::unique_ptr<Tag> TakePrepared(const CDATagInfo* info);
+
+public:
     struct Tag
     {
         const CDATagInfo* item = nullptr;
+        Polling polling;
         std::size_t index = 0; // in m_tags
         CTagRuntime runtime;
         const CExchangeClock* clock = nullptr;
@@ -97,6 +113,7 @@ private:
         std::shared_ptr<CLiveValue> live;
     };
 
+private:
     UA_Server* m_server;
     const CExchangeClock* m_clock;
     LiveSource m_liveSource;
@@ -107,6 +124,9 @@ private:
     std::vector<std::string>* m_made = nullptr;
     // The tree build at start leaves the polled values for AttachLive ...
     bool m_atStart = false;
-    // ... and puts tags into the node store itself.
+    // ... and puts tags into the node store itself ...
     bool m_direct = false;
+    // ... with the tags of the channel under way made ready beforehand.
+    Prepared* m_prepared = nullptr;
+    std::size_t m_preparedAt = 0;
 };

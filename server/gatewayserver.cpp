@@ -214,8 +214,11 @@ CGatewayServer::~CGatewayServer()
 void CGatewayServer::ReadTree(CReading& reading)
 {
     const auto started = std::chrono::steady_clock::now();
-    reading.read = m_config.ReadTree(&m_root, reading.error,
-                                     [&reading](CItem* channel) { reading.channels.Put(channel); });
+    std::shared_future<bool> made = reading.serverMade.get_future().share();
+    // A finished channel's tags are made ready here, once there is a server to take them.
+    reading.read = m_config.ReadTree(&m_root, reading.error, [&reading, &made, this](CItem* channel) {
+        reading.channels.Put(channel, made.get() ? m_space->Prepare(channel) : CAddressSpace::Prepared());
+    });
     reading.channels.Close();
     if (!reading.read)
         return;
@@ -226,7 +229,7 @@ void CGatewayServer::ReadTree(CReading& reading)
                                              .count()) +
                           " мс");
     // No device is polled for a server that does not run.
-    if (!reading.serverMade.get_future().get())
+    if (!made.get())
         return;
     m_modbus->Expect(m_root.GetItemsCount(itTag));
     m_modbus->Reconcile(&m_root);
@@ -397,8 +400,10 @@ bool CGatewayServer::Start(std::string& error)
     const bool made = MakeServer(error);
     reading.serverMade.set_value(made);
     const auto buildStarted = std::chrono::steady_clock::now();
-    const UA_StatusCode built =
-        made ? m_space->BuildAtStart([&reading] { return reading.channels.Next(); }) : UA_STATUSCODE_GOOD;
+    const UA_StatusCode built = made ? m_space->BuildAtStart([&reading](CAddressSpace::Prepared& tags) {
+        return reading.channels.Next(tags);
+    })
+                                     : UA_STATUSCODE_GOOD;
     reader.join();
     if (!reading.read) {
         // A bad file is what is told, whatever else failed.

@@ -15,6 +15,7 @@
 #include "model/treeitemroot.h"
 
 #include <cstdlib>
+#include <cstring>
 #include <functional>
 #include <sstream>
 
@@ -27,7 +28,10 @@ const std::int64_t kUnitMs[] = {1, 1000, 60000, 3600000};
 // every added tag, and formatting each scale's numbers as text dominated it.
 template <typename... T> void AppendRaw(std::string& out, const T&... values)
 {
-    (out.append(reinterpret_cast<const char*>(&values), sizeof values), ...);
+    char bytes[(sizeof(T) + ...)];
+    char* at = bytes;
+    ((std::memcpy(at, &values, sizeof values), at += sizeof values), ...);
+    out.append(bytes, sizeof bytes);
 }
 
 bool Polled(const CDeviceInfo* device)
@@ -229,6 +233,8 @@ void CModbusBridge::ReconcileChannel(CChannelInfo* channel)
         config.limits.maxBits = device->MaxDiscretsInReqv;
         config.limits.maxGap = device->MaxFragmentation;
         std::string sig;
+        // Some hundred bytes a tag.
+        sig.reserve(128 * device->GetItemsCount(itTag));
         AppendRaw(sig, config.slave, config.limits.maxRegisters, config.limits.maxBits, config.limits.maxGap);
         std::vector<std::pair<std::shared_ptr<CLiveValue>, std::pair<int, int>>> writers;
         for (auto& g : *device) {
@@ -259,7 +265,7 @@ void CModbusBridge::ReconcileChannel(CChannelInfo* channel)
                 point.read = tag->bRead;
                 point.writeMultiple = tag->bWriteGroup;
                 AppendRaw(sig, 'T', tag->GetName().size());
-                sig += tag->GetName();
+                sig.append(tag->GetName());
                 AppendRaw(sig, live.get(), tag->RegType, tag->Addr, tag->RegsInSegment, tag->SegmentPos,
                           tag->ValType, tag->ByteOrder, tag->bRead, tag->bWriteGroup, scale.kind,
                           scale.srcMin, scale.srcMax, scale.dstMin, scale.dstMax, scale.factor);
