@@ -188,6 +188,15 @@ bool PortFree(std::uint16_t port)
     return ok;
 }
 
+// "<what><milliseconds since `since`> мс" in the debug log.
+void LogTook(const char* what, std::chrono::steady_clock::time_point since)
+{
+    const auto ms =
+        std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - since)
+            .count();
+    CServerLog::Write(CServerLog::Debug, what + std::to_string(ms) + " мс");
+}
+
 } // namespace
 
 CGatewayServer::CGatewayServer(const CServerOptions& options) : m_options(options) {}
@@ -222,12 +231,7 @@ void CGatewayServer::ReadTree(CReading& reading)
     reading.channels.Close();
     if (!reading.read)
         return;
-    CServerLog::Write(CServerLog::Debug,
-                      "Конфигурация прочитана за " +
-                          std::to_string(std::chrono::duration_cast<std::chrono::milliseconds>(
-                                             std::chrono::steady_clock::now() - started)
-                                             .count()) +
-                          " мс");
+    LogTook("Конфигурация прочитана за ", started);
     // No device is polled for a server that does not run.
     if (!made.get())
         return;
@@ -413,12 +417,7 @@ bool CGatewayServer::Start(std::string& error)
     }
     if (!made)
         return false;
-    CServerLog::Write(CServerLog::Debug,
-                      "Узлы созданы за " +
-                          std::to_string(std::chrono::duration_cast<std::chrono::milliseconds>(
-                                             std::chrono::steady_clock::now() - buildStarted)
-                                             .count()) +
-                          " мс");
+    LogTook("Узлы созданы за ", buildStarted);
     if (built != UA_STATUSCODE_GOOD)
         CServerLog::Write(CServerLog::Error,
                           std::string("Не все узлы созданы: ") + UA_StatusCode_name(built));
