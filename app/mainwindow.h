@@ -165,6 +165,9 @@ private:
     // hands the collected values to slotDataChange on the GUI thread.
     void collectDataChange(QList<QVariant> message);
     void takeArrived();
+    // Tells the client which subscriptions' values nobody keeps: those of
+    // groups neither collected by the monitoring model nor on the trend.
+    void muteUnshown();
     // Empties the collected values; more are collected only when collectMore.
     void dropArrived(bool collectMore = false);
     int runSwitchStep(std::function<void()> work);
@@ -232,8 +235,10 @@ private:
     ServerOutputTail m_serverOutput;
     QList<QList<QString>> m_subscribedNames;
     QMap<int, QList<QString>> m_subscriptionRows;
-    // Row and group of each subscribed full name, built with m_subscriptionRows.
+    // Row and group of each subscribed full name, and the group of each
+    // subscription, built with m_subscriptionRows.
     QHash<QString, std::pair<int, QString>> m_rowOfName;
+    QHash<int, QString> m_groupOfSubscription;
     // The monitoring switch's worker runs; a loss it meets is handled after it.
     bool m_monitoringSwitch = false;
     QString m_lostDuringSwitch;

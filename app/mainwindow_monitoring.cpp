@@ -14,6 +14,7 @@
 #include <QDateTime>
 #include <QLabel>
 #include <QMessageBox>
+#include <QSet>
 #include <QTimer>
 
 namespace {
@@ -140,6 +141,7 @@ void MainWindow::endLostMonitoring(const QString& status)
     dropArrived();
     m_subscriptionRows.clear();
     m_rowOfName.clear();
+    m_groupOfSubscription.clear();
     // The last values stay, marked with the reason they are no longer live.
     m_monitoringModel->setQualityOfAll(status);
     m_monitoringModel->updateData();
@@ -260,11 +262,14 @@ int MainWindow::monitoringOn(CGroupInfo* group, int interval, std::string name)
         if (subscribed == 0) {
             m_subscriptionRows = rows;
             m_rowOfName.clear();
-            for (const QList<QString>& names : rows) {
+            m_groupOfSubscription.clear();
+            for (auto it = rows.constBegin(); it != rows.constEnd(); ++it) {
+                const QList<QString>& names = it.value();
                 if (names.isEmpty())
                     continue;
                 // One text of the group name, shared by all its rows.
                 const QString group = names.first().left(names.first().lastIndexOf('.'));
+                m_groupOfSubscription.insert(it.key(), group);
                 for (qsizetype row = 0; row < names.size(); ++row)
                     m_rowOfName.insert(names.at(row), {int(row), group});
             }
@@ -301,6 +306,7 @@ int MainWindow::monitoringOff(CItem* item)
     GuiThread::run([this] {
         m_subscriptionRows.clear();
         m_rowOfName.clear();
+        m_groupOfSubscription.clear();
     });
     emit signalCloseProgressBar(0);
     return 0;
@@ -344,6 +350,22 @@ void MainWindow::collectDataChange(QList<QVariant> message)
         m_arrived.append(std::move(message));
 }
 
+void MainWindow::muteUnshown()
+{
+    if (!m_client || m_groupOfSubscription.isEmpty())
+        return;
+    // The model keeps the values of every group shown so far; the trend's tags
+    // are of such groups too, unless a rename left them behind.
+    QSet<QString> plotted;
+    for (const QString& name : ui->trendView->names())
+        plotted.insert(name.left(name.lastIndexOf('.')));
+    QSet<int> unshown;
+    for (auto it = m_groupOfSubscription.constBegin(); it != m_groupOfSubscription.constEnd(); ++it)
+        if (!m_monitoringModel->collects(it.value()) && !plotted.contains(it.value()))
+            unshown.insert(it.key());
+    m_client->muteSubscriptions(std::move(unshown));
+}
+
 void MainWindow::dropArrived(bool collectMore)
 {
     std::lock_guard<std::mutex> lock(m_arrivedMutex);
@@ -353,6 +375,8 @@ void MainWindow::dropArrived(bool collectMore)
 
 void MainWindow::takeArrived()
 {
+    // Most groups are never shown; their values need not even be copied.
+    muteUnshown();
     QList<QList<QVariant>> batch;
     {
         std::lock_guard<std::mutex> lock(m_arrivedMutex);

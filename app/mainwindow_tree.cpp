@@ -195,6 +195,8 @@ void MainWindow::on_treeWidget_itemSelectionChanged()
             m_tagModel->setMapItem(m_groups);
             m_monitoringModel->setNameGroup(name);
             m_monitoringModel->setMapItem(m_groups);
+            // Its values are kept from now on, not from the next refresh.
+            muteUnshown();
             ui->tableView->reset();
             ui->tableView_2->reset();
             ClipTooltipDelegate::fitColumns(ui->tableView);

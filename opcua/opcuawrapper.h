@@ -5,6 +5,7 @@
 #include <QMap>
 #include <QMetaType>
 #include <QObject>
+#include <QSet>
 #include <QString>
 #include <QStringList>
 #include <QVariantList>
@@ -93,6 +94,10 @@ public:
     // Drops the subscriptions of a lost session without asking the server:
     // a new session starts without them.
     void forgetSubscriptions();
+    // Values of these subscriptions are dropped where they arrive, before any
+    // copy is made: nobody shows them. A new subscriptionTag mutes none. Any thread.
+    void muteSubscriptions(QSet<int> ids);
+    bool muted(int subscription) const;
 
     // Reads the access level and data type of a tag.
     TagAccess readTagAccess(const QString& fullName);
@@ -191,6 +196,8 @@ private:
     // Set when an open session was lost, until the next search makes a new client.
     std::atomic<bool> m_sessionLost{false};
     std::atomic<bool> m_iterating{false};
+    mutable std::mutex m_mutedMutex;
+    QSet<int> m_muted;
     QTimer* m_sessionWatch = nullptr;
     DiagnosticsWatcher* m_diagnostics = nullptr;
     // The iterate loop's question whether the server still answers.

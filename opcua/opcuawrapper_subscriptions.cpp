@@ -59,6 +59,8 @@ void handler_TheAnswerChanged(UA_Client*, UA_UInt32 subId, void*, UA_UInt32 monI
                               UA_DataValue* value)
 {
     OPCUAWrapper* wrapper = OPCUAWrapper::GetInstance();
+    if (wrapper->muted(int(subId)))
+        return;
     // Nearly every value is "Good": the name is made once per change of status.
     thread_local UA_StatusCode lastStatus = UA_STATUSCODE_GOOD;
     thread_local QString status = statusName(UA_STATUSCODE_GOOD);
@@ -83,8 +85,15 @@ void handler_TheAnswerChanged(UA_Client*, UA_UInt32 subId, void*, UA_UInt32 monI
     if (position >= names->size())
         return;
 
-    emit wrapper->signalDataChange(
-        {QVariant(uint(monId)), scalarValue(variant), status, names->at(position), QVariant(uint(subId))});
+    // Built in place: every value of every monitored tag passes here.
+    QVariantList message;
+    message.reserve(5);
+    message.emplaceBack(uint(monId));
+    message.emplaceBack(scalarValue(variant));
+    message.emplaceBack(status);
+    message.emplaceBack(names->at(position));
+    message.emplaceBack(uint(subId));
+    emit wrapper->signalDataChange(std::move(message));
 }
 
 } // namespace
@@ -94,6 +103,7 @@ int OPCUAWrapper::subscriptionTag(QList<QList<QString>> groups, int interval,
 {
     auto lock = lockClient();
     refusedNodes.clear();
+    muteSubscriptions({});
     for (const QList<QString>& names : groups) {
         if (names.isEmpty())
             continue;
@@ -181,6 +191,18 @@ int OPCUAWrapper::subscriptionTag(QList<QList<QString>> groups, int interval,
     }
     nodes = mapNodes;
     return 0;
+}
+
+void OPCUAWrapper::muteSubscriptions(QSet<int> ids)
+{
+    std::lock_guard<std::mutex> lock(m_mutedMutex);
+    m_muted.swap(ids);
+}
+
+bool OPCUAWrapper::muted(int subscription) const
+{
+    std::lock_guard<std::mutex> lock(m_mutedMutex);
+    return m_muted.contains(subscription);
 }
 
 void OPCUAWrapper::forgetSubscriptions()

@@ -87,23 +87,91 @@ void CAddressSpace::Describe(const CDATagInfo* tag, CTagRuntime& rt)
     }
 }
 
+void CAddressSpace::SetLiveSource(LiveSource source, PollingOf polling)
+{
+    m_liveSource = std::move(source);
+    m_polling = std::move(polling);
+}
+
+UA_StatusCode CAddressSpace::BuildAtStart(const std::function<CItem*(Prepared&)>& nextChannel)
+{
+    // Nothing else touches the node store before the server runs; a
+    // lifecycle of the library's own (none is set here) would have to be
+    // called for each node.
+    const UA_ServerConfig* config = UA_Server_getConfig(m_server);
+    m_direct = !config->nodeLifecycle.constructor;
+    m_atStart = true;
+    UA_StatusCode rc = UA_STATUSCODE_GOOD;
+    Prepared prepared;
+    m_prepared = &prepared;
+    while (CItem* channel = nextChannel(prepared)) {
+        m_preparedAt = 0;
+        const UA_StatusCode channelRc = BuildUnder(channel, kChannelsId);
+        if (rc == UA_STATUSCODE_GOOD)
+            rc = channelRc;
+        prepared.clear();
+    }
+    m_prepared = nullptr;
+    m_atStart = false;
+    m_direct = false;
+    return rc;
+}
+
+std::unique_ptr<CAddressSpace::Tag> CAddressSpace::MakeTag(const CDATagInfo* info,
+                                                           const std::string& id) const
+{
+    auto tag = std::make_unique<Tag>();
+    tag->item = info;
+    tag->clock = m_clock;
+    Describe(info, tag->runtime);
+    tag->runtime.SetSeed(id);
+    if (m_polling)
+        tag->polling = m_polling(info);
+    return tag;
+}
+
+CAddressSpace::Prepared CAddressSpace::Prepare(const CItem* channel) const
+{
+    Prepared tags;
+    PrepareUnder(channel, channel->GetName(), tags);
+    return tags;
+}
+
+// In the order BuildUnder walks the tree.
+void CAddressSpace::PrepareUnder(const CItem* item, const std::string& id, Prepared& tags) const
+{
+    if (item->GetType() == itTag) {
+        tags.push_back(MakeTag(static_cast<const CDATagInfo*>(item), id));
+        return;
+    }
+    for (const auto& child : *item)
+        PrepareUnder(child.second, id + "." + child.second->GetName(), tags);
+}
+
+std::unique_ptr<CAddressSpace::Tag> CAddressSpace::TakePrepared(const CDATagInfo* info)
+{
+    // Tags below a node that could not be made are passed over.
+    while (m_prepared && m_preparedAt < m_prepared->size()) {
+        std::unique_ptr<Tag>& tag = (*m_prepared)[m_preparedAt++];
+        if (tag->item == info)
+            return std::move(tag);
+    }
+    return nullptr;
+}
+
+void CAddressSpace::AttachLive(const LiveOf& liveOf)
+{
+    for (auto& tag : m_tags)
+        tag->live = liveOf(tag->item);
+}
+
 UA_StatusCode CAddressSpace::Build(CItem* item)
 {
     if (item->GetType() == itRoot) {
-        m_tags.reserve(m_tags.size() + item->GetItemsCount(itTag));
-        // A whole tree is built before the server runs, when nothing else
-        // touches the node store; a lifecycle of the library's own (none is
-        // set here) would have to be called for each node.
-        const UA_ServerConfig* config = UA_Server_getConfig(m_server);
-        m_direct = !config->nodeLifecycle.constructor;
-        UA_StatusCode rc = UA_STATUSCODE_GOOD;
-        for (auto& child : *item) {
-            const UA_StatusCode childRc = BuildUnder(child.second, kChannelsId);
-            if (rc == UA_STATUSCODE_GOOD)
-                rc = childRc;
-        }
-        m_direct = false;
-        return rc;
+        auto child = item->begin();
+        return BuildAtStart([item, &child](Prepared&) -> CItem* {
+            return child == item->end() ? nullptr : (child++)->second;
+        });
     }
     std::string parentId = kChannelsId;
     if (item->GetType() != itChannel) {
@@ -115,10 +183,8 @@ UA_StatusCode CAddressSpace::Build(CItem* item)
     const UA_StatusCode rc = BuildUnder(item, parentId);
     m_made = nullptr;
     if (rc != UA_STATUSCODE_GOOD) {
-        for (auto id = made.rbegin(); id != made.rend(); ++id) {
-            UA_Server_deleteNode(m_server, NodeId(*id), true);
-            m_tags.erase(*id);
-        }
+        for (auto id = made.rbegin(); id != made.rend(); ++id)
+            DeleteNode(*id);
     }
     return rc;
 }
@@ -143,13 +209,16 @@ UA_StatusCode CAddressSpace::BuildUnder(CItem* item, const std::string& parentId
     const UA_NodeId hasComponent = UA_NODEID_NUMERIC(0, UA_NS0ID_HASCOMPONENT);
 
     if (item->GetType() == itTag) {
-        auto tag = std::make_unique<Tag>();
-        tag->clock = m_clock;
-        Describe(static_cast<CDATagInfo*>(item), tag->runtime);
-        tag->runtime.SetSeed(id);
-        if (m_liveSource)
-            tag->live = m_liveSource(static_cast<CDATagInfo*>(item), id);
-        const bool writable = tag->live && tag->live->Writable();
+        const auto* info = static_cast<const CDATagInfo*>(item);
+        std::unique_ptr<Tag> tag = TakePrepared(info);
+        if (!tag)
+            tag = MakeTag(info, id);
+        if (m_liveSource && !m_atStart) {
+            tag->live = m_liveSource(info, id);
+            tag->polling = {tag->live != nullptr, tag->live && tag->live->Writable()};
+        }
+        const Polling polling = tag->polling;
+        const bool writable = polling.writable;
 
         const CTagRuntime::DataKind kind = tag->runtime.Published();
         UA_VariableAttributes attr = UA_VariableAttributes_default;
@@ -164,19 +233,21 @@ UA_StatusCode CAddressSpace::BuildUnder(CItem* item, const std::string& parentId
         attr.userAccessLevel = attr.accessLevel;
         // A polled value is read from memory: it may be sampled as fast as the
         // server samples at all, so that a change waits for its poll alone.
-        attr.minimumSamplingInterval = tag->live ? 10.0 : double(tag->runtime.updateMs);
+        attr.minimumSamplingInterval = polling.polled ? 10.0 : double(tag->runtime.updateMs);
         UA_DataSource source;
         source.read = &CAddressSpace::ReadTag;
         source.write = writable ? &CAddressSpace::WriteTag : nullptr;
         const UA_StatusCode rc =
-            m_direct
-                ? InsertTag(NodeId(id), parent, Browse(name.c_str()), attr, source, tag.get())
-                : UA_Server_addDataSourceVariableNode(
-                      m_server, NodeId(id), parent, hasComponent, Browse(name.c_str()),
-                      UA_NODEID_NUMERIC(0, UA_NS0ID_BASEDATAVARIABLETYPE), attr, source, tag.get(), nullptr);
+            m_direct ? InsertTag(NodeId(id), parent, Browse(name.c_str()), attr, source, tag.get())
+                     : TagAdded(UA_Server_addDataSourceVariableNode(
+                                    m_server, NodeId(id), parent, hasComponent, Browse(name.c_str()),
+                                    UA_NODEID_NUMERIC(0, UA_NS0ID_BASEDATAVARIABLETYPE), attr, source,
+                                    tag.get(), nullptr),
+                                id);
         if (rc == UA_STATUSCODE_GOOD) {
             tag->ready = true;
-            m_tags[id] = std::move(tag);
+            tag->index = m_tags.size();
+            m_tags.push_back(std::move(tag));
             if (m_made)
                 m_made->push_back(id);
         } else {
@@ -211,9 +282,10 @@ UA_StatusCode CAddressSpace::BuildUnder(CItem* item, const std::string& parentId
 // The node the library's AddNodes makes for a data source variable under a
 // parent with HasComponent, of type BaseDataVariableType, put into the node
 // store as it stands: the same attributes, the references in the same order
-// with the same name hashes on both sides, dynamic and constructed. The
-// library's checks (the type hierarchy walked and the new node browsed several
-// times) cost some fifty thousand instructions a node and were most of a start.
+// with the same name hashes, dynamic and constructed; only the type keeps no
+// reference back (see TagAdded). The library's checks (the type hierarchy
+// walked and the new node browsed several times) cost some fifty thousand
+// instructions a node and were most of a start.
 UA_StatusCode CAddressSpace::InsertTag(const UA_NodeId& id, const UA_NodeId& parentId,
                                        const UA_QualifiedName& browseName, const UA_VariableAttributes& attr,
                                        const UA_DataSource& source, void* context)
@@ -223,8 +295,8 @@ UA_StatusCode CAddressSpace::InsertTag(const UA_NodeId& id, const UA_NodeId& par
     // Taken as the library edits nodes: in place.
     auto* parent = const_cast<UA_Node*>(store.getNode(store.context, &parentId, UA_NODEATTRIBUTESMASK_ALL,
                                                       UA_REFERENCETYPESET_ALL, UA_BROWSEDIRECTION_BOTH));
-    auto* type = const_cast<UA_Node*>(store.getNode(store.context, &typeId, UA_NODEATTRIBUTESMASK_ALL,
-                                                    UA_REFERENCETYPESET_ALL, UA_BROWSEDIRECTION_BOTH));
+    const UA_Node* type = store.getNode(store.context, &typeId, UA_NODEATTRIBUTESMASK_BROWSENAME,
+                                        UA_REFERENCETYPESET_NONE, UA_BROWSEDIRECTION_INVALID);
     const auto release = [&store, parent, type] {
         if (parent)
             store.releaseNode(store.context, parent);
@@ -280,10 +352,24 @@ UA_StatusCode CAddressSpace::InsertTag(const UA_NodeId& id, const UA_NodeId& par
     UA_NodeId_clear(&added);
     if (rc == UA_STATUSCODE_GOOD)
         rc = UA_Node_addReference(parent, UA_REFERENCETYPEINDEX_HASCOMPONENT, true, &toNode, nodeHash);
-    if (rc == UA_STATUSCODE_GOOD)
-        rc = UA_Node_addReference(type, UA_REFERENCETYPEINDEX_HASTYPEDEFINITION, false, &toNode, nodeHash);
     release();
     return rc;
+}
+
+// The library also hangs every new variable on its type, by an inverse
+// HasTypeDefinition: a hundred thousand tags on BaseDataVariableType, all
+// browsed by nobody, were a sixth of a start. The tag's own reference to its
+// type is all that the address space model asks for, so the type keeps none.
+UA_StatusCode CAddressSpace::TagAdded(UA_StatusCode added, const std::string& id)
+{
+    if (added == UA_STATUSCODE_GOOD) {
+        UA_ExpandedNodeId tag;
+        UA_ExpandedNodeId_init(&tag);
+        tag.nodeId = NodeId(id);
+        UA_Server_deleteReference(m_server, UA_NODEID_NUMERIC(0, UA_NS0ID_BASEDATAVARIABLETYPE),
+                                  UA_NODEID_NUMERIC(0, UA_NS0ID_HASTYPEDEFINITION), false, tag, false);
+    }
+    return added;
 }
 
 bool CAddressSpace::Has(CItem* item) const
@@ -313,8 +399,25 @@ void CAddressSpace::RemoveUnder(CItem* item, const std::string& fullName)
 {
     for (auto& child : *item)
         RemoveUnder(child.second, fullName + "." + child.second->GetName());
-    UA_Server_deleteNode(m_server, NodeId(fullName), true);
-    m_tags.erase(fullName);
+    DeleteNode(fullName);
+}
+
+void CAddressSpace::DeleteNode(const std::string& id)
+{
+    void* context = nullptr;
+    UA_NodeClass nodeClass = UA_NODECLASS_UNSPECIFIED;
+    const bool tag = UA_Server_readNodeClass(m_server, NodeId(id), &nodeClass) == UA_STATUSCODE_GOOD &&
+                     nodeClass == UA_NODECLASS_VARIABLE &&
+                     UA_Server_getNodeContext(m_server, NodeId(id), &context) == UA_STATUSCODE_GOOD &&
+                     context;
+    UA_Server_deleteNode(m_server, NodeId(id), true);
+    if (!tag)
+        return;
+    // The last Tag takes the place of the one that goes.
+    const std::size_t index = static_cast<Tag*>(context)->index;
+    m_tags[index] = std::move(m_tags.back());
+    m_tags[index]->index = index;
+    m_tags.pop_back();
 }
 
 UA_StatusCode CAddressSpace::ReadTag(UA_Server*, const UA_NodeId*, void*, const UA_NodeId*, void* nodeContext,

@@ -2,6 +2,7 @@
 
 #include "config/configtail.h"
 #include "config/csvimporter.h"
+#include "config/linedecoder.h"
 #include "config/rowsplitter.h"
 #include "config/scrambler.h"
 #include "model/cchannelinfo.h"
@@ -21,6 +22,7 @@
 namespace {
 
 const char kTailMarker[] = "INIFILE\n\n";
+const char kUsersMarker[] = "USERS\n\n";
 
 std::string Trim(const std::string& s)
 {
@@ -34,101 +36,128 @@ std::string Trim(const std::string& s)
 
 bool CGatewayConfig::Read(const std::string& path, std::string& error)
 {
-    QString clear;
-    return ReadClear(path, clear, error);
-}
-
-bool CGatewayConfig::Read(const std::string& path, CTreeItemRoot* root, std::string& error)
-{
-    QString clear;
-    if (!ReadClear(path, clear, error))
-        return false;
-    if (!ReadTree(clear, root, error)) {
-        error = "конфигурация " + path + " не загружается: " + error;
-        return false;
-    }
-    return true;
-}
-
-bool CGatewayConfig::ReadClear(const std::string& path, QString& clear, std::string& error)
-{
+    m_path = path;
     QFile file(QString::fromStdString(path));
     if (!file.open(QIODevice::ReadOnly)) {
         error = "не удалось прочитать " + path;
         return false;
     }
-    clear = CScrambler::Decode(file.readAll());
+    m_bytes = file.readAll();
     if (file.error() != QFileDevice::NoError) {
         error = "не удалось дочитать " + path + " до конца";
         return false;
     }
-    // The tail and the users block stand behind the tree: only that part is copied.
-    const qsizetype tail = clear.indexOf(QLatin1String(kTailMarker));
-    const qsizetype usersAt = clear.indexOf(QLatin1String("USERS\n\n"));
+    // Each character is scrambled on its own and UTF-8 keeps its sequences
+    // apart, so the tail is found in the bytes and only it is decoded.
+    const qsizetype tail = m_bytes.indexOf(CScrambler::Encode(QLatin1String(kTailMarker)));
+    const qsizetype usersAt = m_bytes.indexOf(CScrambler::Encode(QLatin1String(kUsersMarker)));
     const qsizetype from = tail < 0 ? usersAt : usersAt < 0 ? tail : std::min(tail, usersAt);
-    Parse(from < 0 ? std::string() : QStringView(clear).mid(from).toString().toStdString());
+    Parse(from < 0 ? std::string() : CScrambler::Decode(m_bytes.mid(from)).toStdString());
     return true;
 }
 
-bool CGatewayConfig::ReadTree(const QString& clear, CTreeItemRoot* root, std::string& error)
+bool CGatewayConfig::ReadTree(CTreeItemRoot* root, std::string& error,
+                              const std::function<void(CItem*)>& channelRead)
 {
-    if (clear.isEmpty()) {
+    const bool read = ReadRows(root, error, channelRead);
+    m_bytes = QByteArray();
+    if (!read)
+        error = "конфигурация " + m_path + " не загружается: " + error;
+    return read;
+}
+
+bool CGatewayConfig::ReadRows(CTreeItemRoot* root, std::string& error,
+                              const std::function<void(CItem*)>& channelRead) const
+{
+    if (m_bytes.isEmpty()) {
         error = "файл пуст";
         return false;
     }
     CCsvLoader loader(root);
     CRowSplitter splitter(false);
-    const QStringView text(clear);
     std::uint64_t rows = 0;
-    for (qsizetype from = 0; from < text.size(); ++rows) {
-        qsizetype lf = text.indexOf(u'\n', from);
-        if (lf < 0)
-            lf = text.size();
-        const QStringView line = text.mid(from, lf - from);
-        from = lf + 1;
-        // Lines are counted as an editor counts them.
-        const std::string row = "Строка " + std::to_string(rows + 1) + ": ";
-        if (std::size_t(line.count(u';')) > CRowSplitter::kMaxCells) {
-            error = row + "полей больше " + std::to_string(CRowSplitter::kMaxCells);
-            return false;
-        }
-        const std::wstring cells = line.left(CRowSplitter::kMaxLineChars).toString().toStdWString();
+    bool good = true;
+    // Rows go to the channel read last: the one before it is complete.
+    CItem* channel = nullptr;
+    // Lines are counted as an editor counts them.
+    const auto fail = [&](const std::string& why) {
+        error = "Строка " + std::to_string(rows + 1) + ": " + why;
+        good = false;
+        return false;
+    };
+    CLineDecoder decoder(false, [&](const wchar_t* line, std::size_t length, bool cut) {
+        const std::size_t semicolons =
+            cut ? SemicolonsOfLine(rows + 1) : std::size_t(std::count(line, line + length, L';'));
+        if (semicolons > CRowSplitter::kMaxCells)
+            return fail("полей больше " + std::to_string(CRowSplitter::kMaxCells));
         splitter.Clear();
-        if (!splitter.AddLine(cells.data(), cells.size(),
-                              std::size_t(line.size()) > CRowSplitter::kMaxLineChars))
-            break;
+        if (!splitter.AddLine(line, length, cut))
+            return false;
         const CCsvLoader::Row& cellsOfRow = splitter.Buffer()[0];
         const std::string before = loader.LastRowError();
         loader.m_RowIndex = rows + 1;
         const bool dataRow = !cellsOfRow.empty() && cellsOfRow[0].empty();
         if (loader.Analyse(cellsOfRow)) {
             const std::string why = dataRow ? Refusal(loader) : std::string();
-            if (why.empty())
-                continue;
-            error = row + why;
-            return false;
+            if (!why.empty())
+                return fail(why);
+            if (dataRow && loader.m_Section == 1) {
+                if (channel && channelRead)
+                    channelRead(channel);
+                channel = loader.m_CurChannel;
+            }
+            ++rows;
+            return true;
         }
         if (loader.LastRowError() != before) {
             const std::string field =
                 CRowRefusal::Describe(loader.m_Section, cellsOfRow, loader.LastRowError());
-            error = field.empty() ? loader.LastRowError() : row + field;
-        } else if (dataRow && loader.m_Section == 3 && loader.m_CurChannel) {
-            error =
-                row + CRowRefusal::Field(3, cellsOfRow, 2,
-                                         "такой адрес уже есть в канале " + loader.m_CurChannel->GetName());
-        } else if (!cellsOfRow.empty() && !cellsOfRow[0].empty() && cellsOfRow[0] != L"CHANNEL" &&
-                   cellsOfRow[0] != L"DEVICE" && cellsOfRow[0] != L"GROUP" && cellsOfRow[0] != L"TAG") {
-            error = row + "неизвестная строка";
-        } else {
-            error = row + "строка не на своём месте";
+            if (!field.empty())
+                return fail(field);
+            error = loader.LastRowError();
+            good = false;
+            return false;
         }
-        return false;
-    }
-    if (rows == 0) {
+        if (dataRow && loader.m_Section == 3 && loader.m_CurChannel)
+            return fail(CRowRefusal::Field(
+                3, cellsOfRow, 2, "такой адрес уже есть в канале " + loader.m_CurChannel->GetName()));
+        if (!cellsOfRow.empty() && !cellsOfRow[0].empty() && cellsOfRow[0] != L"CHANNEL" &&
+            cellsOfRow[0] != L"DEVICE" && cellsOfRow[0] != L"GROUP" && cellsOfRow[0] != L"TAG")
+            return fail("неизвестная строка");
+        return fail("строка не на своём месте");
+    });
+    std::size_t used = 0;
+    if (decoder.Decode(m_bytes.constData(), std::size_t(m_bytes.size()), false, used))
+        decoder.Finish();
+    if (good && rows == 0) {
         error = "нет строк конфигурации";
         return false;
     }
-    return true;
+    if (good && channel && channelRead)
+        channelRead(channel);
+    return good;
+}
+
+std::size_t CGatewayConfig::SemicolonsOfLine(std::uint64_t number) const
+{
+    const QByteArray lf = CScrambler::Encode(QStringLiteral("\n"));
+    const QByteArray semicolon = CScrambler::Encode(QStringLiteral(";"));
+    qsizetype from = 0;
+    for (std::uint64_t line = 1; line < number && from >= 0; ++line) {
+        from = m_bytes.indexOf(lf, from);
+        if (from >= 0)
+            from += lf.size();
+    }
+    if (from < 0)
+        return 0;
+    qsizetype end = m_bytes.indexOf(lf, from);
+    if (end < 0)
+        end = m_bytes.size();
+    std::size_t count = 0;
+    for (qsizetype at = m_bytes.indexOf(semicolon, from); at >= 0 && at < end;
+         at = m_bytes.indexOf(semicolon, at + semicolon.size()))
+        ++count;
+    return count;
 }
 
 std::string CGatewayConfig::Refusal(const CCsvLoader& loader)
@@ -167,7 +196,7 @@ void CGatewayConfig::Parse(const std::string& text)
     users.clear();
 
     const std::size_t tail = text.find(kTailMarker);
-    const std::size_t usersAt = text.find("USERS\n\n");
+    const std::size_t usersAt = text.find(kUsersMarker);
     if (tail != std::string::npos) {
         const std::size_t end = usersAt != std::string::npos && usersAt > tail ? usersAt : text.size();
         std::istringstream lines(text.substr(tail, end - tail));

@@ -1,13 +1,18 @@
 #pragma once
 
+#include <functional>
 #include <map>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include <QByteArray>
+
+#include <cstdint>
+
 class CCsvLoader;
+class CItem;
 class CTreeItemRoot;
-class QString;
 
 // What the gateway reads from its configuration file: the tree, the run
 // parameters of the INIFILE tail and the users block. The file on disk is
@@ -15,12 +20,15 @@ class QString;
 class CGatewayConfig
 {
 public:
-    // Reads and unscrambles the file and fills the tree under `root`. False,
-    // with the first bad row and its reason, unless every row loads: the
-    // gateway never runs on half a configuration.
-    bool Read(const std::string& path, CTreeItemRoot* root, std::string& error);
-    // The run parameters and users only.
+    // Reads the file and takes the run parameters and users from its tail,
+    // which stands behind the tree; the tree is left for ReadTree.
     bool Read(const std::string& path, std::string& error);
+    // Fills the tree under `root` from the file Read took. False, with the
+    // first bad row and its reason, unless every row loads: the gateway never
+    // runs on half a configuration. The file's bytes are let go either way.
+    // `channelRead` is given each channel once every row below it is read.
+    bool ReadTree(CTreeItemRoot* root, std::string& error,
+                  const std::function<void(CItem*)>& channelRead = nullptr);
     // Takes the tail and users of an already clear text (tests, plain files).
     void Parse(const std::string& clearText);
 
@@ -30,11 +38,16 @@ public:
     std::vector<std::pair<std::string, std::string>> users;
 
 private:
-    // The whole file unscrambled; the tail and the users taken from it.
-    bool ReadClear(const std::string& path, QString& clear, std::string& error);
-    // Feeds the rows one at a time, so that only one row is held at once and a
-    // bad row is known by its number.
-    static bool ReadTree(const QString& clear, CTreeItemRoot* root, std::string& error);
+    // Rows are read one at a time, as the program's reader decodes them, so
+    // that a bad row is known by its number; false at the first bad one.
+    bool ReadRows(CTreeItemRoot* root, std::string& error,
+                  const std::function<void(CItem*)>& channelRead) const;
     // Why the item of a data row the reader took cannot run, empty when it can.
     static std::string Refusal(const CCsvLoader& loader);
+    // The ';' of line `number` (from 1) counted in the file's bytes: a line
+    // past the decoder's bound is only partly decoded.
+    std::size_t SemicolonsOfLine(std::uint64_t number) const;
+
+    std::string m_path;
+    QByteArray m_bytes;
 };

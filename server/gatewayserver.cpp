@@ -23,6 +23,7 @@
 #include <filesystem>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -187,6 +188,15 @@ bool PortFree(std::uint16_t port)
     return ok;
 }
 
+// "<what><milliseconds since `since`> мс" in the debug log.
+void LogTook(const char* what, std::chrono::steady_clock::time_point since)
+{
+    const auto ms =
+        std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - since)
+            .count();
+    CServerLog::Write(CServerLog::Debug, what + std::to_string(ms) + " мс");
+}
+
 } // namespace
 
 CGatewayServer::CGatewayServer(const CServerOptions& options) : m_options(options) {}
@@ -210,26 +220,23 @@ CGatewayServer::~CGatewayServer()
     g_sessions = nullptr;
 }
 
-bool CGatewayServer::LoadConfiguration(std::string& error)
+void CGatewayServer::ReadTree(CReading& reading)
 {
     const auto started = std::chrono::steady_clock::now();
-    CUserNotifier::Install([](const QString& title, const QString& text) {
-        CServerLog::Write(CServerLog::Warning, (title + ": " + text).toStdString());
+    std::shared_future<bool> made = reading.serverMade.get_future().share();
+    // A finished channel's tags are made ready here, once there is a server to take them.
+    reading.read = m_config.ReadTree(&m_root, reading.error, [&reading, &made, this](CItem* channel) {
+        reading.channels.Put(channel, made.get() ? m_space->Prepare(channel) : CAddressSpace::Prepared());
     });
-    if (!m_config.Read(m_options.configPath, &m_root, error))
-        return false;
-    CServerLog::Write(CServerLog::Debug,
-                      "Конфигурация прочитана за " +
-                          std::to_string(std::chrono::duration_cast<std::chrono::milliseconds>(
-                                             std::chrono::steady_clock::now() - started)
-                                             .count()) +
-                          " мс");
-    // The tail is informative only: the start arguments decide.
-    const auto port = m_config.options.find("port");
-    if (port != m_config.options.end() && port->second != std::to_string(m_options.port))
-        CServerLog::Write(CServerLog::Info, "Порт в файле " + port->second + ", используется " +
-                                                std::to_string(m_options.port));
-    return true;
+    reading.channels.Close();
+    if (!reading.read)
+        return;
+    LogTook("Конфигурация прочитана за ", started);
+    // No device is polled for a server that does not run.
+    if (!made.get())
+        return;
+    m_modbus->Expect(m_root.GetItemsCount(itTag));
+    m_modbus->Reconcile(&m_root);
 }
 
 bool CGatewayServer::Configure(UA_ServerConfig* config, std::string& error)
@@ -382,11 +389,61 @@ bool CGatewayServer::Start(std::string& error)
         error = "порт " + std::to_string(m_options.port) + " занят";
         return false;
     }
-    if (!LoadConfiguration(error)) {
+    CUserNotifier::Install([](const QString& title, const QString& text) {
+        CServerLog::Write(CServerLog::Warning, (title + ": " + text).toStdString());
+    });
+    if (!m_config.Read(m_options.configPath, error)) {
         m_failureStatus = GatewayExit::kConfigurationError;
         return false;
     }
+    // The tree is read, and its pollers planned, on a thread of its own while
+    // this one makes the server and the nodes of each channel read so far.
+    m_modbus = std::make_unique<CModbusBridge>();
+    CReading reading;
+    std::thread reader(&CGatewayServer::ReadTree, this, std::ref(reading));
+    const bool made = MakeServer(error);
+    reading.serverMade.set_value(made);
+    const auto buildStarted = std::chrono::steady_clock::now();
+    const UA_StatusCode built = made ? m_space->BuildAtStart([&reading](CAddressSpace::Prepared& tags) {
+        return reading.channels.Next(tags);
+    })
+                                     : UA_STATUSCODE_GOOD;
+    reader.join();
+    if (!reading.read) {
+        // A bad file is what is told, whatever else failed.
+        error = reading.error;
+        m_failureStatus = GatewayExit::kConfigurationError;
+        return false;
+    }
+    if (!made)
+        return false;
+    LogTook("Узлы созданы за ", buildStarted);
+    if (built != UA_STATUSCODE_GOOD)
+        CServerLog::Write(CServerLog::Error,
+                          std::string("Не все узлы созданы: ") + UA_StatusCode_name(built));
+    // The tail is informative only: the start arguments decide.
+    const auto port = m_config.options.find("port");
+    if (port != m_config.options.end() && port->second != std::to_string(m_options.port))
+        CServerLog::Write(CServerLog::Info, "Порт в файле " + port->second + ", используется " +
+                                                std::to_string(m_options.port));
+    m_space->AttachLive([this](const CDATagInfo* tag) { return m_modbus->LiveOf(tag); });
+    m_diagnostics->Reconcile(&m_root, *m_modbus);
+    const UA_StatusCode rc = UA_Server_run_startup(m_server);
+    if (rc != UA_STATUSCODE_GOOD) {
+        error = "не удалось открыть порт " + std::to_string(m_options.port) + ": " + UA_StatusCode_name(rc);
+        return false;
+    }
+    m_running = true;
+    CServerLog::Notice("Сервер запущен: порт " + std::to_string(m_options.port) + ", тегов " +
+                       std::to_string(m_space->TagCount()) + ", анонимный доступ " +
+                       (m_options.allowAnonymous ? "разрешён" : "запрещён") + ", пользователей " +
+                       std::to_string(m_config.users.size()));
+    PrintEndpoints();
+    return true;
+}
 
+bool CGatewayServer::MakeServer(std::string& error)
+{
     UA_ServerConfig config;
     std::memset(&config, 0, sizeof config);
     CServerLog::QuietLibrary(true);
@@ -405,10 +462,12 @@ bool CGatewayServer::Start(std::string& error)
     g_sessions = m_sessions.get();
     m_space = std::make_unique<CAddressSpace>(m_server, &m_clock);
     m_editor = std::make_unique<CTreeEditor>(&m_root, m_space.get());
-    m_modbus = std::make_unique<CModbusBridge>();
-    m_space->SetLiveSource([this](const CDATagInfo* tag, const std::string& fullName) {
-        return m_modbus->LiveFor(tag, fullName);
-    });
+    m_space->SetLiveSource([this](const CDATagInfo* tag,
+                                  const std::string& fullName) { return m_modbus->LiveFor(tag, fullName); },
+                           [this](const CDATagInfo* tag) {
+                               const bool polled = m_modbus->Polls(tag);
+                               return CAddressSpace::Polling{polled, polled && CModbusBridge::Writes(tag)};
+                           });
     m_diagnostics = std::make_unique<CDiagnostics>(m_server, &m_clock);
     if (m_space->CreateRoot() != UA_STATUSCODE_GOOD || !AddMethods()) {
         error = "не удалось создать объект «Каналы» и его методы";
@@ -418,30 +477,6 @@ bool CGatewayServer::Start(std::string& error)
         error = "не удалось создать объект «Диагностика»";
         return false;
     }
-    const auto buildStarted = std::chrono::steady_clock::now();
-    const UA_StatusCode built = m_space->Build(&m_root);
-    CServerLog::Write(CServerLog::Debug,
-                      "Узлы созданы за " +
-                          std::to_string(std::chrono::duration_cast<std::chrono::milliseconds>(
-                                             std::chrono::steady_clock::now() - buildStarted)
-                                             .count()) +
-                          " мс");
-    if (built != UA_STATUSCODE_GOOD)
-        CServerLog::Write(CServerLog::Error,
-                          std::string("Не все узлы созданы: ") + UA_StatusCode_name(built));
-    m_modbus->Reconcile(&m_root);
-    m_diagnostics->Reconcile(&m_root, *m_modbus);
-    const UA_StatusCode rc = UA_Server_run_startup(m_server);
-    if (rc != UA_STATUSCODE_GOOD) {
-        error = "не удалось открыть порт " + std::to_string(m_options.port) + ": " + UA_StatusCode_name(rc);
-        return false;
-    }
-    m_running = true;
-    CServerLog::Notice("Сервер запущен: порт " + std::to_string(m_options.port) + ", тегов " +
-                       std::to_string(m_space->TagCount()) + ", анонимный доступ " +
-                       (m_options.allowAnonymous ? "разрешён" : "запрещён") + ", пользователей " +
-                       std::to_string(m_config.users.size()));
-    PrintEndpoints();
     return true;
 }
 

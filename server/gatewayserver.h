@@ -1,5 +1,6 @@
 #pragma once
 
+#include "server/channelfeed.h"
 #include "server/exchangeclock.h"
 #include "server/exitstatus.h"
 #include "server/gatewaycertificate.h"
@@ -10,6 +11,7 @@
 
 #include <open62541/server.h>
 
+#include <future>
 #include <memory>
 #include <string>
 #include <vector>
@@ -42,7 +44,19 @@ public:
     void Stop();
 
 private:
-    bool LoadConfiguration(std::string& error);
+    // What the reading thread hands back.
+    struct CReading
+    {
+        CChannelFeed channels;
+        // Told by the starting thread: the reader plans the pollers only then.
+        std::promise<bool> serverMade;
+        bool read = false;
+        std::string error;
+    };
+    // The tree from the file Read took, then the pollers: the reading thread.
+    void ReadTree(CReading& reading);
+    // Everything of the server but the tree's nodes.
+    bool MakeServer(std::string& error);
     // The certificate and key the server runs with, given or its own, and the
     // trusted client certificates.
     struct CCredentials

@@ -91,11 +91,17 @@ void TableModelMonitoring::editNameGroup(QString oldName, QString newName)
     rekey(m_groupValues, oldName, newName);
 }
 
-void TableModelMonitoring::setNewData(int row, QList<QVariant> cells, QString group)
+bool TableModelMonitoring::collects(const QString& group)
 {
     // Values come group by group: the group of the last value is looked up once.
     if (m_lastGroup == m_groupValues.end() || m_lastGroup->first != group)
         m_lastGroup = m_groupValues.find(group);
+    return m_lastGroup != m_groupValues.end();
+}
+
+void TableModelMonitoring::setNewData(int row, QList<QVariant> cells, QString group)
+{
+    collects(group);
     auto it = m_lastGroup;
     // Values of groups never selected are dropped.
     if (it == m_groupValues.end() || row < 0 || cells.size() < 3)

@@ -23,6 +23,9 @@ public:
     void editNameGroup(QString oldName, QString newName);
     // cells: value, quality, time and, as a fourth entry, the tag's full name.
     void setNewData(int row, QList<QVariant> cells, QString group);
+    // True when values of the group are kept (it has been shown); setNewData
+    // drops those of any other group.
+    bool collects(const QString& group);
     void updateData();
     void cleanupOldGroups();
     // Every row holding a value gets `status` as its quality (the values are no longer live).

@@ -15,6 +15,8 @@
 #include "model/treeitemroot.h"
 
 #include <cstdlib>
+#include <cstring>
+#include <functional>
 #include <sstream>
 
 namespace {
@@ -26,7 +28,10 @@ const std::int64_t kUnitMs[] = {1, 1000, 60000, 3600000};
 // every added tag, and formatting each scale's numbers as text dominated it.
 template <typename... T> void AppendRaw(std::string& out, const T&... values)
 {
-    (out.append(reinterpret_cast<const char*>(&values), sizeof values), ...);
+    char bytes[(sizeof(T) + ...)];
+    char* at = bytes;
+    ((std::memcpy(at, &values, sizeof values), at += sizeof values), ...);
+    out.append(bytes, sizeof bytes);
 }
 
 bool Polled(const CDeviceInfo* device)
@@ -98,30 +103,57 @@ std::string CModbusBridge::Refusal(const CChannelInfo* channel) const
             return "контроль чётности «Маркер» и «Пробел» не поддерживается";
         if (com->bEcho)
             return "порт с эхом не поддерживается";
-        if (SerialPath(com->ComNo).empty())
+        const auto mapped = m_comPaths.find(com->ComNo);
+        if (mapped == m_comPaths.end() ? com->ComNo == 0 : mapped->second.empty())
             return "COM-порт 0 не сопоставлен устройству (" + std::string(kComPathsVariable) + ")";
         return std::string();
     }
     return dynamic_cast<const CPortIO_TCPInfo*>(channel->Port) ? std::string() : "нет настроек порта";
 }
 
-std::shared_ptr<CLiveValue> CModbusBridge::LiveFor(const CDATagInfo* tag, const std::string& fullName)
+bool CModbusBridge::Polls(const CDATagInfo* tag) const
 {
     const CItem* group = tag->GetParent();
     const auto* device = group ? dynamic_cast<const CDeviceInfo*>(group->GetParent()) : nullptr;
     const auto* channel = device ? dynamic_cast<const CChannelInfo*>(device->GetParent()) : nullptr;
-    if (!Polled(device) || !channel || !Refusal(channel).empty())
-        return nullptr;
+    return Polled(device) && channel && Refusal(channel).empty();
+}
+
+bool CModbusBridge::Writes(const CDATagInfo* tag)
+{
+    return (tag->RegType == MRT_Coil || tag->RegType == MRT_HoldingRegister) && tag->bWrite;
+}
+
+std::shared_ptr<CLiveValue> CModbusBridge::LiveOf(const CDATagInfo* tag) const
+{
+    const auto found = m_live.find(tag);
+    return found == m_live.end() ? nullptr : found->second.live.lock();
+}
+
+std::shared_ptr<CLiveValue> CModbusBridge::LiveFor(const CDATagInfo* tag, const std::string& fullName)
+{
+    return Polls(tag) ? Live(tag, fullName) : nullptr;
+}
+
+std::shared_ptr<CLiveValue> CModbusBridge::Live(const CDATagInfo* tag, const std::string& fullName)
+{
     const UA_DataType* type =
         CTagRuntime::TypeOf(CTagRuntime::PublishedKind(tag->RegType, tag->ValType, tag->TransformType));
-    const bool writable = (tag->RegType == MRT_Coil || tag->RegType == MRT_HoldingRegister) && tag->bWrite;
-    std::weak_ptr<CLiveValue>& slot = m_live[fullName];
-    std::shared_ptr<CLiveValue> live = slot.lock();
+    const bool writable = Writes(tag);
+    const std::size_t nameHash = std::hash<std::string>()(fullName);
+    Slot& slot = m_live[tag];
+    std::shared_ptr<CLiveValue> live = slot.nameHash == nameHash ? slot.live.lock() : nullptr;
     if (!live || live->Type() != type || live->Writable() != writable) {
         live = std::make_shared<CLiveValue>(type, writable);
-        slot = live;
+        slot.live = live;
+        slot.nameHash = nameHash;
     }
     return live;
+}
+
+void CModbusBridge::Expect(std::size_t tags)
+{
+    m_live.reserve(tags);
 }
 
 void CModbusBridge::Reconcile(CTreeItemRoot* root)
@@ -146,7 +178,7 @@ void CModbusBridge::Reconcile(CTreeItemRoot* root)
         Retire(std::move(gone.second));
     m_channels = std::move(kept);
     for (auto it = m_live.begin(); it != m_live.end();)
-        it = it->second.expired() ? m_live.erase(it) : std::next(it);
+        it = it->second.live.expired() ? m_live.erase(it) : std::next(it);
 }
 
 void CModbusBridge::ReconcileChannel(CChannelInfo* channel)
@@ -201,6 +233,8 @@ void CModbusBridge::ReconcileChannel(CChannelInfo* channel)
         config.limits.maxBits = device->MaxDiscretsInReqv;
         config.limits.maxGap = device->MaxFragmentation;
         std::string sig;
+        // Some hundred bytes a tag.
+        sig.reserve(128 * device->GetItemsCount(itTag));
         AppendRaw(sig, config.slave, config.limits.maxRegisters, config.limits.maxBits, config.limits.maxGap);
         std::vector<std::pair<std::shared_ptr<CLiveValue>, std::pair<int, int>>> writers;
         for (auto& g : *device) {
@@ -208,15 +242,14 @@ void CModbusBridge::ReconcileChannel(CChannelInfo* channel)
             CPollGroup pollGroup;
             const int unit = group->MU_UpdateRate >= 0 && group->MU_UpdateRate < 4 ? group->MU_UpdateRate : 0;
             pollGroup.periodMs = std::int64_t(group->UpdateRate) * kUnitMs[unit];
-            AppendRaw(sig, 'G', pollGroup.periodMs);
+            AppendRaw(sig, 'G', pollGroup.periodMs, group->GetName().size());
+            sig += group->GetName();
+            const std::string groupName = key + "." + group->GetName() + ".";
+            pollGroup.points.reserve(group->size());
             for (auto& t : *group) {
                 auto* tag = static_cast<CDATagInfo*>(t.second);
-                std::string tagName;
-                tag->GetFullName(tagName);
-                const auto found = m_live.find(tagName);
-                std::shared_ptr<CLiveValue> live = found == m_live.end() ? nullptr : found->second.lock();
-                if (!live)
-                    continue;
+                std::string name = groupName + tag->GetName();
+                const std::shared_ptr<CLiveValue> live = Live(tag, name);
                 CValueCodec::Scale scale;
                 if (const auto* l = dynamic_cast<const CTransform_LineScaleData*>(tag->Transform)) {
                     scale = {1, l->SrcMin, l->SrcMax, l->DstMin, l->DstMax, 1};
@@ -226,13 +259,13 @@ void CModbusBridge::ReconcileChannel(CChannelInfo* channel)
                 }
                 CPollPoint point;
                 point.live = live;
-                point.name = tagName;
+                point.name = std::move(name);
                 point.codec = CValueCodec(tag->RegType, tag->ValType, tag->ByteOrder, scale);
                 point.span = SpanOf(tag, point.offset);
                 point.read = tag->bRead;
                 point.writeMultiple = tag->bWriteGroup;
-                AppendRaw(sig, 'T', tagName.size());
-                sig += tagName;
+                AppendRaw(sig, 'T', tag->GetName().size());
+                sig.append(tag->GetName());
                 AppendRaw(sig, live.get(), tag->RegType, tag->Addr, tag->RegsInSegment, tag->SegmentPos,
                           tag->ValType, tag->ByteOrder, tag->bRead, tag->bWriteGroup, scale.kind,
                           scale.srcMin, scale.srcMax, scale.dstMin, scale.dstMax, scale.factor);
@@ -284,7 +317,7 @@ std::string CModbusBridge::OutOfBounds(const CDATagInfo* tag)
     int offset = 0;
     const CPlanItem span = SpanOf(tag, offset);
     const long last = long(tag->Addr) + span.count - 1;
-    const std::string what = bits ? "состояния " : "регистры ";
+    const char* const what = bits ? "состояния " : "регистры ";
     if (last > 65535)
         return what + std::to_string(tag->Addr) + "–" + std::to_string(last) + " выходят за адрес 65535";
     const int limit = CRequestPlanner::ProtocolLimit(span.table);

@@ -28,8 +28,17 @@ public:
     // The live value of a polled tag, null for an emulated or idle one. A tag
     // built again under the same name keeps its value.
     std::shared_ptr<CLiveValue> LiveFor(const CDATagInfo* tag, const std::string& fullName);
+    // The live value LiveFor gave the tag last, null when none is alive.
+    std::shared_ptr<CLiveValue> LiveOf(const CDATagInfo* tag) const;
+    // Whether LiveFor gives the tag a live value, and whether that takes writes.
+    bool Polls(const CDATagInfo* tag) const;
+    static bool Writes(const CDATagInfo* tag);
+    // Room for the live values of this many tags, made at once by a whole tree's build.
+    void Expect(std::size_t tags);
     // Starts, replans or ends pollers where the tree differs from what they
-    // poll; devices that did not change go on undisturbed.
+    // poll; devices that did not change go on undisturbed. Every polled tag
+    // gets its live value from LiveFor here, so that at start the tree's
+    // nodes and its pollers can be made side by side.
     void Reconcile(CTreeItemRoot* root);
     // stopExchange / startExchange.
     void SetRunning(bool running);
@@ -55,6 +64,8 @@ private:
     std::string Refusal(const CChannelInfo* channel) const;
     std::string SerialPath(unsigned comNo) const;
     void ReconcileChannel(CChannelInfo* channel);
+    // LiveFor for a tag that is polled.
+    std::shared_ptr<CLiveValue> Live(const CDATagInfo* tag, const std::string& fullName);
     // Ends a poller on a thread of its own: a serial read under way may take
     // its whole timeout, which the server's loop must not wait for.
     void Retire(std::unique_ptr<Channel> channel);
@@ -62,7 +73,16 @@ private:
     std::map<unsigned, std::string> m_comPaths;
     std::map<std::string, std::unique_ptr<Channel>> m_channels;
     std::map<std::string, std::string> m_refused;
-    std::unordered_map<std::string, std::weak_ptr<CLiveValue>> m_live;
+    struct Slot
+    {
+        std::weak_ptr<CLiveValue> live;
+        // The name it was made for: an item that comes back under another
+        // name, or a new one in a gone one's memory, gets a value of its own.
+        std::size_t nameHash = 0;
+    };
+    // By the tree's item, which the reconciling walks; full names are made
+    // only for the poller's log.
+    std::unordered_map<const CDATagInfo*, Slot> m_live;
     bool m_running = true;
     std::vector<std::future<void>> m_retiring;
 };

@@ -5,6 +5,7 @@
 #include <QProcess>
 #include <QString>
 
+#include <chrono>
 #include <memory>
 
 // Runs the gateway program for a test: picks a free port, starts it, waits
@@ -40,6 +41,8 @@ public:
     bool running() const { return m_process.state() != QProcess::NotRunning; }
     quint16 port() const { return m_port; }
     qint64 processId() const { return m_process.processId(); }
+    // From the last start of the process to its first answer.
+    double startMs() const { return m_startMs; }
     // "opc.tcp://127.0.0.1:<port>"
     QString url() const;
     // Everything it printed so far, stdout and stderr merged.
@@ -47,8 +50,9 @@ public:
 
     static QString program();
     static quint16 freePort();
-    // True when an OPC UA server at `url` answers GetEndpoints.
-    static bool answers(const QString& url);
+    // True when an OPC UA server at `url` answers GetEndpoints; `answered`
+    // tells when the answer came in.
+    static bool answers(const QString& url, std::chrono::steady_clock::time_point* answered = nullptr);
 
     // A client's own session on a gateway, for the tests that look at its address space directly.
     using Client = std::unique_ptr<UA_Client, void (*)(UA_Client*)>;
@@ -76,4 +80,5 @@ private:
     QProcess m_process;
     QString m_output;
     quint16 m_port = 0;
+    double m_startMs = 0;
 };

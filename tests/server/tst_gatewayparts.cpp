@@ -156,13 +156,16 @@ private slots:
 
     // The tree built at start goes into the node store directly; a client must
     // find every node as the library's AddNodes makes it for a single item:
-    // attributes, references both ways (the type's too), the node's own flags.
+    // attributes, references both ways, the node's own flags. Either way each
+    // tag has its type definition, and the type lists no tag back.
     void startNodesAsAddNodesMakesThem()
     {
         CTreeItemRoot root;
         QVERIFY(CCsvLoader(&root).Load(VELMORA_TEST_DATA "/worked_example.cfg", false));
         CExchangeClock clock;
         const auto fingerprint = [&root, &clock](bool whole) {
+            int tagsOnType = 0;
+            int typedTags = 0;
             UA_ServerConfig config{};
             config.logging = UA_Log_Stdout_new(UA_LOGLEVEL_FATAL);
             UA_ServerConfig_setDefault(&config);
@@ -239,6 +242,15 @@ private slots:
                 browse.resultMask = UA_BROWSERESULTMASK_ALL;
                 UA_BrowseResult result = UA_Server_browse(server, 0, &browse);
                 print(&result, &UA_TYPES[UA_TYPES_BROWSERESULT]);
+                const UA_NodeId typeDefinition = UA_NODEID_NUMERIC(0, UA_NS0ID_HASTYPEDEFINITION);
+                for (size_t r = 0; r < result.referencesSize; ++r) {
+                    const UA_ReferenceDescription& ref = result.references[r];
+                    if (name.empty())
+                        tagsOnType += ref.nodeId.nodeId.namespaceIndex == 2;
+                    else if (UA_NodeId_equal(&ref.referenceTypeId, &typeDefinition) && ref.isForward &&
+                             ref.nodeId.nodeId.identifier.numeric == UA_NS0ID_BASEDATAVARIABLETYPE)
+                        ++typedTags;
+                }
                 UA_BrowseResult_clear(&result);
                 const UA_Node* node = store.getNode(store.context, &nodeId, UA_NODEATTRIBUTESMASK_ALL,
                                                     UA_REFERENCETYPESET_ALL, UA_BROWSEDIRECTION_BOTH);
@@ -255,10 +267,11 @@ private slots:
                 store.releaseNode(store.context, node);
             }
             UA_Server_delete(server);
-            return text;
+            return text + QString("type lists %1 tags, %2 tags typed\n").arg(tagsOnType).arg(typedTags);
         };
         const QString direct = fingerprint(true);
         QVERIFY(direct.contains("Tag_2") && direct.contains("dynamic 1 source 1 1 0"));
+        QVERIFY(direct.contains(QString("type lists 0 tags, %1 tags typed").arg(root.GetItemsCount(itTag))));
         QCOMPARE(direct, fingerprint(false));
     }
 
