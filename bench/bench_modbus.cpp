@@ -269,15 +269,13 @@ int main(int argc, char** argv)
     BenchSupport::Runs cpu;
     double wallMs = 0;
     for (int i = 0; i < BenchSupport::RunCount(); ++i) {
-        const double gatewayCpu0 = BenchSupport::ProcessCpuMs(gateway.processId());
-        const double simCpu0 = BenchSupport::ProcessCpuMs(sim.processId());
+        const BenchSupport::CpuSpan span(gateway.processId(), sim.processId());
         window.restart();
         while (window.elapsed() < spanMs)
             sim.waitForReadyRead(100);
-        const double spanWall = window.elapsed();
-        wallMs += spanWall;
-        cpu.Add((BenchSupport::ProcessCpuMs(gateway.processId()) - gatewayCpu0) / spanWall * 100,
-                (BenchSupport::ProcessCpuMs(sim.processId()) - simCpu0) / spanWall * 100);
+        wallMs += window.elapsed();
+        const auto [gatewayCpu, simCpu] = span.Percents();
+        cpu.Add(gatewayCpu, simCpu);
     }
     const double requests = requestsNow() - requests0;
 

@@ -120,13 +120,6 @@ double sampleTimeMs(double value, int p, qint64 nowMs)
     return -1;
 }
 
-double cpuMs()
-{
-    timespec ts;
-    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &ts);
-    return ts.tv_sec * 1e3 + ts.tv_nsec / 1e6;
-}
-
 // Full names of every tag of generate()'s tree, a list per group, as the
 // monitoring command subscribes them.
 QList<QList<QString>> subscribedNames()
@@ -258,15 +251,9 @@ int main(int argc, char** argv)
     };
     // Percent of a core that this process and the gateway take over one span.
     auto cpuOfSpan = [&] {
-        const double program0 = cpuMs();
-        const double gateway0 = BenchSupport::ProcessCpuMs(gateway.processId());
-        QElapsedTimer wall;
-        wall.start();
+        const BenchSupport::CpuSpan span(QCoreApplication::applicationPid(), gateway.processId());
         runFor(seconds * 1000);
-        const double program = (cpuMs() - program0) / double(wall.elapsed()) * 100.0;
-        const double gatewayCpu =
-            (BenchSupport::ProcessCpuMs(gateway.processId()) - gateway0) / double(wall.elapsed()) * 100.0;
-        return std::make_pair(program, gatewayCpu);
+        return span.Percents();
     };
     select(tree, probeRow);
     runFor(3000);

@@ -146,6 +146,20 @@ double ProcessCpuMs(long long pid)
     return double(utime + stime) * 1000.0 / double(sysconf(_SC_CLK_TCK));
 }
 
+CpuSpan::CpuSpan(long long first, long long second)
+    : m_first(first), m_second(second), m_first0(ProcessCpuMs(first)), m_second0(ProcessCpuMs(second)),
+      m_start(std::chrono::steady_clock::now())
+{
+}
+
+std::pair<double, double> CpuSpan::Percents() const
+{
+    const double wallMs =
+        std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - m_start).count();
+    return {(ProcessCpuMs(m_first) - m_first0) / wallMs * 100.0,
+            (ProcessCpuMs(m_second) - m_second0) / wallMs * 100.0};
+}
+
 int RunCount()
 {
     const char* runs = std::getenv("BENCH_RUNS");

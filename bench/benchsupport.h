@@ -1,7 +1,9 @@
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 // Shared pieces of the benchmarks: the large generated configuration and the
@@ -27,6 +29,20 @@ long ResidentKb();
 // CPU time used so far by another process of this machine, in ms; -1 when
 // it can't be read.
 double ProcessCpuMs(long long pid);
+
+// The CPU two processes take from its start on, each in percent of a core
+// over the same wall time.
+class CpuSpan
+{
+public:
+    CpuSpan(long long first, long long second);
+    std::pair<double, double> Percents() const;
+
+private:
+    long long m_first, m_second;
+    double m_first0, m_second0;
+    std::chrono::steady_clock::time_point m_start;
+};
 
 // How many times each case is run: BENCH_RUNS, at least 5.
 int RunCount();
